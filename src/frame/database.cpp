@@ -1,0 +1,37 @@
+// The database object: a directory that holds tables.
+#include <cstring>
+
+#include "frame/database.h"
+#include "frame/result.h"
+#include "tablefile/file_service.h"
+
+using namespace mergedb;
+
+extern "C" DbResult MERGEDB_CALL dbOpenDBMerge(uint16_t subtype, uint32_t, uint32_t, const char *path,
+                                               uint32_t *databaseOut) {
+    BlockHandle handle = blockAlloc(sizeof(MergeDatabase));
+    auto *database = blockLockAs<MergeDatabase>(handle);
+    if (database == nullptr) return errorResult(ERR_MEMORY);
+    if (path != nullptr) {
+        // The path is tested on the bytes as handed in; one that does not fit
+        // the record cannot name a directory we could use.
+        size_t length = strnlen(path, PATH_BUFFER_SIZE);
+        if (length >= PATH_BUFFER_SIZE || pathExists(path) != 0) {
+            blockFree(&handle);
+            return errorResult(ERR_BAD_PATH);
+        }
+        std::memcpy(database->path, path, length + 1);
+    }
+    database->subtype = subtype;
+    database->find.findHandle = INVALID_HANDLE_VALUE;
+    if (databaseOut != nullptr) *databaseOut = handle;
+    return DB_RESULT_OK;
+}
+
+extern "C" DbResult MERGEDB_CALL dbCloseDBMerge(uint32_t *databaseSlot) {
+    if (databaseSlot == nullptr || *databaseSlot == 0) return DB_RESULT_OK;
+    // A handle that names no database is left alone rather than freed.
+    if (databaseLock(*databaseSlot) == nullptr) return errorResult(ERR_MEMORY);
+    blockFree(databaseSlot);
+    return DB_RESULT_OK;
+}

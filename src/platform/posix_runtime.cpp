@@ -1,0 +1,44 @@
+// Functions of the Windows runtime library on POSIX.
+//
+// Paths here use "/" as their only separator, and ":" is an ordinary
+// character: there are no drives.
+#include <cstring>
+
+#include "platform/windows_api.h"
+
+namespace {
+
+// Copies [begin, end) into out, cut to its size, when out is given.
+void copyPart(const char *begin, const char *end, char *out, size_t size) {
+    if (out == nullptr) return;
+    size_t length = static_cast<size_t>(end - begin);
+    if (length >= size) length = size - 1;
+    std::memcpy(out, begin, length);
+    out[length] = '\0';
+}
+
+}  // namespace
+
+void _splitpath(const char *path, char *drive, char *dir, char *fname, char *ext) {
+    const char *end = path + std::strlen(path);
+    const char *slash = std::strrchr(path, mergedb::PATH_SEPARATOR);
+    const char *nameBegin = slash == nullptr ? path : slash + 1;
+    const char *dot = std::strrchr(nameBegin, '.');
+    const char *nameEnd = dot == nullptr ? end : dot;
+    copyPart(path, path, drive, _MAX_DRIVE);
+    copyPart(path, nameBegin, dir, _MAX_DIR);
+    copyPart(nameBegin, nameEnd, fname, _MAX_FNAME);
+    copyPart(nameEnd, end, ext, _MAX_EXT);
+}
+
+// Letters fold to lower case in ASCII only, as in the "C" locale.
+int _stricmp(const char *a, const char *b) {
+    auto fold = [](char c) {
+        auto byte = static_cast<unsigned char>(c);
+        return (byte >= 'A' && byte <= 'Z') ? byte + ('a' - 'A') : static_cast<int>(byte);
+    };
+    for (;; ++a, ++b) {
+        int difference = fold(*a) - fold(*b);
+        if (difference != 0 || *a == '\0') return difference;
+    }
+}

@@ -1,0 +1,21 @@
+// The steps of opening and closing a table's file.
+#pragma once
+
+#include <cstdint>
+
+#include "tablefile/table.h"
+
+namespace mergedb {
+
+// Opens the file with table.accessFlags, measures it and makes the first
+// fill of the window. Leaves nothing open on failure.
+uint16_t tableFileOpen(MergeTable &table, const char *path);
+
+// Frees the window and closes the file.
+uint16_t tableFileClose(MergeTable &table);
+
+// Tests the header of a tagged document, leaves the window on the first
+// byte of its document stream and sets the table's kind.
+uint16_t headerCheck(MergeTable &table);
+
+}  // namespace mergedb
