@@ -1,0 +1,80 @@
+#include "support/test_support.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace mergedb::test {
+
+Bytes bytesOf(const std::string &text) { return Bytes(text.begin(), text.end()); }
+
+TempDir::TempDir() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "mergedb-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    // Files made read-only by a test must not stop the clean-up.
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(path_, ignored)) {
+        std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_all,
+                                     std::filesystem::perm_options::add, ignored);
+    }
+    std::filesystem::remove_all(path_, ignored);
+}
+
+void TempDir::write(const std::string &name, const Bytes &bytes) const {
+    std::ofstream out(file(name), std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+Bytes TempDir::read(const std::string &name) const {
+    std::ifstream in(file(name), std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+bool TempDir::exists(const std::string &name) const { return std::filesystem::exists(file(name)); }
+
+void *messagesModule() {
+    static void *module = dlopen(MERGEDB_MESSAGES_MODULE, RTLD_NOW | RTLD_LOCAL);
+    if (module == nullptr) throw std::runtime_error(dlerror());
+    return module;
+}
+
+uint32_t openDatabase(const TempDir &dir, uint16_t subtype) {
+    uint32_t session = 0;
+    dbInitMerge(1, 0, 0, 0, &session, messagesModule());
+    uint32_t database = 0;
+    if (dbOpenDBMerge(subtype, 0, 0, dir.path().c_str(), &database) != 0) {
+        throw std::runtime_error("dbOpenDBMerge failed");
+    }
+    return database;
+}
+
+DbResult openDelimited(uint32_t database, const std::string &name, uint32_t *table, const char *fieldDelimiter,
+                       const char *recordDelimiter, const char *quote, const char *ignore, uint16_t access,
+                       uint16_t exclusive) {
+    return dbOpenTableMerge(DB_SUBTYPE_DELIMITED, database, name.c_str(), access, exclusive, table,
+                            fieldDelimiter, recordDelimiter, quote, ignore, 0);
+}
+
+DbResult openTagged(uint32_t database, const std::string &name, uint32_t *table, uint16_t access,
+                    uint16_t exclusive) {
+    return dbOpenTableMerge(DB_SUBTYPE_TAGGED, database, name.c_str(), access, exclusive, table, nullptr,
+                            nullptr, nullptr, nullptr, 0);
+}
+
+Bytes taggedDocument(uint8_t minorVersion, const Bytes &stream) {
+    const uint8_t header[16] = {0xFF, 'Z', 'R', 'N', 16, 0, 0, 0, 1, 10, 0, minorVersion, 0, 0, 0, 0};
+    Bytes bytes(sizeof header + stream.size());
+    std::copy(std::begin(header), std::end(header), bytes.begin());
+    std::copy(stream.begin(), stream.end(), bytes.begin() + sizeof header);
+    return bytes;
+}
+
+}  // namespace mergedb::test

@@ -1,0 +1,57 @@
+// Helpers shared by the tests: temporary databases built from bytes the test
+// writes, and the host's side of a session.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "mergedb/mergedb.h"
+
+namespace mergedb::test {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes bytesOf(const std::string &text);
+
+// A directory of its own under the system's temporary directory, removed
+// with everything in it at the end of its scope.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
+
+    const std::string &path() const { return path_; }
+    std::string file(const std::string &name) const { return path_ + "/" + name; }
+    void write(const std::string &name, const Bytes &bytes) const;
+    void write(const std::string &name, const std::string &text) const { write(name, bytesOf(text)); }
+    Bytes read(const std::string &name) const;
+    bool exists(const std::string &name) const;
+
+private:
+    std::string path_;
+};
+
+// The English resource module, loaded once and handed to dbInitMerge.
+void *messagesModule();
+
+// dbInitMerge with the English module, then dbOpenDBMerge on dir. Gives the
+// database handle.
+uint32_t openDatabase(const TempDir &dir, uint16_t subtype = DB_SUBTYPE_DELIMITED);
+
+// Opens a delimited table with the given strings; gives the DbResult.
+DbResult openDelimited(uint32_t database, const std::string &name, uint32_t *table, const char *fieldDelimiter = ",",
+                       const char *recordDelimiter = "\r\n", const char *quote = "\"", const char *ignore = "",
+                       uint16_t access = 0, uint16_t exclusive = 0);
+
+// Opens a tagged table; gives the DbResult.
+DbResult openTagged(uint32_t database, const std::string &name, uint32_t *table, uint16_t access = 0,
+                    uint16_t exclusive = 0);
+
+// The 16-byte header of a tagged document with docOffset 16 and the given
+// minor version, followed by the stream.
+Bytes taggedDocument(uint8_t minorVersion, const Bytes &stream);
+
+}  // namespace mergedb::test
