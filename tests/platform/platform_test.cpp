@@ -1,0 +1,163 @@
+// The POSIX stand-in for the Windows calls keeps their contracts, and the
+// file service maps its failures as the driver expects.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "platform/fault_injection.h"
+#include "platform/windows_api.h"
+#include "support/test_support.h"
+#include "tablefile/file_service.h"
+
+namespace mergedb {
+namespace {
+
+using test::TempDir;
+
+TEST(PlatformFiles, ErrorsMapToPortableCodes) {
+    EXPECT_EQ(portError(0), 0);
+    EXPECT_EQ(portError(2), PORT_NOT_FOUND);
+    EXPECT_EQ(portError(32), PORT_DENIED);
+    EXPECT_EQ(portError(183), PORT_DENIED);
+    EXPECT_EQ(portError(112), PORT_DISK_FULL);
+    EXPECT_EQ(portError(206), PORT_NAME_TOO_LONG);
+    EXPECT_EQ(portError(1117), PORT_GENERAL);
+    EXPECT_EQ(portError(17), PORT_GENERAL);
+
+    TempDir dir;
+    FileObject file{};
+    EXPECT_EQ(portOpen(dir.file("none").c_str(), MODE_OPEN_WRITE, &file, 1), PORT_NOT_FOUND);
+    EXPECT_EQ(file.handle, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(portOpen(dir.file("none").c_str(), MODE_OPEN_READ | MODE_CREATE, &file, 1), PORT_DENIED);
+    EXPECT_EQ(portClose(&file), 0);
+}
+
+TEST(PlatformFiles, ReadsSeeksAndSizesFollowTheDriverLayer) {
+    TempDir dir;
+    dir.write("f", std::string(140, 'q'));
+    FileObject file{};
+    ASSERT_EQ(fileOpen(dir.file("f").c_str(), MODE_OPEN_READ | MODE_SHARE_NONE, &file), 0);
+    char buffer[100];
+    EXPECT_EQ(fileRead(&file, buffer, 100), 100);
+    EXPECT_EQ(fileRead(&file, buffer, 100), 40);
+    EXPECT_EQ(fileRead(&file, buffer, 100), 0);
+    EXPECT_EQ(fileSeek(&file, 0, 2), 140u);
+    EXPECT_EQ(fileSize(&file), 140u);
+    EXPECT_EQ(fileTell(&file), 140u);
+    // A read-only open shares for everyone, whatever bits it was given.
+    FileObject second{};
+    ASSERT_EQ(fileOpen(dir.file("f").c_str(), MODE_OPEN_READ | MODE_SHARE_NONE, &second), 0);
+    EXPECT_EQ(fileWrite(&second, "x", 1), -1);
+    EXPECT_EQ(fileClose(&second), 0);
+    EXPECT_EQ(fileClose(&file), 0);
+}
+
+TEST(PlatformFiles, RenameNeverReplacesAndCopyOverwrites) {
+    TempDir dir;
+    dir.write("a", "first");
+    dir.write("b", "second");
+    EXPECT_EQ(fileRename(dir.file("b").c_str(), dir.file("a").c_str()), ERR_RENAME);
+    EXPECT_FALSE(MoveFileA(dir.file("a").c_str(), dir.file("b").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(fileRename(dir.file("a").c_str(), dir.file("a").c_str()), 0);
+    EXPECT_EQ(fileRename(dir.file("c").c_str(), dir.file("a").c_str()), 0);
+    EXPECT_EQ(dir.read("c"), test::bytesOf("first"));
+    EXPECT_FALSE(dir.exists("a"));
+    EXPECT_EQ(portCopy(dir.file("c").c_str(), dir.file("b").c_str()), 0);
+    EXPECT_EQ(dir.read("b"), test::bytesOf("first"));
+    EXPECT_EQ(portCopy(dir.file("none").c_str(), dir.file("b").c_str()), PORT_OPEN_FAILED);
+
+    // An open file is neither moved nor deleted.
+    FileObject file{};
+    ASSERT_EQ(fileOpen(dir.file("c").c_str(), MODE_OPEN_WRITE | MODE_SHARE_READ, &file), 0);
+    EXPECT_EQ(fileDelete(dir.file("c").c_str()), ERR_DELETE);
+    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(fileRename(dir.file("d").c_str(), dir.file("c").c_str()), ERR_RENAME);
+    EXPECT_EQ(fileClose(&file), 0);
+    EXPECT_EQ(fileDelete(dir.file("c").c_str()), 0);
+    EXPECT_EQ(fileDelete(dir.file("c").c_str()), ERR_DELETE);
+}
+
+TEST(PlatformFiles, ExistsAndFindSeeFilesAndDirectories) {
+    TempDir dir;
+    dir.write("x.txt", "1");
+    EXPECT_EQ(fileExists(dir.path().c_str()), 0);
+    EXPECT_EQ(fileExists((dir.path() + "/").c_str()), 0);
+    EXPECT_EQ(fileExists(dir.file("x.txt").c_str()), 0);
+    EXPECT_EQ(fileExists(dir.file("y.txt").c_str()), -1);
+    EXPECT_EQ(pathExists(dir.file("missing/y.txt").c_str()), PORT_NOT_FOUND);
+
+    WIN32_FIND_DATAA data;
+    HANDLE find = FindFirstFileA((dir.path() + "/*.*").c_str(), &data);
+    ASSERT_NE(find, INVALID_HANDLE_VALUE);
+    int files = 0;
+    do {
+        if (std::strcmp(data.cFileName, "x.txt") == 0) {
+            EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_ARCHIVE);
+            ++files;
+        }
+    } while (FindNextFileA(find, &data));
+    EXPECT_EQ(GetLastError(), ERROR_NO_MORE_FILES);
+    EXPECT_TRUE(FindClose(find));
+    EXPECT_EQ(files, 1);
+}
+
+TEST(PlatformRuntime, SplitPathAndCaseFolding) {
+    char drive[_MAX_DRIVE], directory[_MAX_DIR], name[_MAX_FNAME], extension[_MAX_EXT];
+    _splitpath("C:/data.old/a.b.txt", drive, directory, name, extension);
+    EXPECT_STREQ(drive, "");
+    EXPECT_STREQ(directory, "C:/data.old/");
+    EXPECT_STREQ(name, "a.b");
+    EXPECT_STREQ(extension, ".txt");
+    _splitpath("plain", drive, directory, name, extension);
+    EXPECT_STREQ(directory, "");
+    EXPECT_STREQ(name, "plain");
+    EXPECT_STREQ(extension, "");
+    EXPECT_EQ(_stricmp("Name", "nAME"), 0);
+    EXPECT_LT(_stricmp("abc", "abd"), 0);
+    EXPECT_NE(_stricmp("\xC9", "\xE9"), 0);
+}
+
+TEST(PlatformText, CodePagesAndStringResources) {
+    char text[] = "caf\xE9 \x80";
+    CharToOemA(text, text);
+    EXPECT_STREQ(text, "caf\x82 ?");
+    OemToCharA(text, text);
+    EXPECT_STREQ(text, "caf\xE9 ?");
+    char box[] = "\xC9";
+    OemToCharA(box, box);
+    EXPECT_STREQ(box, "?");
+
+    char buffer[8];
+    std::memset(buffer, 'Z', sizeof buffer);
+    EXPECT_EQ(LoadStringA(test::messagesModule(), 203, buffer, 8), 4);
+    EXPECT_STREQ(buffer, "Text");
+    EXPECT_EQ(LoadStringA(test::messagesModule(), 4, buffer, 8), 7);
+    EXPECT_STREQ(buffer, "The tab");
+    std::memset(buffer, 'Z', sizeof buffer);
+    EXPECT_EQ(LoadStringA(test::messagesModule(), 999, buffer, 8), 0);
+    EXPECT_EQ(buffer[0], 'Z');
+    EXPECT_EQ(LoadStringA(nullptr, 4, buffer, 8), 0);
+}
+
+TEST(PlatformFaults, TheArmedCallFailsAndTheRestGoOn) {
+    TempDir dir;
+    dir.write("f", std::string(10, 'q'));
+    FileObject file{};
+    ASSERT_EQ(fileOpen(dir.file("f").c_str(), MODE_OPEN_WRITE | MODE_SHARE_NONE, &file), 0);
+    faultReset();
+    faultArm(FaultKind::Read, 2);
+    char buffer[4];
+    EXPECT_EQ(fileRead(&file, buffer, 4), 4);
+    EXPECT_EQ(fileRead(&file, buffer, 4), -1);
+    EXPECT_EQ(fileRead(&file, buffer, 4), 4);
+    faultArm(FaultKind::ShortWrite, 1);
+    EXPECT_EQ(fileWrite(&file, "abcd", 4), -1);
+    EXPECT_EQ(fileWrite(&file, "abcd", 4), 4);
+    EXPECT_EQ(faultCalls(FaultKind::Read), 3u);
+    faultReset();
+    EXPECT_EQ(fileClose(&file), 0);
+}
+
+}  // namespace
+}  // namespace mergedb

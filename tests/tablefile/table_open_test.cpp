@@ -1,0 +1,139 @@
+// Opening and closing tables through the exports: every failure comes back
+// as its result and leaves nothing open.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include "frame/blocks.h"
+#include "support/test_support.h"
+#include "tablefile/table.h"
+
+namespace mergedb {
+namespace {
+
+using test::Bytes;
+using test::TempDir;
+
+class TableOpenTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        database = test::openDatabase(dir);
+        liveBefore = blockLiveCount();
+    }
+    void TearDown() override { dbCloseDBMerge(&database); }
+
+    // The failed open left no block behind, and the file is free for an
+    // exclusive open.
+    void expectNothingLeftOpen(const std::string &name) {
+        EXPECT_EQ(blockLiveCount(), liveBefore);
+        if (!dir.exists(name)) return;
+        uint32_t table = 0;
+        chmod(dir.file(name).c_str(), 0644);
+        if (test::openDelimited(database, name, &table, ",", "\n", "", "", 0, 1) == 0) {
+            EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+        }
+    }
+
+    TempDir dir;
+    uint32_t database = 0;
+    uint32_t liveBefore = 0;
+};
+
+TEST_F(TableOpenTest, FailuresComeBackAsResultsAndLeaveNothingOpen) {
+    uint32_t table = 0xDEADBEEF;
+    EXPECT_EQ(test::openDelimited(database, "missing.txt", &table), DB_RESULT_ERROR(ERR_OPEN));
+    EXPECT_EQ(table, 0xDEADBEEFu);
+    expectNothingLeftOpen("missing.txt");
+
+    dir.write("locked.txt", "a,b\r\n");
+    chmod(dir.file("locked.txt").c_str(), 0444);
+    EXPECT_EQ(test::openDelimited(database, "locked.txt", &table), DB_RESULT_ERROR(ERR_OPEN));
+    expectNothingLeftOpen("locked.txt");
+
+    dir.write("any.txt", "a,b\r\n");
+    EXPECT_EQ(dbOpenTableMerge(DB_SUBTYPE_DELIMITED, database, "any.txt", 0, 0, &table, ",", nullptr, "", "", 0),
+              DB_RESULT_ERROR(ERR_MEMORY));
+    expectNothingLeftOpen("any.txt");
+
+    dir.write("short.doc", Bytes{0xFF, 'Z', 'R', 'N', 16, 0});
+    EXPECT_EQ(test::openTagged(database, "short.doc", &table), DB_RESULT_ERROR(ERR_END_OF_FILE));
+    expectNothingLeftOpen("short.doc");
+
+    dir.write("empty.doc", Bytes{});
+    EXPECT_EQ(test::openTagged(database, "empty.doc", &table), DB_RESULT_ERROR(ERR_END_OF_FILE));
+    expectNothingLeftOpen("empty.doc");
+    EXPECT_EQ(table, 0xDEADBEEFu);
+}
+
+TEST_F(TableOpenTest, TheHeaderTestRefusesEveryBadField) {
+    struct Case {
+        int offset;
+        uint8_t value;
+        DbResult expected;
+    };
+    const Case cases[] = {
+        {0, 0xFE, DB_RESULT_ERROR(ERR_WRONG_FILE)},  {3, 'M', DB_RESULT_ERROR(ERR_WRONG_FILE)},
+        {8, 2, DB_RESULT_ERROR(ERR_WRONG_FILE)},     {9, 11, DB_RESULT_ERROR(ERR_WRONG_FILE)},
+        {10, 1, DB_RESULT_ERROR(ERR_WRONG_FILE)},    {11, 2, DB_RESULT_ERROR(ERR_WRONG_FILE)},
+        {4, 200, DB_RESULT_ERROR(ERR_END_OF_FILE)},  {9, 58, 0},
+        {8, 10, 0},                                  {11, 1, 0},
+    };
+    // A head record naming one field, N.
+    const Bytes head = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'N', '~', '~',
+                        0xDE, 0x34, 6, 0, 0,    0, 6, 0, 0x34, 0xDE, 0x0C};
+    for (const Case &c : cases) {
+        Bytes bytes = test::taggedDocument(0, head);
+        bytes[c.offset] = c.value;
+        dir.write("h.doc", bytes);
+        uint32_t table = 0;
+        EXPECT_EQ(test::openTagged(database, "h.doc", &table), c.expected) << "byte " << c.offset;
+        if (c.expected == 0) {
+            uint16_t kind = c.offset == 11 ? DB_KIND_TAGGED_1 : DB_KIND_TAGGED_0;
+            EXPECT_EQ(tableLock(table)->kind, kind);
+            EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+        }
+        expectNothingLeftOpen("h.doc");
+    }
+}
+
+TEST_F(TableOpenTest, OpenKeepsPathsDelimitersAndShareModes) {
+    dir.write("people.txt", "");
+    uint32_t table = 0;
+    ASSERT_EQ(test::openDelimited(database, "C:/elsewhere/people.txt", &table, ";", "\r\n", "'", " "), 0u);
+    MergeTable *record = tableLock(table);
+    EXPECT_EQ(record->fileName, dir.file("people.txt"));
+    EXPECT_STREQ(record->fieldDelimiter, ";");
+    EXPECT_STREQ(record->quote, "'");
+    EXPECT_EQ(record->kind, DB_KIND_DELIMITED);
+    EXPECT_EQ(record->fieldCount, 0);
+
+    // Shared for reading: a second writer is refused, a reader is let in.
+    uint32_t second = 0;
+    EXPECT_EQ(test::openDelimited(database, "people.txt", &second), DB_RESULT_ERROR(ERR_OPEN));
+    ASSERT_EQ(test::openDelimited(database, "people.txt", &second, ",", "\n", "", "", 1), 0u);
+    EXPECT_EQ(dbCloseTableMerge(&second), 0u);
+    EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+    EXPECT_EQ(table, 0u);
+
+    // Exclusive: nobody else gets in, not even a reader.
+    ASSERT_EQ(test::openDelimited(database, "people.txt", &table, ",", "\n", "", "", 0, 1), 0u);
+    EXPECT_EQ(test::openDelimited(database, "people.txt", &second, ",", "\n", "", "", 1), DB_RESULT_ERROR(ERR_OPEN));
+    EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+
+    // Delimiters over their limits are refused rather than cut.
+    EXPECT_EQ(test::openDelimited(database, "people.txt", &table, ",", "\n", "12345"),
+              DB_RESULT_ERROR(ERR_UNSUPPORTED));
+    EXPECT_EQ(blockLiveCount(), liveBefore);
+}
+
+TEST_F(TableOpenTest, AFileOfOneByte26IsAnEmptyTable) {
+    dir.write("sub.txt", Bytes{26});
+    uint32_t table = 0;
+    ASSERT_EQ(test::openDelimited(database, "sub.txt", &table), 0u);
+    EXPECT_EQ(tableLock(table)->fileSize, 0u);
+    EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+    EXPECT_EQ(dbCloseTableMerge(&table), DB_RESULT_ERROR(ERR_MEMORY));
+}
+
+}  // namespace
+}  // namespace mergedb
