@@ -80,12 +80,3 @@ DbResult MERGEDB_CALL dbEraseMerge(uint32_t, uint32_t database, const char *) { 
 DbResult MERGEDB_CALL dbGetTableNamesMerge(uint32_t database, char *, uint16_t) { return forDatabase(database); }
 
 }
-
-extern "C" {
-
-DbResult MERGEDB_CALL dbGetFieldNamesMerge(uint32_t table, char *, uint16_t *, uint16_t) { return forTable(table); }
-DbResult MERGEDB_CALL dbGetFieldInfoMerge(uint32_t table, const char *, void *, uint16_t) { return forTable(table); }
-DbResult MERGEDB_CALL dbGetFieldInfoHMerge(uint32_t table, uint16_t, void *, uint16_t) { return forTable(table); }
-DbResult MERGEDB_CALL dbGetTableInfoMerge(uint32_t table, void *, uint16_t) { return forTable(table); }
-
-}

@@ -99,20 +99,21 @@ TEST_F(WindowTest, SeekInsideTheWindowStaysAndOutsideGoesToTheFile) {
     EXPECT_EQ(windowSeek(*table, file.size()), ERR_END_OF_FILE);
 }
 
-TEST_F(WindowTest, RefillBackNearTheStartKeepsTheCursorOnItsOffset) {
+TEST_F(WindowTest, BackNearTheStartKeepsTheCursorOnItsOffset) {
     Bytes file = patternBytes(3 * WINDOW_FILL);
     open(file);
-    // The first byte outside the first fill starts a window of its own.
+    // The first byte outside the first fill starts a window of its own; a
+    // step back from there refills from offset 0.
     ASSERT_EQ(windowSeek(*table, WINDOW_FILL), 0);
     ASSERT_EQ(windowLoad(*table), 0);
-    ASSERT_EQ(windowRefillBack(*table), 0);
+    ASSERT_EQ(windowBack(*table, 8000), 0);
     EXPECT_EQ(table->windowFileOffset, 0u);
-    expectBytesAt(WINDOW_FILL, file, 16);
+    expectBytesAt(WINDOW_FILL - 8000, file, 16);
     ASSERT_EQ(windowSeek(*table, WINDOW_FILL + 5000), 0);
     ASSERT_EQ(windowLoad(*table), 0);
-    ASSERT_EQ(windowRefillBack(*table), 0);
-    EXPECT_EQ(table->windowFileOffset, 5000u - 1);
-    expectBytesAt(WINDOW_FILL + 5000, file, 16);
+    ASSERT_EQ(windowBack(*table, 1), 0);
+    expectBytesAt(WINDOW_FILL + 4999, file, 16);
+    EXPECT_EQ(windowBack(*table, WINDOW_FILL + 6000), ERR_START_OF_FILE);
 }
 
 TEST_F(WindowTest, AFinalByte26IsNoDataAndNeverSetsTheEnd) {

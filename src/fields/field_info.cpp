@@ -1,0 +1,143 @@
+// What the host may learn about a table's fields and about the table itself:
+// the walk over the field names, the items of one field, the items of the
+// table.
+#include <cstring>
+
+#include "fields/field_array.h"
+#include "frame/messages.h"
+#include "frame/result.h"
+
+namespace mergedb {
+namespace {
+
+// Mode of dbGetFieldNamesMerge that starts the walk; any other goes on.
+constexpr uint16_t NAMES_FIRST = 1;
+
+// Items of a field.
+constexpr uint16_t FIELD_ITEM_NAME = 1;
+constexpr uint16_t FIELD_ITEM_TYPE = 2;
+constexpr uint16_t FIELD_ITEM_INDEX = 3;
+constexpr uint16_t FIELD_ITEM_INFO = 4;
+constexpr uint16_t FIELD_ITEM_TYPE_NAME = 5;
+
+// Items of a table.
+constexpr uint16_t TABLE_ITEM_KIND = 1;
+constexpr uint16_t TABLE_ITEM_FIELD_COUNT = 2;
+constexpr uint16_t TABLE_ITEM_PATH = 4;
+
+// The description of the one data type, as item 2 gives it.
+constexpr uint16_t ONE_DATA_TYPE = 1;
+constexpr uint16_t TYPE_SLOT_3 = 65535;
+constexpr uint16_t TYPE_SLOT_4 = 0;
+
+// Stores value in the u16 slot of out; the host's buffer need not be aligned.
+void putWord(void *out, int slot, uint16_t value) {
+    std::memcpy(static_cast<char *>(out) + slot * sizeof value, &value, sizeof value);
+}
+
+// Copies text, at most size - 1 bytes of it, and its end to out.
+void putString(void *out, const char *text, size_t size) {
+    size_t length = strnlen(text, size - 1);
+    std::memcpy(out, text, length);
+    static_cast<char *>(out)[length] = '\0';
+}
+
+// One step of the name walk. The cursor rises on every call after the first,
+// also behind the last field.
+uint16_t fieldNameNext(MergeTable &table, char *nameOut, uint16_t *indexOut, uint16_t mode) {
+    table.fieldNameCursor = mode == NAMES_FIRST ? 0 : table.fieldNameCursor + 1;
+    if (table.fieldCount <= int64_t{table.fieldNameCursor}) return ERR_NO_MORE_NAMES;
+    const auto *array = blockLockAs<FieldEntry>(table.fields);
+    if (array == nullptr) return ERR_MEMORY;
+    putString(nameOut, array[table.fieldNameCursor].name, FIELD_NAME_SIZE);
+    *indexOut = static_cast<uint16_t>(table.fieldNameCursor);
+    return 0;
+}
+
+// Item 5 names the one data type and needs no field.
+uint16_t typeNameInfo(void *out) {
+    if (out == nullptr) return ERR_MEMORY;
+    return loadOemText(DB_MSG_DATA_TYPE, TYPE_NAME_SIZE, static_cast<char *>(out)) > 0 ? 0 : ERR_MEMORY;
+}
+
+// Items 1 to 4 of the field at index, -1 standing for a name not found.
+// Other items write nothing.
+uint16_t fieldInfo(const MergeTable &table, int index, void *out, uint16_t item) {
+    const auto *array = blockLockAs<FieldEntry>(table.fields);
+    if (array == nullptr) return ERR_MEMORY;
+    if (index < 0 || index >= table.fieldCount) return ERR_NO_FIELD;
+    if (item < FIELD_ITEM_NAME || item > FIELD_ITEM_INFO) return 0;
+    if (out == nullptr) return ERR_MEMORY;
+    const FieldEntry &entry = array[index];
+    switch (item) {
+    case FIELD_ITEM_NAME:
+        putString(out, entry.name, FIELD_NAME_SIZE);
+        break;
+    case FIELD_ITEM_TYPE:
+        // Slots 1 and 2 are the host's and stay as they are.
+        putWord(out, 0, ONE_DATA_TYPE);
+        putWord(out, 3, TYPE_SLOT_3);
+        putWord(out, 4, TYPE_SLOT_4);
+        break;
+    case FIELD_ITEM_INDEX:
+        putWord(out, 0, static_cast<uint16_t>(index));
+        break;
+    default:
+        for (int i = 0; i < 4; ++i) putWord(out, i, entry.info[i]);
+        break;
+    }
+    return 0;
+}
+
+uint16_t tableInfo(const MergeTable &table, void *out, uint16_t item) {
+    if (item != TABLE_ITEM_KIND && item != TABLE_ITEM_FIELD_COUNT && item != TABLE_ITEM_PATH) {
+        return ERR_UNSUPPORTED;
+    }
+    if (out == nullptr) return ERR_MEMORY;
+    if (item == TABLE_ITEM_PATH) {
+        putString(out, table.fileName, PATH_BUFFER_SIZE);
+    } else if (item == TABLE_ITEM_KIND) {
+        bool known = table.kind == DB_KIND_DELIMITED || table.kind == DB_KIND_TAGGED_0 ||
+                     table.kind == DB_KIND_TAGGED_1;
+        putWord(out, 0, known ? table.kind : 0);
+    } else {
+        putWord(out, 0, static_cast<uint16_t>(table.fieldCount));
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace mergedb
+
+using namespace mergedb;
+
+extern "C" DbResult MERGEDB_CALL dbGetFieldNamesMerge(uint32_t handle, char *nameOut, uint16_t *indexOut,
+                                                      uint16_t mode) {
+    MergeTable *table = tableLock(handle);
+    if (table == nullptr || nameOut == nullptr || indexOut == nullptr) return errorResult(ERR_MEMORY);
+    uint16_t code = fieldNameNext(*table, nameOut, indexOut, mode);
+    return code == ERR_NO_MORE_NAMES ? END_OF_DATA : errorResult(code);
+}
+
+extern "C" DbResult MERGEDB_CALL dbGetFieldInfoMerge(uint32_t handle, const char *name, void *out, uint16_t item) {
+    const MergeTable *table = tableLock(handle);
+    if (table == nullptr) return errorResult(ERR_MEMORY);
+    if (item == FIELD_ITEM_TYPE_NAME) return errorResult(typeNameInfo(out));
+    if (table->fieldCount == 0) return errorResult(ERR_NO_FIELDS);
+    if (name == nullptr) return errorResult(ERR_MEMORY);
+    return errorResult(fieldInfo(*table, fieldFindByName(*table, name), out, item));
+}
+
+extern "C" DbResult MERGEDB_CALL dbGetFieldInfoHMerge(uint32_t handle, uint16_t index, void *out, uint16_t item) {
+    const MergeTable *table = tableLock(handle);
+    if (table == nullptr) return errorResult(ERR_MEMORY);
+    if (item == FIELD_ITEM_TYPE_NAME) return errorResult(typeNameInfo(out));
+    if (table->fieldCount == 0) return errorResult(ERR_NO_FIELDS);
+    return errorResult(fieldInfo(*table, index, out, item));
+}
+
+extern "C" DbResult MERGEDB_CALL dbGetTableInfoMerge(uint32_t handle, void *out, uint16_t item) {
+    const MergeTable *table = tableLock(handle);
+    if (table == nullptr) return errorResult(ERR_MEMORY);
+    return errorResult(tableInfo(*table, out, item));
+}

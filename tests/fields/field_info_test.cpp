@@ -1,0 +1,142 @@
+// The field array operations and the exports that tell a host about fields.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fields/field_array.h"
+#include "support/test_support.h"
+
+using namespace mergedb;
+using namespace mergedb::test;
+
+namespace {
+
+using Words = std::vector<uint16_t>;
+constexpr DbResult NO_FIELD = DB_RESULT_ERROR(ERR_NO_FIELD);
+constexpr DbResult NO_MEMORY = DB_RESULT_ERROR(ERR_MEMORY);
+
+// A delimited table opened on an empty file, given fields by hand.
+class FieldTable : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir.write("t.csv", "");
+        database = openDatabase(dir);
+        ASSERT_EQ(openDelimited(database, "t.csv", &table), DB_RESULT_OK);
+    }
+    void TearDown() override {
+        dbCloseTableMerge(&table);
+        dbCloseDBMerge(&database);
+    }
+    void add(const std::string &name, uint16_t firstInfo = 0) {
+        MergeTable *record = tableLock(table);
+        ASSERT_EQ(fieldsAdd(&record->fields, &record->fieldCount), 0);
+        FieldEntry &entry = blockLockAs<FieldEntry>(record->fields)[record->fieldCount - 1];
+        std::strcpy(entry.name, name.c_str());
+        entry.info[0] = firstInfo;
+    }
+    // "name@index" from a step of the name walk, or "end".
+    std::string step(uint16_t mode) {
+        char name[FIELD_NAME_SIZE] = "";
+        uint16_t index = 0;
+        DbResult result = dbGetFieldNamesMerge(table, name, &index, mode);
+        return result == DB_RESULT_END_OF_DATA ? "end" : name + ("@" + std::to_string(index));
+    }
+    // Slot 0 of item 3 (the index) for a name, -1 for ERR_NO_FIELD.
+    int find(const char *name) {
+        uint16_t index = 0;
+        return dbGetFieldInfoMerge(table, name, &index, 3) == NO_FIELD ? -1 : index;
+    }
+
+    TempDir dir;
+    uint32_t database = 0;
+    uint32_t table = 0;
+};
+
+TEST_F(FieldTable, WithoutFieldsOnlyTypeNameAndTableItemsAnswer) {
+    Words words{9, 9};
+    EXPECT_EQ(step(1), "end");
+    for (uint16_t item = 1; item <= 4; ++item) {
+        EXPECT_EQ(dbGetFieldInfoMerge(table, "a", words.data(), item), DB_RESULT_ERROR(ERR_NO_FIELDS));
+        EXPECT_EQ(dbGetFieldInfoHMerge(table, 0, words.data(), item), DB_RESULT_ERROR(ERR_NO_FIELDS));
+    }
+    char type[32] = "";
+    EXPECT_EQ(dbGetFieldInfoMerge(table, nullptr, type, 5), DB_RESULT_OK);
+    EXPECT_STREQ(type, "Text");
+    EXPECT_EQ(dbGetFieldInfoHMerge(table, 7, nullptr, 5), NO_MEMORY);
+    EXPECT_EQ(dbGetTableInfoMerge(table, &words[0], 1) | dbGetTableInfoMerge(table, &words[1], 2), DB_RESULT_OK);
+    EXPECT_EQ(words, (Words{DB_KIND_DELIMITED, 0}));
+}
+
+TEST_F(FieldTable, NameWalkStartsOnlyWithModeOneAndItsCursorKeepsRising) {
+    for (const char *name : {"a", "b", "c"}) add(name);
+    std::string walk;
+    for (uint16_t mode : {0, 1, 2, 0, 0, 0}) walk += step(mode) + " ";
+    EXPECT_EQ(walk, "b@1 a@0 b@1 c@2 end end ");
+    add("d");
+    add("e");
+    EXPECT_EQ(step(0), "end");
+    uint16_t index = 0;
+    EXPECT_EQ(dbGetFieldNamesMerge(table, nullptr, &index, 1), NO_MEMORY);
+}
+
+TEST_F(FieldTable, LookupFoldsAsciiCaseAndItemsWriteExactlyTheirSlots) {
+    for (int i = 0; i < 300; ++i) add("f" + std::to_string(i));
+    for (const char *name : {"Name", "NAME", "\xC9t", "_x"}) add(name, 7);
+    EXPECT_EQ(find("nAMe"), 300);
+    EXPECT_EQ(find("_X"), 303);
+    EXPECT_EQ(find("\xE9t"), -1);
+    EXPECT_EQ(find("Nam"), -1);
+    char name[FIELD_NAME_SIZE] = "";
+    EXPECT_EQ(dbGetFieldInfoHMerge(table, 301, name, 1), DB_RESULT_OK);
+    EXPECT_STREQ(name, "NAME");
+    Words words{9, 9, 9, 9, 9};
+    EXPECT_EQ(dbGetFieldInfoMerge(table, "name", words.data(), 2), DB_RESULT_OK);
+    EXPECT_EQ(words, (Words{1, 9, 9, 65535, 0}));
+    EXPECT_EQ(dbGetFieldInfoMerge(table, "name", words.data(), 4), DB_RESULT_OK);
+    EXPECT_EQ(words, (Words{7, 0, 0, 0, 0}));
+    EXPECT_EQ(dbGetFieldInfoMerge(table, "f1", name, 6) | dbGetFieldInfoHMerge(table, 0, nullptr, 6), DB_RESULT_OK);
+    EXPECT_STREQ(name, "NAME");
+    EXPECT_EQ(dbGetFieldInfoMerge(table, "z", name, 6), NO_FIELD);
+    EXPECT_EQ(dbGetFieldInfoHMerge(table, 304, name, 1), NO_FIELD);
+    EXPECT_EQ(dbGetFieldInfoHMerge(table, 65535, name, 1), NO_FIELD);
+    EXPECT_EQ(dbGetFieldInfoMerge(table, nullptr, name, 1), NO_MEMORY);
+}
+
+TEST_F(FieldTable, TableItemsAndDeadHandles) {
+    char path[PATH_BUFFER_SIZE] = "";
+    EXPECT_EQ(dbGetTableInfoMerge(table, path, 3), DB_RESULT_ERROR(ERR_UNSUPPORTED));
+    EXPECT_EQ(dbGetTableInfoMerge(table, path, 4), DB_RESULT_OK);
+    EXPECT_EQ(path, dir.file("t.csv"));
+    uint32_t closed = table;
+    ASSERT_EQ(dbCloseTableMerge(&table), DB_RESULT_OK);
+    uint16_t index = 0;
+    for (uint32_t handle : {0u, closed}) {
+        EXPECT_EQ(dbGetFieldNamesMerge(handle, path, &index, 1), NO_MEMORY);
+        EXPECT_EQ(dbGetFieldInfoMerge(handle, "a", path, 5), NO_MEMORY);
+        EXPECT_EQ(dbGetFieldInfoHMerge(handle, 0, path, 5), NO_MEMORY);
+        EXPECT_EQ(dbGetTableInfoMerge(handle, path, 1), NO_MEMORY);
+    }
+}
+
+TEST(FieldArray, HoldsAThousandEntriesAndSortsByNumber) {
+    uint32_t blocksBefore = blockLiveCount();
+    BlockHandle array = 0;
+    int16_t count = 0;
+    for (int i = 0; i < FIELD_LIMIT; ++i) ASSERT_EQ(fieldsAdd(&array, &count), 0);
+    EXPECT_EQ(fieldsAdd(&array, &count), ERR_TOO_MANY_FIELDS);
+    EXPECT_EQ(count, FIELD_LIMIT);
+    auto *entries = blockLockAs<FieldEntry>(array);
+    std::vector<std::string> names{"10", "2", "abc", "-3", "1"};
+    for (int i = 0; i < 5; ++i) std::strcpy(entries[i].name, names[i].c_str());
+    BlockHandle valueOfTen = entries[0].value;
+    fieldsSortNumeric(entries, 5);
+    for (int i = 0; i < 5; ++i) names[i] = entries[i].name;
+    EXPECT_EQ(names, (std::vector<std::string>{"-3", "abc", "1", "2", "10"}));
+    EXPECT_EQ(entries[4].value, valueOfTen);
+    fieldsFree(&array, &count);
+    EXPECT_EQ(blockLiveCount(), blocksBefore);
+}
+
+}  // namespace
