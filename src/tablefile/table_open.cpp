@@ -6,6 +6,7 @@
 #include "edits/change_list.h"
 #include "fields/field_array.h"
 #include "fields/discovery.h"
+#include "formats/tagged_format.h"
 #include "frame/database.h"
 #include "frame/result.h"
 #include "tablefile/file_service.h"
@@ -14,12 +15,6 @@
 
 namespace mergedb {
 namespace {
-
-constexpr uint8_t HEADER_MAGIC[4] = {0xFF, 'Z', 'R', 'N'};
-constexpr uint16_t HEADER_SIZE = 16;
-
-bool isAcceptedProductType(uint8_t value) { return value == 1 || value == 3 || value == 10; }
-bool isAcceptedFileType(uint8_t value) { return value == 10 || value == 58; }
 
 // Appends text to path at length, within PATH_BUFFER_SIZE.
 bool appendPath(char (&path)[PATH_BUFFER_SIZE], size_t &length, const char *text) {
@@ -144,19 +139,16 @@ uint16_t tableFileClose(MergeTable &table) {
 
 uint16_t headerCheck(MergeTable &table) {
     if (uint16_t code = windowLoad(table)) return code;
-    uint16_t code = windowRead(table, table.header, HEADER_SIZE);
+    uint16_t code = windowRead(table, table.header, TAGGED_HEADER_SIZE);
     windowSave(table);
     if (code != 0) return code;
-    if (std::memcmp(table.header, HEADER_MAGIC, sizeof HEADER_MAGIC) != 0) return ERR_WRONG_FILE;
+    if (!isTaggedMagic(table.header)) return ERR_WRONG_FILE;
     if (!isAcceptedProductType(table.header[HEADER_PRODUCT_TYPE])) return ERR_WRONG_FILE;
     if (!isAcceptedFileType(table.header[HEADER_FILE_TYPE])) return ERR_WRONG_FILE;
     if (uint16_t seek = windowSeek(table, tableDocOffset(table))) return seek;
     if (table.header[HEADER_MAJOR_VERSION] != 0) return ERR_WRONG_FILE;
-    switch (table.header[HEADER_MINOR_VERSION]) {
-    case 0: table.kind = DB_KIND_TAGGED_0; return 0;
-    case 1: table.kind = DB_KIND_TAGGED_1; return 0;
-    default: return ERR_WRONG_FILE;
-    }
+    table.kind = taggedKindOfMinorVersion(table.header[HEADER_MINOR_VERSION]);
+    return table.kind == 0 ? ERR_WRONG_FILE : 0;
 }
 
 }  // namespace mergedb

@@ -1,0 +1,134 @@
+// The bytes of a tagged document: token classes and lengths, the marks that
+// end fields and records, the header, and the byte images the driver writes.
+//
+// The predicates read the bytes they name at p without a bound: their
+// callers make sure those bytes lie in the buffer. tokenStepAt is the one
+// bounded rule for stepping forward over a token.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace mergedb {
+
+// Token classes, by the first byte of a token. The values are not in byte
+// order: 128-191 is TOKEN_SINGLE, 32-126 TOKEN_CHAR.
+inline constexpr uint8_t TOKEN_END = 0;
+inline constexpr uint8_t TOKEN_CONTROL = 1;
+inline constexpr uint8_t TOKEN_SINGLE = 2;
+inline constexpr uint8_t TOKEN_CHAR = 3;
+inline constexpr uint8_t TOKEN_FIXED = 4;
+inline constexpr uint8_t TOKEN_VARIABLE = 5;
+
+// Lead bytes of the fixed tokens that have a meaning.
+inline constexpr uint8_t TOKEN_LEAD_EXTENDED_CHAR = 192;
+inline constexpr uint8_t TOKEN_LEAD_ATTR_ON = 195;
+inline constexpr uint8_t TOKEN_LEAD_ATTR_OFF = 196;
+inline constexpr uint8_t TOKEN_EXTENDED_CHAR_SIZE = 4;
+
+// A variable token: first byte, sub-code, L (u16), body, L, sub-code, first
+// byte. L counts both length words and the body; the token takes L + 4 bytes.
+inline constexpr uint16_t TOKEN_VARIABLE_HEAD_SIZE = 4;  // bytes in front of the body
+inline constexpr uint16_t TOKEN_VARIABLE_EMPTY_L = 4;    // L of a token without a body
+
+// Single bytes with a meaning of their own.
+inline constexpr uint8_t MARK_RECORD_END = 5;
+inline constexpr uint8_t MARK_LINE_END = 10;
+inline constexpr uint8_t MARK_RECORD_LINE_END = 12;
+inline constexpr uint8_t MARK_HEAD_START = 14;
+inline constexpr uint8_t MARK_FIELD_END = 18;
+inline constexpr uint8_t MARK_SOFT_LINE_END = 140;
+inline constexpr uint8_t MARK_HYPHEN = 169;
+
+// Function tokens: variable tokens with the first byte FUNCTION_TOKEN.
+inline constexpr uint8_t FUNCTION_TOKEN = 222;
+inline constexpr uint8_t FUNCTION_FIELD_END = 49;
+inline constexpr uint8_t FUNCTION_RECORD_END = 52;
+inline constexpr uint8_t FUNCTION_NUMBERED_HEAD = 72;
+inline constexpr uint8_t FUNCTION_NAME_LIST = 98;
+
+// The attribute whose on and off tokens enclose a field name in dialect 0.
+inline constexpr uint8_t ATTR_FIELD_NAME = 12;
+
+uint8_t tokenClass(const uint8_t *p);
+bool isAttrOn(const uint8_t *p, uint8_t code);
+bool isAttrOff(const uint8_t *p, uint8_t code);
+// p is the first byte of a variable token.
+bool isFunction(const uint8_t *p, uint8_t code);
+// p is the last byte of a variable token; reads p[-1].
+bool isFunctionEnd(const uint8_t *p, uint8_t code);
+bool isExtendedChar(const uint8_t *p);
+// Total length of the fixed token at p; 0 unless its lead is 192-199.
+uint8_t fixedTokenLength(const uint8_t *p);
+// L + 4, from the u16 at p + 2; never wraps to 0.
+uint32_t variableTokenLength(const uint8_t *p);
+
+// How the token at p may be stepped over.
+enum TokenStepKind : uint8_t {
+    TOKEN_STEP_OK,          // the whole token lies before the limit
+    TOKEN_STEP_NONE,        // no token starts here: a byte 0 or a fixed lead 200-207
+    TOKEN_STEP_PAST_LIMIT,  // the token runs past the limit, or p is at it
+};
+
+struct TokenStep {
+    TokenStepKind kind;
+    // The token's total length, 1 for a one-byte token. Also given with
+    // TOKEN_STEP_PAST_LIMIT when the bytes that tell it lie before the limit,
+    // so a walker that can fetch more bytes may copy the token in pieces;
+    // 0 otherwise.
+    uint32_t length;
+};
+
+// The forward step over the token at p that every walker shares. Reads
+// nothing at or behind limit.
+TokenStep tokenStepAt(const uint8_t *p, const uint8_t *limit);
+
+// Writes a variable token with the given body to dst: first byte, sub-code,
+// L, body, L, sub-code, first byte, with L = body size + 4. Gives the bytes
+// written, or 0, with nothing written, when dst is too small or the body too
+// long for L.
+size_t writeVariableToken(std::span<uint8_t> dst, uint8_t first, uint8_t subCode, std::span<const uint8_t> body);
+
+// Whether a table kind is one of the two tagged dialects.
+bool isTaggedKind(uint16_t kind);
+
+// What the driver writes behind each field and each record, by table kind:
+// dialect 1 for DB_KIND_TAGGED_1, dialect 0 for any other.
+std::span<const uint8_t> taggedFieldEnd(uint16_t kind);
+std::span<const uint8_t> taggedRecordEnd(uint16_t kind);
+
+// The head record that table creation writes. Dialect 0: HEAD_START_0, then
+// per name NAME_ON, the name, NAME_OFF, then the field end and record end of
+// dialect 0. Dialect 1: HEAD_START_1, then per name the name and
+// NAME_LIST_SEPARATOR, one more separator, then the record end of dialect 1.
+inline constexpr std::array<uint8_t, 2> HEAD_START_0 = {MARK_HEAD_START, MARK_LINE_END};
+inline constexpr std::array<uint8_t, 3> NAME_ON = {TOKEN_LEAD_ATTR_ON, ATTR_FIELD_NAME, TOKEN_LEAD_ATTR_ON};
+inline constexpr std::array<uint8_t, 4> NAME_OFF = {TOKEN_LEAD_ATTR_OFF, ATTR_FIELD_NAME, TOKEN_LEAD_ATTR_OFF,
+                                                    MARK_LINE_END};
+inline constexpr std::array<uint8_t, 9> HEAD_START_1 = {
+    FUNCTION_TOKEN, FUNCTION_NAME_LIST, 4, 0, 4, 0, FUNCTION_NAME_LIST, FUNCTION_TOKEN, MARK_LINE_END};
+inline constexpr uint8_t NAME_LIST_SEPARATOR = '~';
+
+// The 16-byte header. Offsets of its fields are in tablefile/table.h.
+inline constexpr uint16_t TAGGED_HEADER_SIZE = 16;
+inline constexpr std::array<uint8_t, 4> TAGGED_MAGIC = {0xFF, 'Z', 'R', 'N'};
+bool isTaggedMagic(const uint8_t *header);
+bool isAcceptedProductType(uint8_t productType);
+bool isAcceptedFileType(uint8_t fileType);
+// DB_KIND_TAGGED_0 or DB_KIND_TAGGED_1 for minor version 0 or 1, else 0.
+uint16_t taggedKindOfMinorVersion(uint8_t minorVersion);
+
+// What table creation writes in front of the document stream: the header
+// for a table kind, then the prefix block, so the stream starts at 76.
+inline constexpr uint32_t CREATED_DOC_OFFSET = 76;
+std::array<uint8_t, TAGGED_HEADER_SIZE> createdHeader(uint16_t kind);
+inline constexpr std::array<uint8_t, 60> CREATED_PREFIX_BLOCK = {
+    0xFB, 0xFF, 0x05, 0x00, 0x32, 0x00, 0x00, 0x00, 0x00, 0x00, 0x06, 0x00, 0x08, 0x00, 0x00, 0x00,
+    0x42, 0x00, 0x00, 0x00, 0x08, 0x00, 0x02, 0x00, 0x00, 0x00, 0x4A, 0x00, 0x00, 0x00, 0x00, 0x00,
+    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+    0x00, 0x00, 0x08, 0x00, 0x7C, 0x00, 0x78, 0x00, 0x00, 0x00, 0x00, 0x00};
+static_assert(TAGGED_HEADER_SIZE + CREATED_PREFIX_BLOCK.size() == CREATED_DOC_OFFSET);
+
+}  // namespace mergedb

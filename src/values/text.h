@@ -1,0 +1,52 @@
+// Tagged text, the NUL-ended token strings of a tagged document, and its
+// conversion to OEM bytes; and the string length and copy of a table's kind.
+//
+// Bound: every walk reads only within its source span; a text ends at its
+// NUL, at the span's end, or at a token that has no length or crosses it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "tablefile/table.h"
+
+namespace mergedb {
+
+// What mapCharacter gives for a key the character table lacks.
+inline constexpr uint8_t UNMAPPED_CHARACTER = 0xFE;
+
+// Bytes of the text up to its end, each token at its whole length; 16 bits.
+uint16_t textLength(std::span<const char> text);
+
+// Copies the text's whole tokens while they fit in dst.size() - 1 bytes,
+// then a NUL. Writes nothing into an empty dst.
+void textCopy(std::span<char> dst, std::span<const char> src);
+
+// OEM text of src in dst: printable characters as they are, extended
+// characters through mapCharacter of their set and number, all else dropped.
+// Writes at most dst.size() - 1 bytes and a NUL.
+void textToOem(std::span<const char> src, std::span<char> dst);
+
+// As textToOem, but an extended character is looked up by its number alone,
+// as if of set 0, and a fixed token first in src counts as one.
+void textToOemRaw(std::span<const char> src, std::span<char> dst);
+
+// Position of the first token at or behind position that yields a
+// character, or of the text's end.
+size_t textSkipToChar(std::span<const char> text, size_t position);
+
+// textSkipToChar behind a variable token that stands at position.
+size_t textNextChar(std::span<const char> text, size_t position);
+
+// The OEM byte of an extended character's key, set * 256 + number.
+uint8_t mapCharacter(uint16_t key);
+
+// textLength for a tagged table's kind, the plain string length otherwise.
+uint16_t formatStrlen(const MergeTable &table, std::span<const char> text);
+
+// textCopy for a tagged table's kind, a plain string copy otherwise; both
+// keep within dst.
+void formatCopy(const MergeTable &table, std::span<char> dst, std::span<const char> src);
+
+}  // namespace mergedb
