@@ -51,32 +51,4 @@ DbResult MERGEDB_CALL dbFindRecordMerge(uint32_t table, uint32_t, uint32_t, uint
     return forTable(table);
 }
 
-DbResult MERGEDB_CALL dbGetDBInfoMerge(uint32_t database, void *, uint16_t) { return forDatabase(database); }
-DbResult MERGEDB_CALL dbGetDBSubTypesMerge(uint32_t database, char *, uint16_t *, uint16_t) {
-    return forDatabase(database);
-}
-DbResult MERGEDB_CALL dbGetTypeNamesMerge(uint32_t, uint32_t, char *, uint16_t) { return NOT_YET; }
-DbResult MERGEDB_CALL dbGetTypeInfoMerge(uint32_t, uint32_t, uint16_t, uint16_t, uint32_t, uint32_t, uint16_t *,
-                                         uint16_t *, uint16_t *, uint32_t *) {
-    return NOT_YET;
-}
-DbResult MERGEDB_CALL dbGetNameInfoMerge(uint32_t, uint32_t, uint32_t, uint32_t, uint16_t *, uint16_t *, uint16_t *,
-                                         uint32_t *) {
-    return NOT_YET;
-}
-DbResult MERGEDB_CALL dbIsIndexedMerge(uint32_t, uint32_t, uint32_t, uint16_t *, uint32_t *) { return NOT_YET; }
-DbResult MERGEDB_CALL dbIsValidMapMerge(uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t *) {
-    return NOT_YET;
-}
-DbResult MERGEDB_CALL dbRecLockMerge(uint32_t, uint32_t *) { return NOT_YET; }
-DbResult MERGEDB_CALL dbRecUnlockMerge(uint32_t, uint32_t *) { return NOT_YET; }
-DbResult MERGEDB_CALL dbGetSessionInfoMerge(uint32_t, unsigned char *, uint16_t) { return NOT_YET; }
-DbResult MERGEDB_CALL dbSetTableOptionMerge(uint32_t table, uint16_t) { return forTable(table); }
-DbResult MERGEDB_CALL dbExistsMerge(uint32_t, uint32_t database, const char *, uint32_t *) {
-    return forDatabase(database);
-}
-DbResult MERGEDB_CALL dbEraseMerge(uint32_t, uint32_t database, const char *) { return forDatabase(database); }
-
-DbResult MERGEDB_CALL dbGetTableNamesMerge(uint32_t database, char *, uint16_t) { return forDatabase(database); }
-
 }

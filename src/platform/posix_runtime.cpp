@@ -2,11 +2,34 @@
 //
 // Paths here use "/" as their only separator, and ":" is an ordinary
 // character: there are no drives.
+#include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "platform/windows_api.h"
 
 namespace {
+
+struct LocaleLanguage {
+    std::string_view prefix;
+    LANGID id;
+};
+
+// Locale name prefixes and their Windows language ids, the first match
+// winning. Other locales count as US English.
+constexpr LocaleLanguage LOCALE_LANGUAGES[] = {
+    {"ja", 0x0411}, {"ko", 0x0412}, {"zh_CN", 0x0804}, {"zh_SG", 0x0804}, {"zh", 0x0404},
+};
+constexpr LANGID US_ENGLISH = 0x0409;
+
+// The locale that governs characters: the first of these that is set.
+std::string_view characterLocale() {
+    for (const char *variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char *value = std::getenv(variable);
+        if (value != nullptr && *value != '\0') return value;
+    }
+    return {};
+}
 
 // Copies [begin, end) into out, cut to its size, when out is given.
 void copyPart(const char *begin, const char *end, char *out, size_t size) {
@@ -41,4 +64,12 @@ int _stricmp(const char *a, const char *b) {
         int difference = fold(*a) - fold(*b);
         if (difference != 0 || *a == '\0') return difference;
     }
+}
+
+LANGID GetSystemDefaultLangID() {
+    std::string_view locale = characterLocale();
+    for (const LocaleLanguage &language : LOCALE_LANGUAGES) {
+        if (locale.starts_with(language.prefix)) return language.id;
+    }
+    return US_ENGLISH;
 }

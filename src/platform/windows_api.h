@@ -126,6 +126,9 @@ BOOL CharToOemA(LPCSTR source, LPSTR destination);
 BOOL OemToCharA(LPCSTR source, LPSTR destination);
 BOOL CharToOemBuffA(LPCSTR source, LPSTR destination, DWORD length);
 
+// System. The language id follows the locale of the environment.
+LANGID GetSystemDefaultLangID();
+
 // Runtime library.
 void _splitpath(const char *path, char *drive, char *dir, char *fname, char *ext);
 int _stricmp(const char *a, const char *b);

@@ -1,0 +1,245 @@
+// The walk over a database's directory for its tables, and the path and
+// character functions it stands on.
+#include "catalogue/directory.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "frame/result.h"
+#include "tablefile/file_service.h"
+
+namespace mergedb {
+namespace {
+
+constexpr uint16_t WALK_FIRST = 1;
+
+// Normal files and archive files, and so every plain file; no directories.
+constexpr uint8_t TABLE_WALK_MASK = FILE_ATTRIBUTE_NORMAL;
+
+constexpr char ALL_ENTRIES[] = "*.*";
+
+// Extensions of files that are never tables, compared without case.
+constexpr const char *SKIPPED_EXTENSIONS[] = {"DLL", "EXE", "COM", "OBJ", "ZRQ", "SET", "DO", "ML", "BIF"};
+
+struct LeadByteRange {
+    int languageClass;
+    uint8_t first;
+    uint8_t last;
+};
+
+constexpr LeadByteRange LEAD_BYTE_RANGES[] = {
+    {LANGUAGE_SIMPLIFIED_CHINESE, 0x81, 0xFE},
+    {LANGUAGE_TRADITIONAL_CHINESE, 0x81, 0xFE},
+    {LANGUAGE_JAPANESE, 0x81, 0x9F},
+    {LANGUAGE_JAPANESE, 0xE0, 0xFC},
+    {LANGUAGE_KOREAN, 0xA1, 0xFE},
+};
+
+// Parts of a Windows language id.
+constexpr LANGID PRIMARY_LANGUAGE_BITS = 0x03FF;
+constexpr LANGID SUBLANGUAGE_BITS = 0xFC00;
+constexpr LANGID LANGUAGE_CHINESE = 0x04;
+constexpr LANGID SUBLANGUAGE_SIMPLIFIED = 0x0800;
+constexpr LANGID LANGUAGE_JAPANESE_ID = 0x11;
+constexpr LANGID LANGUAGE_KOREAN_ID = 0x12;
+
+// The code of the call that just failed; never 0, so a failure stays one.
+uint16_t lastFailure() {
+    uint16_t code = portError(GetLastError());
+    return code == 0 ? PORT_GENERAL : code;
+}
+
+uint16_t findNextEntry(FindState &find) {
+    return FindNextFileA(find.findHandle, &find.findData) ? 0 : lastFailure();
+}
+
+bool isDotName(const char *name) { return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0; }
+
+// A directory is left out unless the mask asks for directories.
+bool isUnwantedDirectory(DWORD attributes, uint8_t mask) {
+    return (mask & FILE_ATTRIBUTE_DIRECTORY) == 0 && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+// An entry passes when its attributes share a bit with the mask, or when it
+// has none at all and the mask holds the normal bit.
+bool attributesPass(DWORD attributes, uint8_t mask) {
+    return (attributes & mask) != 0 || ((mask & FILE_ATTRIBUTE_NORMAL) != 0 && attributes == 0);
+}
+
+// Steps the walk over what its mask leaves out: first "." and ".." (when
+// testDotNames) and unwanted directories, then entries whose attributes do
+// not pass. The second loop does not repeat the first test.
+uint16_t skipFiltered(FindState &find, uint8_t mask, bool testDotNames) {
+    const WIN32_FIND_DATAA &entry = find.findData;
+    while ((testDotNames && isDotName(entry.cFileName)) || isUnwantedDirectory(entry.dwFileAttributes, mask)) {
+        if (uint16_t code = findNextEntry(find)) return code;
+    }
+    while (!attributesPass(entry.dwFileAttributes, mask)) {
+        if (uint16_t code = findNextEntry(find)) return code;
+    }
+    return 0;
+}
+
+// path: directory, then name behind a separator where one is needed.
+uint16_t buildPath(const char *directory, const char *name, char (&path)[PATH_BUFFER_SIZE]) {
+    size_t length = strnlen(directory, PATH_BUFFER_SIZE);
+    if (length == PATH_BUFFER_SIZE) return PORT_NAME_TOO_LONG;
+    std::memcpy(path, directory, length + 1);
+    char *end = path + length;
+    return pathAppend(path, name, &end);
+}
+
+// Hands the walk's entry to the caller.
+uint16_t takeEntry(const FindState &find, const char *directory, char (&resultPath)[PATH_BUFFER_SIZE],
+                   uint8_t &attributesOut) {
+    if (uint16_t code = buildPath(directory, find.findData.cFileName, resultPath)) return code;
+    attributesOut = static_cast<uint8_t>(find.findData.dwFileAttributes);
+    return 0;
+}
+
+// One step of the table name walk: 0 with the entry in resultPath, or the
+// code that ended it.
+uint16_t tableWalkStep(MergeDatabase &database, uint16_t firstOrNext, char (&resultPath)[PATH_BUFFER_SIZE]) {
+    FindState &find = database.find;
+    uint8_t attributes = 0;
+    uint16_t code = 0;
+    if (firstOrNext == WALK_FIRST) {
+        // A walk that was left open is given up, not leaked.
+        dirFindClose(find);
+        code = dirFindFirst(database.path, TABLE_WALK_MASK, find, resultPath, attributes);
+        database.findOpen = code == 0 ? 1 : 0;
+    } else {
+        code = dirFindNext(find, resultPath, attributes);
+    }
+    while (code == 0 && isSkippedExtension(resultPath)) code = dirFindNext(find, resultPath, attributes);
+    if (code == PORT_NO_MORE_FILES && database.findOpen != 0) dirFindClose(find);
+    return code;
+}
+
+}  // namespace
+
+uint16_t dirFindFirst(const char *directory, uint8_t mask, FindState &find, char (&resultPath)[PATH_BUFFER_SIZE],
+                      uint8_t &attributesOut) {
+    find.findHandle = INVALID_HANDLE_VALUE;
+    if (directory == nullptr) return PORT_NOT_FOUND;
+    if ((mask & FILE_ATTRIBUTE_NORMAL) != 0) mask |= FILE_ATTRIBUTE_ARCHIVE;
+    char pattern[PATH_BUFFER_SIZE];
+    if (buildPath(directory, ALL_ENTRIES, pattern) != 0) return PORT_NAME_TOO_LONG;
+    find.findHandle = FindFirstFileA(pattern, &find.findData);
+    if (find.findHandle == INVALID_HANDLE_VALUE) return lastFailure();
+    uint16_t code = skipFiltered(find, mask, true);
+    if (code == 0) code = takeEntry(find, directory, resultPath, attributesOut);
+    if (code != 0) {
+        dirFindClose(find);
+        return code;
+    }
+    find.attributeMask = mask;
+    // The pattern was built from it, so the directory fits.
+    std::memcpy(find.dirPrefix, directory, std::strlen(directory) + 1);
+    return 0;
+}
+
+uint16_t dirFindNext(FindState &find, char (&resultPath)[PATH_BUFFER_SIZE], uint8_t &attributesOut) {
+    uint16_t code = findNextEntry(find);
+    if (code == 0) code = skipFiltered(find, find.attributeMask, false);
+    if (code == 0) code = takeEntry(find, find.dirPrefix, resultPath, attributesOut);
+    return code;
+}
+
+void dirFindClose(FindState &find) {
+    if (find.findHandle != INVALID_HANDLE_VALUE) FindClose(find.findHandle);
+    find.findHandle = INVALID_HANDLE_VALUE;
+}
+
+uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **end) {
+    char *position = *end;
+    if (position != buffer && *lastChar(buffer, position, languageClass()) != PATH_SEPARATOR) {
+        // The separator needs room for itself and a terminator.
+        if (position - buffer + 2 > PATH_BUFFER_SIZE) return PORT_NAME_TOO_LONG;
+        *position++ = PATH_SEPARATOR;
+        *position = '\0';
+        *end = position;
+    }
+    size_t used = static_cast<size_t>(position - buffer);
+    size_t length = std::strlen(name);
+    if (used + length + 1 > PATH_BUFFER_SIZE) return PORT_NAME_TOO_LONG;
+    std::memcpy(position, name, length + 1);
+    *end = position + length;
+    return 0;
+}
+
+void baseName(const char *path, char (&out)[PATH_BUFFER_SIZE]) {
+    const char *name = nameStart(path, true, languageClass());
+    size_t length = strnlen(name, PATH_BUFFER_SIZE - 1);
+    std::memcpy(out, name, length);
+    out[length] = '\0';
+}
+
+int languageClass() {
+    LANGID id = GetSystemDefaultLangID();
+    switch (id & PRIMARY_LANGUAGE_BITS) {
+    case LANGUAGE_CHINESE:
+        return (id & SUBLANGUAGE_BITS) == SUBLANGUAGE_SIMPLIFIED ? LANGUAGE_SIMPLIFIED_CHINESE
+                                                                 : LANGUAGE_TRADITIONAL_CHINESE;
+    case LANGUAGE_JAPANESE_ID:
+        return LANGUAGE_JAPANESE;
+    case LANGUAGE_KOREAN_ID:
+        return LANGUAGE_KOREAN;
+    default:
+        return LANGUAGE_OTHER;
+    }
+}
+
+bool isLeadByte(uint8_t byte, int languageClass) {
+    return std::ranges::any_of(LEAD_BYTE_RANGES, [&](const LeadByteRange &range) {
+        return range.languageClass == languageClass && byte >= range.first && byte <= range.last;
+    });
+}
+
+const char *nextChar(const char *position, int languageClass) {
+    bool pair = isLeadByte(static_cast<uint8_t>(position[0]), languageClass) && position[1] != '\0';
+    return position + (pair ? 2 : 1);
+}
+
+const char *lastChar(const char *start, const char *end, int languageClass) {
+    const char *last = start;
+    for (const char *position = start; position < end;) {
+        last = position;
+        position += isLeadByte(static_cast<uint8_t>(*position), languageClass) ? 2 : 1;
+    }
+    return last;
+}
+
+const char *nameStart(const char *path, bool stopAtColon, int languageClass) {
+    const char *name = path;
+    for (const char *position = path; *position != '\0'; position = nextChar(position, languageClass)) {
+        // Separators are single bytes, never lead bytes.
+        bool separator = *position == PATH_SEPARATOR || (PATH_HAS_DRIVES && stopAtColon && *position == ':');
+        if (separator) name = position + 1;
+    }
+    return name;
+}
+
+bool isSkippedExtension(const char *path) {
+    const char *dot = std::strrchr(path, '.');
+    if (dot == nullptr || dot[1] == '\0') return false;
+    return std::ranges::any_of(SKIPPED_EXTENSIONS,
+                               [&](const char *extension) { return _stricmp(dot + 1, extension) == 0; });
+}
+
+}  // namespace mergedb
+
+using namespace mergedb;
+
+// The next table of the database: a file name without directory, in the OEM
+// page. Whatever stops the walk reads as its end.
+extern "C" DbResult MERGEDB_CALL dbGetTableNamesMerge(uint32_t handle, char *nameOut, uint16_t firstOrNext) {
+    MergeDatabase *database = databaseLock(handle);
+    if (database == nullptr || nameOut == nullptr) return errorResult(ERR_MEMORY);
+    char resultPath[PATH_BUFFER_SIZE];
+    if (tableWalkStep(*database, firstOrNext, resultPath) != 0) return END_OF_DATA;
+    char name[PATH_BUFFER_SIZE];
+    baseName(resultPath, name);
+    CharToOemA(name, nameOut);
+    return DB_RESULT_OK;
+}
