@@ -12,4 +12,10 @@ namespace mergedb {
 // documents read their head record. Another kind gives ERR_FORMAT.
 uint16_t discoverFields(MergeTable &table);
 
+uint16_t discoverTaggedFields(MergeTable &table);
+uint16_t discoverDelimitedFields(MergeTable &table);
+
+// Gives table.current a node and reads the first record into it.
+uint16_t readFirstRecord(MergeTable &table);
+
 }  // namespace mergedb
