@@ -18,12 +18,6 @@ DbResult forDatabase(uint32_t database) { return databaseLock(database) == nullp
 
 extern "C" {
 
-DbResult MERGEDB_CALL dbFirstMerge(uint32_t table) { return forTable(table); }
-DbResult MERGEDB_CALL dbLastMerge(uint32_t table, uint32_t, uint32_t *) { return forTable(table); }
-DbResult MERGEDB_CALL dbNextMerge(uint32_t table, uint32_t, uint32_t *) { return forTable(table); }
-DbResult MERGEDB_CALL dbPrevMerge(uint32_t table, uint32_t, uint32_t *) { return forTable(table); }
-DbResult MERGEDB_CALL dbGetRecordMerge(uint32_t table, uint32_t, uint32_t *, uint32_t) { return forTable(table); }
-
 DbResult MERGEDB_CALL dbGetFieldValueMerge(uint32_t table, const char *, void *, uint16_t, uint16_t *) {
     return forTable(table);
 }

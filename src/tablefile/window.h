@@ -34,6 +34,11 @@ uint16_t windowSeek(MergeTable &table, uint32_t offset);
 uint32_t windowTell(const MergeTable &table);
 int windowAtEof(const MergeTable &table);
 
+// File offset of the cursor, inside a bracket.
+inline uint32_t windowPosition(const MergeTable &table) {
+    return table.windowFileOffset + static_cast<uint32_t>(regCursor - regBase);
+}
+
 // Bytes left in the window from the cursor on.
 inline uint32_t windowAvailable() { return static_cast<uint32_t>(regEnd - regCursor); }
 

@@ -1,0 +1,13 @@
+// Moving through a table's records with the pending edits merged in.
+#pragma once
+
+#include "tablefile/table.h"
+
+namespace mergedb {
+
+// Brings changeCursor next to the current record: onto the record's node if
+// it has one, else onto a neighbour on either side of its offset. Walks the
+// list from where the cursor stands, so it is cheap after a move.
+void changeCursorToCurrent(MergeTable &table);
+
+}  // namespace mergedb
