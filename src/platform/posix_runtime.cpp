@@ -2,6 +2,8 @@
 //
 // Paths here use "/" as their only separator, and ":" is an ordinary
 // character: there are no drives.
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -66,10 +68,53 @@ int _stricmp(const char *a, const char *b) {
     }
 }
 
+namespace {
+
+// Digits of value in radix 2 to 36, with a sign for radix 10 only, as the
+// Windows runtime writes them.
+char *integerToText(long long value, char *buffer, int radix) {
+    if (radix < 2 || radix > 36) {
+        buffer[0] = '\0';
+        return buffer;
+    }
+    bool negative = radix == 10 && value < 0;
+    auto magnitude = static_cast<unsigned long long>(value);
+    if (negative) magnitude = 0 - magnitude;
+    if (radix != 10) magnitude &= 0xFFFFFFFFull;
+    char digits[72];
+    int count = 0;
+    do {
+        digits[count++] = "0123456789abcdefghijklmnopqrstuvwxyz"[magnitude % radix];
+        magnitude /= radix;
+    } while (magnitude != 0);
+    char *out = buffer;
+    if (negative) *out++ = '-';
+    while (count > 0) *out++ = digits[--count];
+    *out = '\0';
+    return buffer;
+}
+
+}  // namespace
+
+char *_itoa(int value, char *buffer, int radix) { return integerToText(value, buffer, radix); }
+
+char *_ltoa(long value, char *buffer, int radix) { return integerToText(static_cast<int32_t>(value), buffer, radix); }
+
+char *_gcvt(double value, int digits, char *buffer) {
+    std::snprintf(buffer, 64, "%.*g", digits, value);
+    if (std::strpbrk(buffer, ".eEni") == nullptr) std::strcat(buffer, ".");
+    return buffer;
+}
+
 LANGID GetSystemDefaultLangID() {
     std::string_view locale = characterLocale();
     for (const LocaleLanguage &language : LOCALE_LANGUAGES) {
         if (locale.starts_with(language.prefix)) return language.id;
     }
     return US_ENGLISH;
+}
+
+LONG mergedb::runtimeAtol(const char *text) {
+    long long value = std::strtoll(text, nullptr, 10);
+    return static_cast<LONG>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
 }

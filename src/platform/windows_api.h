@@ -132,6 +132,11 @@ LANGID GetSystemDefaultLangID();
 // Runtime library.
 void _splitpath(const char *path, char *drive, char *dir, char *fname, char *ext);
 int _stricmp(const char *a, const char *b);
+char *_itoa(int value, char *buffer, int radix);
+char *_ltoa(long value, char *buffer, int radix);
+// digits significant digits; an integral result keeps its decimal point
+// ("100."), and a value that needs an exponent is written with one.
+char *_gcvt(double value, int digits, char *buffer);
 
 #endif
 
@@ -144,6 +149,14 @@ inline constexpr bool PATH_HAS_DRIVES = true;
 #else
 inline constexpr char PATH_SEPARATOR = '/';
 inline constexpr bool PATH_HAS_DRIVES = false;
+#endif
+
+// atol as the Windows runtime has it: 32 bits, a number beyond them gives
+// the nearer limit. atoi is the same there.
+#if defined(_WIN32)
+inline LONG runtimeAtol(const char *text) { return atol(text); }
+#else
+LONG runtimeAtol(const char *text);
 #endif
 
 }  // namespace mergedb
