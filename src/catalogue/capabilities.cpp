@@ -9,6 +9,7 @@
 #include "frame/messages.h"
 #include "frame/result.h"
 #include "tablefile/file_service.h"
+#include "tablefile/table_path.h"
 
 namespace mergedb {
 namespace {
@@ -99,21 +100,6 @@ uint16_t databaseInfo(const MergeDatabase &database, void *out, uint16_t item) {
         break;
     }
     return ERR_UNSUPPORTED;
-}
-
-// The path of name in the database's directory: the directory, a separator
-// unless it is empty or already ends in one (or in a drive's colon), and the
-// whole of name. False when that does not fit the buffer.
-bool databaseFilePath(const MergeDatabase &database, const char *name, char (&path)[PATH_BUFFER_SIZE]) {
-    size_t length = strnlen(database.path, PATH_BUFFER_SIZE);
-    size_t nameLength = strnlen(name, PATH_BUFFER_SIZE);
-    char last = length == 0 ? '\0' : database.path[length - 1];
-    bool separator = length != 0 && last != PATH_SEPARATOR && !(PATH_HAS_DRIVES && last == ':');
-    if (length + (separator ? 1 : 0) + nameLength >= PATH_BUFFER_SIZE) return false;
-    std::memcpy(path, database.path, length);
-    if (separator) path[length++] = PATH_SEPARATOR;
-    std::memcpy(path + length, name, nameLength + 1);
-    return true;
 }
 
 }  // namespace
@@ -227,7 +213,7 @@ extern "C" DbResult MERGEDB_CALL dbExistsMerge(uint32_t, uint32_t handle, const 
     const MergeDatabase *database = databaseLock(handle);
     if (database == nullptr || name == nullptr || exists == nullptr) return errorResult(ERR_MEMORY);
     char path[PATH_BUFFER_SIZE];
-    *exists = databaseFilePath(*database, name, path) && fileExists(path) == 0 ? 1 : 0;
+    *exists = joinTablePath(*database, name, TableName::Whole, path) && fileExists(path) == 0 ? 1 : 0;
     return DB_RESULT_OK;
 }
 
@@ -235,6 +221,6 @@ extern "C" DbResult MERGEDB_CALL dbEraseMerge(uint32_t, uint32_t handle, const c
     const MergeDatabase *database = databaseLock(handle);
     if (database == nullptr || name == nullptr) return errorResult(ERR_MEMORY);
     char path[PATH_BUFFER_SIZE];
-    if (!databaseFilePath(*database, name, path)) return errorResult(ERR_DELETE);
+    if (!joinTablePath(*database, name, TableName::Whole, path)) return errorResult(ERR_DELETE);
     return errorResult(fileDelete(path));
 }

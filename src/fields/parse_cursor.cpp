@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
+#include "records/record_scanner.h"
 
 namespace mergedb {
 
@@ -17,6 +19,9 @@ constexpr int NUMBER_BUFFER_SIZE = 8;
 char numberBuffer[NUMBER_BUFFER_SIZE];
 
 constexpr uint8_t NUMBER_END = ',';
+
+// Records are built in blocks of whole steps.
+constexpr uint32_t BUILD_STEP = RECORD_BLOCK_STEP;
 
 }  // namespace
 
@@ -90,6 +95,25 @@ uint16_t parseNumber(uint16_t *out) {
     numberBuffer[length] = '\0';
     *out = static_cast<uint16_t>(std::atoi(numberBuffer));
     return parseAdvance(1);
+}
+
+uint16_t parseWrite(const void *bytes, uint32_t count) {
+    if (count > parseRemaining()) {
+        auto written = static_cast<uint32_t>(parseCursor.cursor - parseCursor.base);
+        if (written + count > LONGEST_RECORD) return ERR_RECORD_TOO_LONG;
+        uint32_t size = (written + count + BUILD_STEP - 1) / BUILD_STEP * BUILD_STEP;
+        EditNode &owner = *parseCursor.owner;
+        BlockHandle grown = blockResize(owner.data, static_cast<uint16_t>(size));
+        if (grown == 0) return ERR_MEMORY;
+        owner.data = grown;
+        owner.dataLength = size;
+        parseCursor.base = blockLockAs<uint8_t>(grown);
+        parseCursor.cursor = parseCursor.base + written;
+        parseCursor.limit = parseCursor.base + size;
+    }
+    if (count != 0) std::memcpy(parseCursor.cursor, bytes, count);
+    parseCursor.cursor += count;
+    return 0;
 }
 
 }  // namespace mergedb

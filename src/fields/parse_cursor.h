@@ -39,6 +39,12 @@ uint16_t parseSkipLine();
 // over the comma.
 uint16_t parseNumber(uint16_t *out);
 
+// Appends count bytes at the cursor to the record being built in the
+// owner's block, which grows in whole steps of 4096 bytes; the owner's
+// dataLength holds the block's size while it grows. A record that would
+// grow past what can be read back gives ERR_RECORD_TOO_LONG.
+uint16_t parseWrite(const void *bytes, uint32_t count);
+
 // Bytes left from the cursor to the limit.
 inline uint32_t parseRemaining() { return static_cast<uint32_t>(parseCursor.limit - parseCursor.cursor); }
 

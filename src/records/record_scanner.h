@@ -13,6 +13,7 @@ namespace mergedb {
 // read has 28672 bytes.
 inline constexpr uint16_t RECORD_BLOCK_STEP = 4096;
 inline constexpr uint32_t RECORD_GROWTH_LIMIT = 32000;
+inline constexpr uint32_t LONGEST_RECORD = RECORD_GROWTH_LIMIT / RECORD_BLOCK_STEP * RECORD_BLOCK_STEP;
 
 // Reads the record at the window's position into table.current: its offset,
 // its exact bytes with the terminator, and both lengths. On failure the

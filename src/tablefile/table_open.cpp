@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "edits/change_list.h"
+#include "edits/commit.h"
 #include "fields/field_array.h"
 #include "fields/discovery.h"
 #include "formats/tagged_format.h"
@@ -11,38 +12,11 @@
 #include "frame/result.h"
 #include "tablefile/file_service.h"
 #include "tablefile/table_file.h"
+#include "tablefile/table_path.h"
 #include "tablefile/window.h"
 
 namespace mergedb {
 namespace {
-
-// Appends text to path at length, within PATH_BUFFER_SIZE.
-bool appendPath(char (&path)[PATH_BUFFER_SIZE], size_t &length, const char *text) {
-    size_t add = std::strlen(text);
-    if (length + add >= PATH_BUFFER_SIZE) return false;
-    std::memcpy(path + length, text, add + 1);
-    length += add;
-    return true;
-}
-
-// The table's path: the database's directory, a separator where one is
-// missing, and the base name and extension of tableName. A drive or
-// directory in tableName is dropped.
-bool joinTablePath(const MergeDatabase &database, const char *tableName, char (&path)[PATH_BUFFER_SIZE]) {
-    char drive[_MAX_DRIVE];
-    char directory[_MAX_DIR];
-    char baseName[_MAX_FNAME];
-    char extension[_MAX_EXT];
-    _splitpath(tableName, drive, directory, baseName, extension);
-    size_t length = 0;
-    path[0] = '\0';
-    if (!appendPath(path, length, database.path)) return false;
-    char last = length == 0 ? '\0' : path[length - 1];
-    bool needsSeparator = length != 0 && last != PATH_SEPARATOR && !(PATH_HAS_DRIVES && last == ':');
-    const char separator[2] = {PATH_SEPARATOR, '\0'};
-    if (needsSeparator && !appendPath(path, length, separator)) return false;
-    return appendPath(path, length, baseName) && appendPath(path, length, extension);
-}
 
 // Copies a delimited-text string into its table field; one over the
 // field's limit is refused rather than cut.
@@ -168,7 +142,7 @@ extern "C" DbResult MERGEDB_CALL dbOpenTableMerge(uint16_t subtype, uint32_t dat
     if (table == nullptr) return errorResult(ERR_MEMORY);
     table->file.handle = INVALID_HANDLE_VALUE;
     char path[PATH_BUFFER_SIZE];
-    uint16_t code = joinTablePath(*database, tableName, path) ? 0 : ERR_OPEN;
+    uint16_t code = joinTablePath(*database, tableName, TableName::BaseName, path) ? 0 : ERR_OPEN;
     if (code == 0 && subtype == DB_SUBTYPE_DELIMITED) {
         code = copyDelimiters(*table, fieldDelimiter, recordDelimiter, quote, ignore);
     }
@@ -200,6 +174,9 @@ extern "C" DbResult MERGEDB_CALL dbOpenTableMerge(uint16_t subtype, uint32_t dat
 extern "C" DbResult MERGEDB_CALL dbCloseTableMerge(uint32_t *tableSlot) {
     auto *table = tableSlot == nullptr ? nullptr : tableLock(*tableSlot);
     if (table == nullptr) return errorResult(ERR_MEMORY);
+    if (table->dirty != 0) {
+        if (uint16_t code = commitTable(*table)) return errorResult(code);
+    }
     if (uint16_t code = fieldsFree(&table->fields, &table->fieldCount)) return errorResult(code);
     if (uint16_t code = changeFree(*table)) return errorResult(code);
     freeCurrent(*table);

@@ -1,0 +1,161 @@
+// The host's record edits. Insert and update build the record's image from
+// the field values, in the table's own file form, in the current record's
+// block; insert appends it to the file at once, update and delete leave it
+// in the change list for the commit at close.
+#include <algorithm>
+
+#include "edits/change_list.h"
+#include "edits/commit.h"
+#include "fields/field_array.h"
+#include "fields/parse_cursor.h"
+#include "formats/delimited_format.h"
+#include "formats/tagged_format.h"
+#include "frame/result.h"
+#include "records/navigation.h"
+#include "records/record_scanner.h"
+#include "tablefile/file_service.h"
+#include "tablefile/window.h"
+
+namespace mergedb {
+namespace {
+
+constexpr uint32_t COMPACTION_DELETES = 200;
+
+uint16_t writeString(std::string_view text) { return parseWrite(text.data(), static_cast<uint32_t>(text.size())); }
+
+uint16_t writeBytes(std::span<const uint8_t> bytes) {
+    return parseWrite(bytes.data(), static_cast<uint32_t>(bytes.size()));
+}
+
+uint16_t writeEndOfField(const MergeTable &table) {
+    if (table.kind == DB_KIND_DELIMITED) return writeString(delimitedStrings(table).field);
+    if (isTaggedKind(table.kind)) return writeBytes(taggedFieldEnd(table.kind));
+    return ERR_FORMAT;
+}
+
+uint16_t writeEndOfRecord(const MergeTable &table) {
+    if (table.kind == DB_KIND_DELIMITED) return writeString(delimitedStrings(table).record);
+    if (isTaggedKind(table.kind)) return writeBytes(taggedRecordEnd(table.kind));
+    return ERR_FORMAT;
+}
+
+// The entry's value as it stands in a record: its length bytes.
+uint16_t writeValue(const FieldEntry &entry) {
+    const auto *value = blockLockAs<uint8_t>(entry.value);
+    if (value == nullptr) return ERR_MEMORY;
+    return parseWrite(value, std::min<uint32_t>(entry.length, blockSize(entry.value)));
+}
+
+uint16_t writeField(const MergeTable &table, const FieldEntry &entry, bool last) {
+    bool delimited = table.kind == DB_KIND_DELIMITED;
+    std::string_view quote = delimited ? delimitedStrings(table).quote : std::string_view();
+    uint16_t code = writeString(quote);
+    if (code == 0) code = writeValue(entry);
+    if (code == 0) code = writeString(quote);
+    if (code == 0 && !(delimited && last)) code = writeEndOfField(table);
+    return code;
+}
+
+// Builds the image of all fields into node's block, from its first byte.
+// The block starts at one step; the node's dataLength ends as the bytes
+// written.
+uint16_t buildImage(MergeTable &table, EditNode &node) {
+    if (table.kind != DB_KIND_DELIMITED && !isTaggedKind(table.kind)) return ERR_FORMAT;
+    const auto *fields = blockLockAs<FieldEntry>(table.fields);
+    if (fields == nullptr && table.fieldCount != 0) return ERR_MEMORY;
+    parseCursor.savedOffset = 0;
+    if (uint16_t code = parseAttach(node)) return code;
+    uint16_t code = 0;
+    for (int i = 0; i < table.fieldCount && code == 0; ++i) {
+        code = writeField(table, fields[i], i == table.fieldCount - 1);
+    }
+    if (code == 0) code = writeEndOfRecord(table);
+    parseDetach();
+    if (code == 0) node.dataLength = parseCursor.savedOffset;
+    return code;
+}
+
+// Gives the node a fresh block of one build step.
+uint16_t startImage(EditNode &node) {
+    BlockHandle block = blockResize(node.data, RECORD_BLOCK_STEP);
+    if (block == 0) return ERR_MEMORY;
+    node.data = block;
+    node.dataLength = RECORD_BLOCK_STEP;
+    return 0;
+}
+
+uint16_t insertRecord(MergeTable &table) {
+    if (table.current == 0) table.current = nodeAlloc();
+    auto *node = blockLockAs<EditNode>(table.current);
+    if (node == nullptr) return ERR_MEMORY;
+    blockFree(&node->data);
+    if (uint16_t code = startImage(*node)) return code;
+    if (uint16_t code = buildImage(table, *node)) return code;
+    node->flags = 0;
+    // Appending at fileSize writes over a final byte 26.
+    if (fileSeek(&table.file, table.fileSize, 0) == FILE_FAILURE) return ERR_SEEK;
+    const auto *image = blockLockAs<uint8_t>(node->data);
+    if (fileWrite(&table.file, image, static_cast<uint16_t>(node->dataLength)) != static_cast<int16_t>(node->dataLength)) {
+        return ERR_WRITE;
+    }
+    node->offset = table.fileSize;
+    node->originalLength = node->dataLength;
+    table.atEof = 0;
+    table.fileSize += node->dataLength;
+    // The window may hold bytes from behind the old end (a final byte 26 or
+    // an earlier short write); empty it so that the seek reads the file.
+    table.windowCursor = table.windowEnd = 0;
+    return windowSeek(table, node->offset);
+}
+
+// mode is NODE_UPDATED or NODE_DELETED. The cursor is first brought next
+// to the current record, so that an edit after an insert, a jump or the
+// end of the data still finds the record's node or its place in the list.
+uint16_t editCurrent(MergeTable &table, uint8_t mode) {
+    auto *node = blockLockAs<EditNode>(table.current);
+    if (node == nullptr) return ERR_MEMORY;
+    changeCursorToCurrent(table);
+    if (uint16_t code = startImage(*node)) return code;
+    if (mode == NODE_UPDATED) {
+        if (table.fields == 0) return ERR_MEMORY;
+        if (uint16_t code = buildImage(table, *node)) return code;
+    }
+    node->flags |= mode;
+    return changeEnterEdit(table);
+}
+
+void writeMark(uint32_t wantMark, uint32_t *mark) {
+    if (wantMark != 0 && mark != nullptr) *mark = 1;
+}
+
+}  // namespace
+
+}  // namespace mergedb
+
+using namespace mergedb;
+
+extern "C" DbResult MERGEDB_CALL dbInsertMerge(uint32_t handle, uint32_t wantMark, uint32_t *mark) {
+    MergeTable *table = tableLock(handle);
+    if (table == nullptr) return errorResult(ERR_MEMORY);
+    if (uint16_t code = insertRecord(*table)) return errorResult(code);
+    writeMark(wantMark, mark);
+    return DB_RESULT_OK;
+}
+
+extern "C" DbResult MERGEDB_CALL dbUpdateMerge(uint32_t handle, uint32_t wantMark, uint32_t *mark) {
+    MergeTable *table = tableLock(handle);
+    if (table == nullptr) return errorResult(ERR_MEMORY);
+    if (uint16_t code = editCurrent(*table, NODE_UPDATED)) return errorResult(code);
+    table->dirty = 1;
+    writeMark(wantMark, mark);
+    return DB_RESULT_OK;
+}
+
+extern "C" DbResult MERGEDB_CALL dbDeleteMerge(uint32_t handle) {
+    MergeTable *table = tableLock(handle);
+    if (table == nullptr) return errorResult(ERR_MEMORY);
+    if (uint16_t code = editCurrent(*table, NODE_DELETED)) return errorResult(code);
+    table->dirty = 1;
+    if (++table->pendingDeletes == COMPACTION_DELETES) return compactTable(handle);
+    return DB_RESULT_OK;
+}

@@ -1,0 +1,154 @@
+// Inserts, updates and deletes: the exact bytes they leave in the file, and
+// tables that read back after close as the walk showed them before.
+#include <random>
+
+#include "edits/edits_test_support.h"
+
+namespace mergedb {
+namespace {
+
+using test::Bytes;
+using test::bytesOf;
+
+class RecordEditsTest : public test::EditsTest {};
+
+const Bytes HEAD0 = {0x0E, 0x0A, 0xC3, 0x0C, 0xC3, 'A', 0xC4, 0x0C, 0xC4, 0x0A, 0xC3, 0x0C, 0xC3, 'B',
+                     0xC4, 0x0C, 0xC4, 0x0A, 0x12, 0x0A, 0x05, 0x0A};
+const Bytes HEAD1 = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'A', '~', 'B', '~', '~',
+                     0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C};
+
+Bytes join(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes &p : parts) all.insert(all.end(), p.begin(), p.end());
+    return all;
+}
+
+TEST_F(RecordEditsTest, DelimitedInsertUpdateDeleteLeaveExactBytes) {
+    dir.write("t.txt", "a,b\nc,d\ne,f\n\x1A");
+    open("t.txt");
+    // The insert writes over the final byte 26 at once.
+    putAll({"x", "y,z"});
+    uint32_t mark = 0;
+    ASSERT_EQ(dbInsertMerge(table, 1, &mark), 0u);
+    EXPECT_EQ(mark, 1u);
+    EXPECT_EQ(dir.read("t.txt"), bytesOf("a,b\nc,d\ne,f\n\"x\",\"y,z\"\n"));
+    moveTo(1);
+    putAll({"", "longer value"});
+    ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
+    moveTo(2);
+    ASSERT_EQ(dbDeleteMerge(table), 0u);
+    // Nothing but the insert reaches the file before the close.
+    EXPECT_EQ(dir.read("t.txt"), bytesOf("a,b\nc,d\ne,f\n\"x\",\"y,z\"\n"));
+    close();
+    EXPECT_EQ(dir.read("t.txt"), bytesOf("a,b\n\"\",\"longer value\"\n\"x\",\"y,z\"\n"));
+    EXPECT_FALSE(dir.exists("t.bk"));
+}
+
+TEST_F(RecordEditsTest, TaggedEditsKeepHeaderPrefixAndHead) {
+    struct Dialect {
+        uint8_t minor;
+        Bytes head;
+        Bytes fieldEnd;
+        Bytes recordEnd;
+    };
+    const Dialect dialects[] = {
+        {0, HEAD0, {0x12, 0x0A}, {0x05, 0x0A}},
+        {1, HEAD1, {0xDE, 0x31, 4, 0, 4, 0, 0x31, 0xDE, 0x0A}, {0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C}},
+    };
+    for (const Dialect &d : dialects) {
+        auto record = [&](const std::string &a, const std::string &b) {
+            return join({bytesOf(a), d.fieldEnd, bytesOf(b), d.fieldEnd, d.recordEnd});
+        };
+        Bytes prefix = test::taggedDocument(d.minor, d.head);
+        Bytes original = join({prefix, record("1", "one"), record("2", "two"), record("3", "three")});
+        dir.write("t.doc", original);
+        open("t.doc");
+        moveTo(1);
+        put(1, "TWO\x01\xC0");  // control and high bytes do not reach a tagged table
+        ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
+        moveTo(0);
+        ASSERT_EQ(dbDeleteMerge(table), 0u);
+        ASSERT_EQ(dbClearRecordMerge(table), 0u);
+        putAll({"4", "four"});
+        ASSERT_EQ(dbInsertMerge(table, 0, nullptr), 0u);
+        close();
+        EXPECT_EQ(dir.read("t.doc"), join({prefix, record("2", "TWO"), record("3", "three"), record("4", "four")}))
+            << "dialect " << int(d.minor);
+    }
+}
+
+TEST_F(RecordEditsTest, OddOrdersLoseNothing) {
+    dir.write("t.txt", "a,1\nb,2\nc,3\n");
+    open("t.txt");
+    // Update right after the open: the current record is the first one.
+    putAll({"A", "1"});
+    ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
+    // Update after the end of the data lands on the last record.
+    ASSERT_EQ(dbLastMerge(table, 0, nullptr), 0u);
+    EXPECT_EQ(dbNextMerge(table, 0, nullptr), DB_RESULT_END_OF_DATA);
+    putAll({"C", "3"});
+    ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
+    // Insert, then update and delete the new record; delete b twice.
+    putAll({"d", "4"});
+    ASSERT_EQ(dbInsertMerge(table, 0, nullptr), 0u);
+    putAll({"D", "4"});
+    ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
+    putAll({"e", "5"});
+    ASSERT_EQ(dbInsertMerge(table, 0, nullptr), 0u);
+    ASSERT_EQ(dbDeleteMerge(table), 0u);
+    moveTo(1);
+    ASSERT_EQ(dbDeleteMerge(table), 0u);
+    ASSERT_EQ(dbDeleteMerge(table), 0u);
+    EXPECT_EQ(tableLock(table)->pendingDeletes, 3u);
+    std::vector<Bytes> before = walk();
+    close();
+    EXPECT_EQ(dir.read("t.txt"), bytesOf("\"A\",\"1\"\n\"C\",\"3\"\n\"D\",\"4\"\n"));
+    open("t.txt");
+    EXPECT_EQ(walk().size(), before.size());
+
+    // A record too long to read back is refused, and nothing changes.
+    moveTo(0);
+    put(1, std::string(30000, 'L'));
+    EXPECT_EQ(dbUpdateMerge(table, 0, nullptr), DB_RESULT_ERROR(ERR_RECORD_TOO_LONG));
+    EXPECT_EQ(dbInsertMerge(table, 0, nullptr), DB_RESULT_ERROR(ERR_RECORD_TOO_LONG));
+    close();
+    EXPECT_EQ(dir.read("t.txt"), bytesOf("\"A\",\"1\"\n\"C\",\"3\"\n\"D\",\"4\"\n"));
+}
+
+// Random edits in any order: after close and reopen the table reads back
+// as the walk showed it before the close.
+TEST_F(RecordEditsTest, RandomEditsRoundTrip) {
+    std::mt19937 random(3);
+    for (const std::string name : {"r.txt", "r.doc"}) {
+        dir.write(name, name == "r.txt" ? bytesOf("0,0\n") : join({test::taggedDocument(1, HEAD1)}));
+        open(name);
+        for (int step = 0; step < 300; ++step) {
+            std::vector<Bytes> records = walk();
+            int count = static_cast<int>(records.size());
+            std::string value = std::to_string(step) + std::string(random() % 40, 'v');
+            switch (count == 0 ? 0 : random() % 3) {
+            case 0:
+                putAll({value, "i"});
+                ASSERT_EQ(dbInsertMerge(table, 0, nullptr), 0u);
+                break;
+            case 1:
+                moveTo(static_cast<int>(random() % count));
+                putAll({value, "u"});
+                ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
+                break;
+            default:
+                moveTo(static_cast<int>(random() % count));
+                ASSERT_EQ(dbDeleteMerge(table), 0u);
+                break;
+            }
+            if (step % 50 == 49) {
+                std::vector<Bytes> before = walk();
+                open(name);
+                ASSERT_EQ(walk(), before) << name << " after step " << step;
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace mergedb
