@@ -56,16 +56,24 @@ void _splitpath(const char *path, char *drive, char *dir, char *fname, char *ext
     copyPart(nameEnd, end, ext, _MAX_EXT);
 }
 
+namespace {
+
 // Letters fold to lower case in ASCII only, as in the "C" locale.
-int _stricmp(const char *a, const char *b) {
-    auto fold = [](char c) {
-        auto byte = static_cast<unsigned char>(c);
-        return (byte >= 'A' && byte <= 'Z') ? byte + ('a' - 'A') : static_cast<int>(byte);
-    };
-    for (;; ++a, ++b) {
-        int difference = fold(*a) - fold(*b);
+int foldCase(char c) {
+    auto byte = static_cast<unsigned char>(c);
+    return (byte >= 'A' && byte <= 'Z') ? byte + ('a' - 'A') : static_cast<int>(byte);
+}
+
+}  // namespace
+
+int _stricmp(const char *a, const char *b) { return _strnicmp(a, b, SIZE_MAX); }
+
+int _strnicmp(const char *a, const char *b, size_t count) {
+    for (; count != 0; --count, ++a, ++b) {
+        int difference = foldCase(*a) - foldCase(*b);
         if (difference != 0 || *a == '\0') return difference;
     }
+    return 0;
 }
 
 namespace {

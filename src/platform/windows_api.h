@@ -132,6 +132,7 @@ LANGID GetSystemDefaultLangID();
 // Runtime library.
 void _splitpath(const char *path, char *drive, char *dir, char *fname, char *ext);
 int _stricmp(const char *a, const char *b);
+int _strnicmp(const char *a, const char *b, size_t count);
 char *_itoa(int value, char *buffer, int radix);
 char *_ltoa(long value, char *buffer, int radix);
 // digits significant digits; an integral result keeps its decimal point

@@ -176,6 +176,10 @@ DbResult moveResult(uint32_t handle, uint16_t (*move)(MergeTable &), uint32_t wa
 
 }  // namespace
 
+uint16_t moveToFirst(MergeTable &table) { return runMove(table, moveFirst); }
+
+uint16_t moveToNext(MergeTable &table) { return runMove(table, moveNext); }
+
 void changeCursorToCurrent(MergeTable &table) {
     const EditNode *current = nodeAt(table.current);
     if (current == nullptr) return;
