@@ -1,6 +1,7 @@
 // The database object: a directory that holds tables.
 #include <cstring>
 
+#include "catalogue/directory.h"
 #include "frame/database.h"
 #include "frame/result.h"
 #include "tablefile/file_service.h"
@@ -31,7 +32,10 @@ extern "C" DbResult MERGEDB_CALL dbOpenDBMerge(uint16_t subtype, uint32_t, uint3
 extern "C" DbResult MERGEDB_CALL dbCloseDBMerge(uint32_t *databaseSlot) {
     if (databaseSlot == nullptr || *databaseSlot == 0) return DB_RESULT_OK;
     // A handle that names no database is left alone rather than freed.
-    if (databaseLock(*databaseSlot) == nullptr) return errorResult(ERR_MEMORY);
+    MergeDatabase *database = databaseLock(*databaseSlot);
+    if (database == nullptr) return errorResult(ERR_MEMORY);
+    // A walk over the tables left unfinished would keep its directory open.
+    dirFindClose(database->find);
     blockFree(databaseSlot);
     return DB_RESULT_OK;
 }
