@@ -1,7 +1,12 @@
 #!/usr/bin/env python3
 """Writes the sample database in examples/sample: the same small address list
-as a tagged document of each dialect and as delimited text (comma, CR LF,
-double quote; code page 437)."""
+as a tagged document of each dialect (contacts.doc, contacts1.doc) and as
+delimited text (contacts.txt: comma, CR LF, double quote, code page 437).
+
+The driver stores only printable ASCII in the tagged documents that it
+writes, so the accented letters of the sample's names are written here as
+the format's extended characters: four bytes, 192, the character number,
+the character set, 192."""
 import pathlib
 import struct
 
@@ -13,11 +18,15 @@ RECORDS = [
     ["Ana, \"Annie\" Lee", "Tórshavn", "555-0104"],
 ]
 
-# Extended characters of the tagged format: the OEM byte's (number, set).
+# Character set 1 of the driver's character table: the accented Latin
+# letters, as character number and the byte of code page 437 it reads as.
+SET_1 = (
+    "17:E1 1B:A0 1D:83 1E:8E 1F:84 21:85 22:8F 23:86 24:92 25:91 26:80 27:87 28:90 29:82 2B:88 2D:89 2F:8A "
+    "31:A1 33:8C 35:8B 37:8D 38:A5 39:A4 3B:A2 3D:93 3E:99 3F:94 41:95 43:A3 45:96 46:9A 47:81 49:97 8B:98"
+)
 EXTENDED = {
-    "á": (0x1F, 1), "à": (0x21, 1), "ç": (0x27, 1), "é": (0x29, 1), "ë": (0x2F, 1),
-    "í": (0x31, 1), "ñ": (0x39, 1), "ó": (0x3B, 1), "ö": (0x3F, 1), "ú": (0x43, 1),
-    "ü": (0x47, 1), "Ñ": (0x38, 1), "É": (0x28, 1),
+    bytes([int(oem, 16)]).decode("cp437"): int(number, 16)
+    for number, oem in (row.split(":") for row in SET_1.split())
 }
 
 PREFIX = bytes.fromhex(
@@ -33,15 +42,14 @@ def tagged_text(text):
     out = bytearray()
     for ch in text:
         if ch in EXTENDED:
-            number, charset = EXTENDED[ch]
-            out += bytes([0xC0, number, charset, 0xC0])
+            out += bytes([0xC0, EXTENDED[ch], 1, 0xC0])
         else:
             out += ch.encode("ascii")
     return bytes(out)
 
 
 def header(minor):
-    return b"\xffZRN" + struct.pack("<I", 76) + bytes([1, 10, 0, minor, 0, 0, 0, 0])
+    return b"\xffZRN" + struct.pack("<I", 16 + len(PREFIX)) + bytes([1, 10, 0, minor, 0, 0, 0, 0])
 
 
 def dialect0():

@@ -1,0 +1,51 @@
+// Records on stdout in the formats of the tool, and the progress of long
+// walks on stderr.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+void writeOut(std::string_view bytes);
+
+// "1 record", "2 records".
+std::string recordCount(size_t count);
+
+// Takes the records of a walk, in OEM text.
+class RecordWriter {
+public:
+    virtual ~RecordWriter() = default;
+    virtual void header(const std::vector<std::string> &names) = 0;
+    virtual void record(const std::vector<std::string> &values) = 0;
+    virtual void finish() {}
+};
+
+// "csv", "json" or "table"; nothing for any other name. CSV and table text
+// goes out as the driver gives it, or as UTF-8 with utf8; JSON is UTF-8.
+std::unique_ptr<RecordWriter> makeWriter(std::string_view format, bool utf8, bool withHeader);
+
+// Counts the records of a walk and, when stderr is a terminal, shows the
+// count there now and then. A walk that prints records shows none while
+// they go to the same terminal.
+class Progress {
+public:
+    Progress(std::string label, bool printsRecords);
+    ~Progress();
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
+
+    void tick();
+    size_t count() const { return count_; }
+
+private:
+    std::string label_;
+    bool enabled_;
+    bool shown_ = false;
+    size_t count_ = 0;
+};
+
+}  // namespace tool
