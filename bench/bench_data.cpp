@@ -1,6 +1,7 @@
 #include "bench_data.h"
 
 #include <cstdio>
+#include <memory>
 #include <random>
 #include <stdexcept>
 #include <vector>
@@ -11,75 +12,135 @@ namespace {
 const char *const WORDS[] = {"Smith", "Jones", "Garcia", "Miller", "Davis", "Lopez", "Wilson", "Anderson",
                              "Thomas", "Taylor", "Moore", "Jackson", "Martin", "Lee", "Perez", "White"};
 
-std::string headFor(DataKind kind) {
-    std::string head(16, '\0');
+const std::string FIELD_END_1("\xde\x31\x04\x00\x04\x00\x31\xde\n", 9);
+const std::string RECORD_END_1("\xde\x34\x06\x00\x00\x00\x06\x00\x34\xde\x0c", 11);
+const std::string NAME_LIST_1("\xde\x62\x04\x00\x04\x00\x62\xde\n", 9);
+
+// A 16-byte header with the stream right behind it, and the head record.
+std::string headFor(DataKind kind, int fieldCount) {
     const unsigned char header[16] = {0xFF, 'Z', 'R', 'N', 16, 0, 0, 0, 1, 10, 0,
                                       static_cast<unsigned char>(kind == DataKind::Tagged1), 0, 0, 0, 0};
-    head.assign(reinterpret_cast<const char *>(header), 16);
+    std::string head(reinterpret_cast<const char *>(header), sizeof header);
     if (kind == DataKind::Tagged0) {
         head += "\x0e\n";
-        for (int f = 1; f <= 10; ++f) head += "\xc3\x0c\xc3" "Field" + std::to_string(f) + "\xc4\x0c\xc4\n";
+        for (int f = 1; f <= fieldCount; ++f) head += "\xc3\x0c\xc3" + fieldName(kind, f) + "\xc4\x0c\xc4\n";
         head += "\x12\n\x05\n";
     } else {
-        head += std::string("\xde\x62\x04\x00\x04\x00\x62\xde\n", 9);
-        for (int f = 1; f <= 10; ++f) head += "Field" + std::to_string(f) + "~";
-        head += "~" + std::string("\xde\x34\x06\x00\x00\x00\x06\x00\x34\xde\x0c", 11);
+        head += NAME_LIST_1;
+        for (int f = 1; f <= fieldCount; ++f) head += fieldName(kind, f) + "~";
+        head += "~" + RECORD_END_1;
     }
     return head;
 }
 
-std::string fieldValue(std::mt19937 &random, int field) {
-    std::string value = WORDS[random() % 16];
-    if (field % 3 == 0) value += std::string(" ") + WORDS[random() % 16];
-    if (field == 4) value += ", " + std::to_string(random() % 10000);  // holds the field delimiter
-    return value;
-}
-
-void appendRecord(std::string &out, DataKind kind, std::mt19937 &random) {
-    static const std::string fieldEnd1("\xde\x31\x04\x00\x04\x00\x31\xde\n", 9);
-    static const std::string recordEnd1("\xde\x34\x06\x00\x00\x00\x06\x00\x34\xde\x0c", 11);
-    for (int f = 1; f <= 10; ++f) {
-        std::string value = fieldValue(random, f);
-        switch (kind) {
-        case DataKind::Delimited:
-            if (f > 1) out += ',';
-            if (f % 2 == 0) {
-                out += '"' + value + '"';
-            } else {
-                out += value;
-            }
-            break;
-        case DataKind::Tagged0: out += value + "\x12\n"; break;
-        case DataKind::Tagged1: out += value + fieldEnd1; break;
+void appendDelimited(std::string &out, const std::vector<std::string> &values) {
+    for (size_t f = 0; f < values.size(); ++f) {
+        if (f > 0) out += FIELD_DELIMITER;
+        // Every even field (counted from 1) is quoted.
+        if (f % 2 == 1) {
+            out += QUOTE + values[f] + QUOTE;
+        } else {
+            out += values[f];
         }
     }
+    out += RECORD_DELIMITER;
+}
+
+void appendRecord(std::string &out, DataKind kind, const std::vector<std::string> &values) {
     switch (kind) {
-    case DataKind::Delimited: out += "\r\n"; break;
-    case DataKind::Tagged0: out += "\x05\n"; break;
-    case DataKind::Tagged1: out += recordEnd1; break;
+    case DataKind::Delimited: appendDelimited(out, values); return;
+    case DataKind::Tagged0:
+        for (const std::string &value : values) out += value + "\x12\n";
+        out += "\x05\n";
+        return;
+    case DataKind::Tagged1:
+        for (const std::string &value : values) out += value + FIELD_END_1;
+        out += RECORD_END_1;
+        return;
     }
 }
+
+void addressRecord(std::vector<std::string> &values, uint64_t number, std::mt19937 &random) {
+    values.assign(ADDRESS_FIELDS, {});
+    values[0] = std::to_string(number);
+    for (int f = 2; f <= ADDRESS_FIELDS; ++f) {
+        std::string &value = values[f - 1];
+        value = WORDS[random() % 16];
+        if (f % 3 == 0) value += std::string(" ") + WORDS[random() % 16];
+        if (f == 4) value += ", " + std::to_string(random() % 10000);  // holds the field delimiter
+    }
+}
+
+// Buffers a table's bytes and writes them in large pieces.
+class TableWriter {
+public:
+    TableWriter(const std::string &path, DataKind kind, int fieldCount)
+        : file_(std::fopen(path.c_str(), "wb"), &std::fclose), kind_(kind) {
+        if (file_ == nullptr) throw std::runtime_error("cannot write " + path);
+        if (kind != DataKind::Delimited) chunk_ = headFor(kind, fieldCount);
+    }
+
+    void add(const std::vector<std::string> &values) {
+        appendRecord(chunk_, kind_, values);
+        ++facts_.records;
+        for (const std::string &value : values) facts_.textBytes += value.size();
+        if (chunk_.size() >= (1u << 20)) flush();
+    }
+
+    TableFacts finish() {
+        flush();
+        if (std::fflush(file_.get()) != 0) throw std::runtime_error("cannot write a table");
+        return facts_;
+    }
+
+private:
+    void flush() {
+        if (std::fwrite(chunk_.data(), 1, chunk_.size(), file_.get()) != chunk_.size()) {
+            throw std::runtime_error("cannot write a table");
+        }
+        facts_.fileBytes += chunk_.size();
+        chunk_.clear();
+    }
+
+    std::unique_ptr<std::FILE, decltype(&std::fclose)> file_;
+    DataKind kind_;
+    std::string chunk_;
+    TableFacts facts_;
+};
 
 }  // namespace
 
-uint64_t writeTable(const std::string &path, DataKind kind, uint64_t size, uint32_t seed) {
-    std::FILE *file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) throw std::runtime_error("cannot write " + path);
+std::string fieldName(DataKind kind, int i) {
+    return (kind == DataKind::Delimited ? "" : "Field") + std::to_string(i);
+}
+
+std::string wideValue(int i) {
+    std::string value = "v";
+    return value += std::to_string(i);
+}
+
+TableFacts writeAddressTable(const std::string &path, DataKind kind, uint64_t size, uint32_t seed) {
+    TableWriter writer(path, kind, ADDRESS_FIELDS);
     std::mt19937 random(seed);
-    std::string chunk = kind == DataKind::Delimited ? "" : headFor(kind);
-    uint64_t written = 0;
-    uint64_t records = 0;
-    while (written < size) {
-        appendRecord(chunk, kind, random);
-        ++records;
-        if (chunk.size() >= (1u << 20) || written + chunk.size() >= size) {
-            std::fwrite(chunk.data(), 1, chunk.size(), file);
-            written += chunk.size();
-            chunk.clear();
-        }
+    std::vector<std::string> values;
+    std::string delimited;
+    for (uint64_t delimitedBytes = 0, number = 1; delimitedBytes < size; ++number) {
+        addressRecord(values, number, random);
+        delimited.clear();
+        appendDelimited(delimited, values);
+        delimitedBytes += delimited.size();
+        writer.add(values);
     }
-    std::fclose(file);
-    return records;
+    return writer.finish();
+}
+
+TableFacts writeWideTable(const std::string &path, DataKind kind, int fieldCount) {
+    constexpr int RECORDS = 4;
+    TableWriter writer(path, kind, fieldCount);
+    std::vector<std::string> values;
+    for (int f = 1; f <= fieldCount; ++f) values.push_back(wideValue(f));
+    for (int r = 0; r < RECORDS; ++r) writer.add(values);
+    return writer.finish();
 }
 
 }  // namespace mergedb::bench
