@@ -1,0 +1,118 @@
+// Every file call of a commit, and of a compaction, made to fail in turn:
+// each time the records survive whole, in the table or in its backup, and
+// the host can still close its handle.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "platform/fault_injection.h"
+#include "robustness/robustness_support.h"
+#include "tablefile/table.h"
+
+namespace mergedb {
+namespace {
+
+using test::Bytes;
+using test::Edit;
+using test::LargeTable;
+using test::Where;
+
+constexpr FaultKind KINDS[] = {FaultKind::Open, FaultKind::Close,  FaultKind::Read,   FaultKind::Write,
+                               FaultKind::ShortWrite, FaultKind::Seek, FaultKind::Rename, FaultKind::Delete};
+
+// Updates and deletes spread over the table, fewer than compact it.
+const std::vector<Edit> COMMIT_EDITS = {{0, false}, {3, true}, {4, true}, {700, false}, {701, true}, {1999, false}};
+
+// 199 deletes, then the update of a record among them and the 200th delete.
+std::vector<Edit> compactionEdits() {
+    std::vector<Edit> edits = {{2, false}};
+    for (int r = 100; r < 300; ++r) edits.push_back({r, true});
+    return edits;
+}
+
+class FaultSweep : public ::testing::TestWithParam<bool> {
+protected:
+    void TearDown() override { faultReset(); }
+
+    // Runs the edits on a fresh copy of the table, the last one with the
+    // nth call of kind made to fail, or the close when closing. Gives
+    // whether the fault struck.
+    bool run(const LargeTable &table, const std::vector<Edit> &edits, FaultKind kind, uint32_t nth, bool closing) {
+        test::TempDir dir;
+        dir.write(table.name, table.before);
+        uint32_t database = test::openDatabase(dir);
+        uint32_t handle = 0;
+        EXPECT_EQ(test::openLargeTable(database, table, &handle), 0u);
+        for (size_t i = 0; i + (closing ? 0 : 1) < edits.size(); ++i) {
+            EXPECT_EQ(test::applyEdit(handle, table, edits[i]), 0u);
+        }
+        faultReset();
+        faultArm(kind, nth);
+        DbResult result = closing ? dbCloseTableMerge(&handle) : test::applyEdit(handle, table, edits.back());
+        bool struck = faultCalls(kind) >= nth;
+        faultReset();
+        Bytes after = test::afterCommit(table, edits);
+        Where where = test::whereRecordsAre(dir, table, after);
+        EXPECT_NE(where, Where::Lost) << "call " << nth;
+        if (result == DB_RESULT_OK) {
+            EXPECT_EQ(where, Where::NewTable) << "call " << nth;
+        }
+        // A commit that failed took its new file with it.
+        if (where == Where::Backup) {
+            EXPECT_FALSE(dir.exists(table.name)) << "call " << nth;
+        }
+        if (!closing && result == DB_RESULT_OK) expectReopened(handle);
+        closeAfterAll(handle);
+        dbCloseDBMerge(&database);
+        return struck;
+    }
+
+    // After a compaction the handle holds a fresh table that starts with
+    // the first record.
+    void expectReopened(uint32_t handle) {
+        char value[255] = {};
+        uint16_t length = 0;
+        ASSERT_EQ(dbFirstMerge(handle), 0u);
+        ASSERT_EQ(dbGetFieldValueHMerge(handle, 0, value, DB_TYPE_TEXT, &length), 0u);
+        EXPECT_STREQ(value, "000000");
+    }
+
+    // The host closes what it holds; a commit that fails again is given up
+    // so that nothing stays behind.
+    void closeAfterAll(uint32_t &handle) {
+        if (handle == 0 || dbCloseTableMerge(&handle) == DB_RESULT_OK || handle == 0) return;
+        tableLock(handle)->dirty = 0;
+        EXPECT_EQ(dbCloseTableMerge(&handle), 0u);
+    }
+
+    // Sweeps every kind over every call, and tells how many failure points
+    // it tried. Each kind has calls to make fail.
+    void sweep(const char *what, const LargeTable &table, const std::vector<Edit> &edits, bool closing) {
+        std::string counts;
+        int points = 0;
+        for (FaultKind kind : KINDS) {
+            uint32_t nth = 1;
+            while (run(table, edits, kind, nth, closing)) ++nth;
+            EXPECT_GT(nth, 1u) << static_cast<int>(kind);
+            counts += " " + std::to_string(nth - 1);
+            points += static_cast<int>(nth - 1);
+        }
+        std::printf("%s of a %s table: %d failure points (open, close, read, write, short write, seek, rename, "
+                    "delete:%s)\n",
+                    what, table.tagged ? "tagged" : "delimited", points, counts.c_str());
+    }
+};
+
+TEST_P(FaultSweep, EveryFailingCallOfACommitKeepsTheRecordsWhole) {
+    sweep("commit", test::largeTable(GetParam(), 2000), COMMIT_EDITS, true);
+}
+
+TEST_P(FaultSweep, EveryFailingCallOfACompactionKeepsTheRecordsWhole) {
+    sweep("compaction", test::largeTable(GetParam(), 1500), compactionEdits(), false);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, FaultSweep, ::testing::Values(false, true),
+                         [](const auto &info) { return info.param ? "Tagged" : "Delimited"; });
+
+}  // namespace
+}  // namespace mergedb

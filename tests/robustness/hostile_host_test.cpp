@@ -1,0 +1,331 @@
+// Every export called as a careless or hostile host might call it: null
+// pointers, names and delimiters past their limits, item, type and field
+// numbers out of range. Each call gives a result of one of the three
+// shapes, and writes nothing outside the area the host stated, which guard
+// bytes surround.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <memory>
+
+#include "robustness/host_areas.h"
+#include "support/test_support.h"
+
+namespace mergedb {
+namespace {
+
+using test::Bytes;
+using test::fieldItemAreaSize;
+using test::valueAreaSize;
+
+constexpr uint8_t GUARD_BYTE = 0xA5;
+constexpr size_t GUARD_SIZE = 64;
+
+// An output area of the stated size between guard bytes; it starts out
+// filled with the guard byte too, so that untouched parts can be told.
+class Area {
+public:
+    explicit Area(size_t size) : bytes_(size + 2 * GUARD_SIZE, GUARD_BYTE), size_(size) {}
+    void *data() { return bytes_.data() + GUARD_SIZE; }
+    char *text() { return reinterpret_cast<char *>(data()); }
+    uint8_t at(size_t i) const { return bytes_[GUARD_SIZE + i]; }
+    bool guarded() const {
+        for (size_t i = 0; i < GUARD_SIZE; ++i) {
+            if (bytes_[i] != GUARD_BYTE || bytes_[GUARD_SIZE + size_ + i] != GUARD_BYTE) return false;
+        }
+        return true;
+    }
+
+private:
+    std::vector<uint8_t> bytes_;
+    size_t size_;
+};
+
+bool defined(DbResult result) {
+    return result == DB_RESULT_OK || result == DB_RESULT_END_OF_DATA || DB_RESULT_IS_ERROR(result);
+}
+
+const std::string LONG_NAME(70000, 'n');
+const uint16_t NUMBERS[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 40, 1000, 65535};
+
+// Calls with one output area of each stated size, then with a null one.
+void expectGuarded(size_t size, const std::function<DbResult(void *)> &call, const char *what, uint16_t number) {
+    Area area(size);
+    EXPECT_TRUE(defined(call(area.data()))) << what << " " << number;
+    EXPECT_TRUE(area.guarded()) << what << " " << number;
+    EXPECT_TRUE(defined(call(nullptr))) << what << " " << number;
+}
+
+TEST(HostileHost, SessionDatabaseAndCatalogueCallsKeepToTheirAreas) {
+    test::TempDir dir;
+    dir.write(std::string(200, 't') + ".txt", "x\n");
+    EXPECT_EQ(dbInitMerge(1, 0, 0, 0, nullptr, test::messagesModule()), 0u);
+    EXPECT_EQ(dbExitMerge(nullptr), 0u);
+    for (uint32_t code : {0u, 6u, 23u, 24u, 50u, 100u, 0xFFFFu, DB_RESULT_END_OF_DATA, DB_RESULT_ERROR(9)}) {
+        Area message(81);
+        dbErrMsgMerge(code, message.text());
+        EXPECT_TRUE(message.guarded()) << code;
+        dbErrMsgMerge(code, nullptr);
+    }
+    Area unopened(4);
+    EXPECT_EQ(dbOpenDBMerge(4, 0, 0, LONG_NAME.c_str(), static_cast<uint32_t *>(unopened.data())),
+              DB_RESULT_ERROR(ERR_BAD_PATH));
+    EXPECT_EQ(unopened.at(0), GUARD_BYTE);
+    EXPECT_EQ(dbOpenDBMerge(4, 0, 0, dir.path().c_str(), nullptr), DB_RESULT_ERROR(ERR_MEMORY));
+    EXPECT_EQ(dbCloseDBMerge(nullptr), 0u);
+    uint32_t database = test::openDatabase(dir, DB_SUBTYPE_TAGGED);
+
+    const size_t INFO_SIZE[] = {0, 256, 30, 2, 2, 2, 2, 1, 9, 9, 0, 0, 80, 1, 0, 4, 1};
+    for (uint16_t item : NUMBERS) {
+        size_t size = item < std::size(INFO_SIZE) ? INFO_SIZE[item] : 0;
+        expectGuarded(size, [&](void *out) { return dbGetDBInfoMerge(database, out, item); }, "db info", item);
+    }
+    for (uint16_t first : {1, 0, 2, 65535}) {
+        Area name(256), kind(2);
+        EXPECT_TRUE(defined(dbGetDBSubTypesMerge(database, name.text(), static_cast<uint16_t *>(kind.data()), first)));
+        EXPECT_TRUE(name.guarded() && kind.guarded());
+        EXPECT_TRUE(DB_RESULT_IS_ERROR(dbGetDBSubTypesMerge(database, nullptr, nullptr, first)));
+        expectGuarded(31, [&](void *out) { return dbGetTypeNamesMerge(0, 0, static_cast<char *>(out), first); },
+                      "type names", first);
+        Area table(256);
+        EXPECT_TRUE(defined(dbGetTableNamesMerge(database, table.text(), first)));
+        EXPECT_TRUE(table.guarded());
+        EXPECT_TRUE(DB_RESULT_IS_ERROR(dbGetTableNamesMerge(database, nullptr, first)));
+    }
+    for (uint16_t item : NUMBERS) {
+        expectGuarded(1, [&](void *out) { return dbGetSessionInfoMerge(0, static_cast<uint8_t *>(out), item); },
+                      "session info", item);
+    }
+    Area a(2), b(2), c(2), d(4);
+    auto *a16 = static_cast<uint16_t *>(a.data());
+    auto *b16 = static_cast<uint16_t *>(b.data());
+    auto *c16 = static_cast<uint16_t *>(c.data());
+    auto *d32 = static_cast<uint32_t *>(d.data());
+    EXPECT_EQ(dbGetTypeInfoMerge(0, 0, 7, 9, 0, 0, a16, b16, c16, d32), 0u);
+    EXPECT_EQ(dbGetNameInfoMerge(0, 0, 0, 0, a16, b16, c16, d32), 0u);
+    EXPECT_EQ(dbIsIndexedMerge(0, 0, 0, a16, d32), 0u);
+    EXPECT_EQ(dbIsValidMapMerge(0, 0, 0, 0, 0, 0, d32), 0u);
+    EXPECT_EQ(dbRecLockMerge(0, d32), 0u);
+    EXPECT_EQ(dbRecUnlockMerge(0, d32), 0u);
+    EXPECT_TRUE(a.guarded() && b.guarded() && c.guarded() && d.guarded());
+    for (DbResult result : {dbGetTypeInfoMerge(0, 0, 1, 1, 0, 0, nullptr, nullptr, nullptr, nullptr),
+                            dbGetNameInfoMerge(0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr),
+                            dbIsIndexedMerge(0, 0, 0, nullptr, nullptr), dbIsValidMapMerge(0, 0, 0, 0, 0, 0, nullptr),
+                            dbRecLockMerge(0, nullptr), dbRecUnlockMerge(0, nullptr),
+                            dbExistsMerge(0, database, nullptr, d32), dbExistsMerge(0, database, "x", nullptr),
+                            dbEraseMerge(0, database, nullptr), dbEraseMerge(0, database, LONG_NAME.c_str()),
+                            dbBuildMerge(nullptr, "name"), dbCreateMerge(database, nullptr, 0, 43),
+                            dbCreateMerge(database, LONG_NAME.c_str(), 0, 43), dbCreateMerge(database, "t", 0, 43)}) {
+        EXPECT_TRUE(DB_RESULT_IS_ERROR(result)) << std::hex << result;
+    }
+    EXPECT_EQ(dbExistsMerge(0, database, LONG_NAME.c_str(), d32), 0u);
+    EXPECT_EQ(*d32, 0u);
+
+    // A name list: names past a slot, a handle of another kind, a kind that
+    // is none, a handle already freed.
+    uint32_t list = 0;
+    EXPECT_TRUE(DB_RESULT_IS_ERROR(dbBuildMerge(&list, LONG_NAME.c_str())));
+    EXPECT_TRUE(DB_RESULT_IS_ERROR(dbBuildMerge(&list, nullptr)));
+    uint32_t notAList = database;
+    EXPECT_TRUE(DB_RESULT_IS_ERROR(dbBuildMerge(&notAList, "a")));
+    ASSERT_EQ(dbBuildMerge(&list, "a"), 0u);
+    EXPECT_EQ(dbCreateMerge(database, "t.doc", list, 65535), DB_RESULT_ERROR(ERR_FORMAT));
+    EXPECT_TRUE(DB_RESULT_IS_ERROR(dbCreateMerge(database, "t.doc", list, 43)));
+    EXPECT_TRUE(DB_RESULT_IS_ERROR(dbBuildMerge(&list, "b")));
+    EXPECT_FALSE(dir.exists("t.doc"));
+    dbCloseDBMerge(&database);
+}
+
+TEST(HostileHost, TheConstantAnswersStayConstant) {
+    for (auto call : {dbAppendQueryMerge, dbCreateDBMerge, dbCreateIndexMerge, dbEndQueryMerge, dbExecDirectQueryMerge,
+                      dbExecQueryMerge, dbFetchQueryMerge, dbGetColumnInfoMerge, dbGetColumnNamesMerge,
+                      dbGetIndexInfoMerge, dbGetQueryColMerge, dbGetQueryInfoMerge, dbQueryValueMerge,
+                      dbStartQueryMerge}) {
+        EXPECT_EQ(call(), DB_RESULT_ERROR(ERR_UNSUPPORTED));
+    }
+    for (auto call : {dbGetDBNamesMerge, dbGetIndexNamesMerge}) EXPECT_EQ(call(), DB_RESULT_END_OF_DATA);
+    for (auto call : {dbCommitMerge, dbRollbackMerge, dbStartTransMerge, dbSwitchToIndexMerge}) EXPECT_EQ(call(), 0u);
+}
+
+TEST(HostileHost, OpeningRefusesNullsAndStringsPastTheirLimits) {
+    test::TempDir dir;
+    dir.write("t.txt", "a,b\n");
+    uint32_t database = test::openDatabase(dir);
+    const std::string longDelimiter(21, ';');
+    struct Open {
+        const char *name;
+        const char *field, *record, *quote, *ignore;
+    };
+    const Open opens[] = {{nullptr, ",", "\n", "", ""},          {LONG_NAME.c_str(), ",", "\n", "", ""},
+                          {"t.txt", nullptr, "\n", "", ""},      {"t.txt", ",", nullptr, "", ""},
+                          {"t.txt", ",", "\n", nullptr, ""},     {"t.txt", ",", "\n", "", nullptr},
+                          {"t.txt", longDelimiter.c_str(), "\n", "", ""}, {"t.txt", ",", LONG_NAME.c_str(), "", ""},
+                          {"t.txt", ",", "\n", "12345", ""},     {"t.txt", ",", "\n", "", LONG_NAME.c_str()}};
+    for (const Open &open : opens) {
+        Area out(4);
+        EXPECT_TRUE(DB_RESULT_IS_ERROR(dbOpenTableMerge(4, database, open.name, 0, 0, static_cast<uint32_t *>(out.data()),
+                                                        open.field, open.record, open.quote, open.ignore, 0)));
+        EXPECT_EQ(out.at(0), GUARD_BYTE);
+        EXPECT_TRUE(out.guarded());
+    }
+    EXPECT_TRUE(DB_RESULT_IS_ERROR(dbOpenTableMerge(4, database, "t.txt", 0, 0, nullptr, ",", "\n", "", "", 0)));
+    for (uint16_t subtype : {0, 3, 65535}) {
+        uint32_t table = 0;
+        EXPECT_EQ(dbOpenTableMerge(subtype, database, "t.txt", 0, 0, &table, nullptr, nullptr, nullptr, nullptr, 0),
+                  DB_RESULT_ERROR(ERR_END_OF_FILE));
+    }
+    EXPECT_TRUE(DB_RESULT_IS_ERROR(dbCloseTableMerge(nullptr)));
+    dbCloseDBMerge(&database);
+}
+
+// Out of the calling order: the database is closed before its table, so
+// the compaction of the 200th delete commits but cannot reopen the table.
+// The handle then names nothing the close had let go of, and closes.
+TEST(HostileHost, ACompactionAfterTheDatabaseWasClosedLeavesAHandleThatCloses) {
+    test::TempDir dir;
+    std::string text;
+    for (int i = 0; i < 250; ++i) text += std::to_string(i) + "\n";
+    dir.write("t.txt", text);
+    uint32_t database = test::openDatabase(dir);
+    uint32_t table = 0;
+    ASSERT_EQ(test::openDelimited(database, "t.txt", &table, ",", "\n", "", ""), 0u);
+    ASSERT_EQ(dbCloseDBMerge(&database), 0u);
+    ASSERT_EQ(dbFirstMerge(table), 0u);
+    for (int i = 1; i < 200; ++i) {
+        ASSERT_EQ(dbDeleteMerge(table), 0u);
+        ASSERT_EQ(dbNextMerge(table, 0, nullptr), 0u);
+    }
+    EXPECT_EQ(dbDeleteMerge(table), DB_RESULT_ERROR(ERR_MEMORY));
+    EXPECT_EQ(dir.read("t.txt"), test::bytesOf(text.substr(text.find("200\n"))));
+    EXPECT_EQ(dbNextMerge(table, 0, nullptr), DB_RESULT_END_OF_DATA);
+    EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+    EXPECT_EQ(table, 0u);
+}
+
+// A delimited table with a value longer than a short text, and a tagged
+// one; each is asked for every item, field and type there is and is not.
+class HostileTable : public ::testing::TestWithParam<bool> {
+protected:
+    void SetUp() override {
+        std::string longValue(300, 'v');
+        if (GetParam()) {
+            Bytes stream = {14, 10, 195, 12, 195, 'A', 196, 12, 196, 10, 195, 12, 195, 'B', 196, 12, 196, 10,
+                            18, 10, 5,  10};
+            Bytes record = test::bytesOf(longValue + "\x12\nb\x12\n\x05\n");
+            stream.insert(stream.end(), record.begin(), record.end());
+            dir.write("t.doc", test::taggedDocument(0, stream));
+            database = test::openDatabase(dir, DB_SUBTYPE_TAGGED);
+            ASSERT_EQ(test::openTagged(database, "t.doc", &table), 0u);
+        } else {
+            dir.write("t.txt", "1,2\n" + longValue + ",b\n");
+            database = test::openDatabase(dir);
+            ASSERT_EQ(test::openDelimited(database, "t.txt", &table, ",", "\n", "", ""), 0u);
+        }
+        ASSERT_EQ(dbFirstMerge(table), 0u);
+        if (!GetParam()) {
+            ASSERT_EQ(dbNextMerge(table, 0, nullptr), 0u);
+        }
+        // The long value is current, cut to a short text's length.
+        char value[255];
+        uint16_t length = 0;
+        ASSERT_EQ(dbGetFieldValueHMerge(table, 0, value, DB_TYPE_TEXT, &length), 0u);
+        ASSERT_EQ(length, 254);
+    }
+    void TearDown() override {
+        EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+        dbCloseDBMerge(&database);
+    }
+
+    test::TempDir dir;
+    uint32_t database = 0;
+    uint32_t table = 0;
+};
+
+TEST_P(HostileTable, InformationAndValuesKeepToTheirAreas) {
+    for (uint16_t item : NUMBERS) {
+        size_t size = fieldItemAreaSize(item);
+        for (uint16_t index : {0, 1, 2, 65535}) {
+            expectGuarded(size, [&](void *out) { return dbGetFieldInfoHMerge(table, index, out, item); }, "info", item);
+        }
+        for (const char *name : {"1", "b", "", LONG_NAME.c_str()}) {
+            expectGuarded(size, [&](void *out) { return dbGetFieldInfoMerge(table, name, out, item); }, "info", item);
+        }
+        EXPECT_TRUE(DB_RESULT_IS_ERROR(dbGetFieldInfoMerge(table, nullptr, nullptr, item)));
+        size_t tableSize = item == 4 ? 256 : item == 1 || item == 2 ? 2 : 0;
+        expectGuarded(tableSize, [&](void *out) { return dbGetTableInfoMerge(table, out, item); }, "table", item);
+    }
+    // Item 2 leaves the host's slots 1 and 2 alone.
+    Area type(10);
+    ASSERT_EQ(dbGetFieldInfoHMerge(table, 0, type.data(), 2), 0u);
+    for (size_t i = 2; i < 6; ++i) EXPECT_EQ(type.at(i), GUARD_BYTE);
+    for (uint16_t mode : {1, 0, 0, 0, 2, 65535}) {
+        Area name(40), index(2);
+        EXPECT_TRUE(defined(dbGetFieldNamesMerge(table, name.text(), static_cast<uint16_t *>(index.data()), mode)));
+        EXPECT_TRUE(name.guarded() && index.guarded());
+        EXPECT_TRUE(DB_RESULT_IS_ERROR(dbGetFieldNamesMerge(table, nullptr, nullptr, mode)));
+    }
+    for (uint16_t type : NUMBERS) {
+        for (uint16_t index : {0, 1, 2, 65535}) {
+            Area length(2);
+            auto *lengthOut = static_cast<uint16_t *>(length.data());
+            expectGuarded(valueAreaSize(type),
+                          [&](void *out) { return dbGetFieldValueHMerge(table, index, out, type, lengthOut); }, "get",
+                          type);
+            EXPECT_TRUE(DB_RESULT_IS_ERROR(dbGetFieldValueHMerge(table, index, length.data(), type, nullptr)));
+            EXPECT_TRUE(length.guarded());
+        }
+        for (const char *name : {"1", "A", LONG_NAME.c_str()}) {
+            uint16_t length = 0;
+            expectGuarded(valueAreaSize(type),
+                          [&](void *out) { return dbGetFieldValueMerge(table, name, out, type, &length); }, "get",
+                          type);
+        }
+        EXPECT_TRUE(DB_RESULT_IS_ERROR(dbGetFieldValueMerge(table, nullptr, nullptr, type, nullptr)));
+    }
+}
+
+TEST_P(HostileTable, MovesPutsEditsAndSearchesTakeAnyArgument) {
+    Area mark(4);
+    auto *markOut = static_cast<uint32_t *>(mark.data());
+    for (uint32_t position : {0u, 1u, 3u, 100u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        EXPECT_TRUE(defined(dbGetRecordMerge(table, 1, markOut, position)));
+        EXPECT_TRUE(defined(dbGetRecordMerge(table, 1, nullptr, position)));
+    }
+    EXPECT_TRUE(defined(dbLastMerge(table, 1, nullptr)));
+    EXPECT_TRUE(defined(dbPrevMerge(table, 1, nullptr)));
+    EXPECT_TRUE(defined(dbNextMerge(table, 1, markOut)));
+    EXPECT_TRUE(mark.guarded());
+    // A tagged put reads the host's text to its end and no further, even
+    // behind the lead byte of a token.
+    for (const char *text : {"ab\xde", "\xc0", "x\x7f", ""}) {
+        std::unique_ptr<char[]> exact(new char[strlen(text) + 1]);
+        std::strcpy(exact.get(), text);
+        EXPECT_TRUE(defined(dbPutFieldValueHMerge(table, 0, exact.get(), DB_TYPE_TEXT, 65535)));
+    }
+    const uint8_t number[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    for (uint16_t type : NUMBERS) {
+        const void *value = valueAreaSize(type) >= 255 ? static_cast<const void *>("text") : number;
+        for (uint16_t index : {0, 1, 65535}) {
+            EXPECT_TRUE(defined(dbPutFieldValueHMerge(table, index, value, type, 8)));
+            EXPECT_TRUE(defined(dbPutFieldValueHMerge(table, index, nullptr, type, 8)));
+        }
+        EXPECT_TRUE(defined(dbPutFieldValueMerge(table, LONG_NAME.c_str(), "x", type, 1)));
+        EXPECT_TRUE(DB_RESULT_IS_ERROR(dbPutFieldValueMerge(table, nullptr, "x", type, 1)));
+    }
+    EXPECT_EQ(dbInsertMerge(table, 1, nullptr), 0u);
+    EXPECT_EQ(dbUpdateMerge(table, 1, markOut), 0u);
+    EXPECT_TRUE(mark.guarded());
+    EXPECT_EQ(dbClearRecordMerge(table), 0u);
+    for (uint16_t first : {1, 0, 2, 65535}) {
+        EXPECT_TRUE(defined(dbFindRecordMerge(table, 0xFFFFFFFF, 0, 0, first, 0xFFFFFFFF)));
+    }
+    for (uint16_t option : NUMBERS) EXPECT_TRUE(defined(dbSetTableOptionMerge(table, option)));
+    EXPECT_EQ(dbDeleteMerge(table), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, HostileTable, ::testing::Values(false, true),
+                         [](const auto &info) { return info.param ? "Tagged" : "Delimited"; });
+
+}  // namespace
+}  // namespace mergedb
