@@ -1,13 +1,21 @@
-# Compares the dynamic symbols that LIBRARY defines with the names listed
-# under "global:" in EXPECTED.
-execute_process(COMMAND nm -D --defined-only "${LIBRARY}" OUTPUT_VARIABLE symbols RESULT_VARIABLE failed)
-if(failed)
-  message(FATAL_ERROR "nm failed on ${LIBRARY}")
+# Compares the dynamic symbols that LIBRARY defines (the export table of a
+# DLL, read with OBJDUMP) with the names listed under "global:" in EXPECTED.
+if(LIBRARY MATCHES "\\.dll$")
+  execute_process(COMMAND "${OBJDUMP}" -p "${LIBRARY}" OUTPUT_VARIABLE symbols RESULT_VARIABLE failed)
+  string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table\n([^\n]+\n)*" table "${symbols}")
+  string(REGEX MATCHALL "\\[ *[0-9]+\\] [^\n]+" lines "${table}")
+  set(prefix "^\\[ *[0-9]+\\] ")
+else()
+  execute_process(COMMAND nm -D --defined-only "${LIBRARY}" OUTPUT_VARIABLE symbols RESULT_VARIABLE failed)
+  string(REGEX MATCHALL "[^\n]+" lines "${symbols}")
+  set(prefix "^[0-9a-fA-F]* *[A-Za-z] +")
 endif()
-string(REGEX MATCHALL "[^\n]+" lines "${symbols}")
+if(failed)
+  message(FATAL_ERROR "cannot list the symbols of ${LIBRARY}")
+endif()
 set(defined "")
 foreach(line IN LISTS lines)
-  string(REGEX REPLACE "^[0-9a-fA-F]* *[A-Za-z] +" "" name "${line}")
+  string(REGEX REPLACE "${prefix}" "" name "${line}")
   list(APPEND defined "${name}")
 endforeach()
 file(STRINGS "${EXPECTED}" mapLines REGEX "^    [A-Za-z]+;$")

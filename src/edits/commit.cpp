@@ -81,6 +81,15 @@ uint16_t writeNewFile(MergeTable &table, FileObject &newFile) {
     return table.fileSize > position ? copyFrom(newFile, table.file, position, table.fileSize - position) : 0;
 }
 
+// A table record that names no file and no block: what the host's handle
+// holds after a compaction whose close let go of the table, so that the
+// host can still close it.
+MergeTable closedTable() {
+    MergeTable table{};
+    table.file.handle = INVALID_HANDLE_VALUE;
+    return table;
+}
+
 }  // namespace
 
 uint16_t commitTable(MergeTable &table) {
@@ -115,6 +124,10 @@ DbResult compactTable(uint32_t handle) {
     *copy = *table;
     uint32_t copySlot = copyHandle;
     if (DbResult result = dbCloseTableMerge(&copySlot)) {
+        // The handle takes over what the failed close left: the table as a
+        // failed commit left it, or nothing once the close let go of all.
+        const MergeTable *left = tableLock(copySlot);
+        *table = left != nullptr ? *left : closedTable();
         blockFree(&copySlot);
         return result;
     }
@@ -124,7 +137,10 @@ DbResult compactTable(uint32_t handle) {
                                        delimited ? table->fieldDelimiter : nullptr,
                                        delimited ? table->recordDelimiter : nullptr,
                                        delimited ? table->quote : nullptr, delimited ? table->ignore : nullptr, 0);
-    if (result != DB_RESULT_OK) return result;
+    if (result != DB_RESULT_OK) {
+        *table = closedTable();
+        return result;
+    }
     MergeTable *fresh = tableLock(reopened);
     fresh->oemConversion = table->oemConversion;
     *table = *fresh;

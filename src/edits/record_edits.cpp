@@ -105,6 +105,9 @@ uint16_t insertRecord(MergeTable &table) {
     // The window may hold bytes from behind the old end (a final byte 26 or
     // an earlier short write); empty it so that the seek reads the file.
     table.windowCursor = table.windowEnd = 0;
+    // As after a jump, the list's cursor comes next to the new record, so
+    // that the next move sees the nodes of the records in front of it.
+    changeCursorToCurrent(table);
     return windowSeek(table, node->offset);
 }
 

@@ -10,6 +10,8 @@ using namespace mergedb;
 
 extern "C" DbResult MERGEDB_CALL dbOpenDBMerge(uint16_t subtype, uint32_t, uint32_t, const char *path,
                                                uint32_t *databaseOut) {
+    // A database that no handle would reach is not made.
+    if (databaseOut == nullptr) return errorResult(ERR_MEMORY);
     BlockHandle handle = blockAlloc(sizeof(MergeDatabase));
     auto *database = blockLockAs<MergeDatabase>(handle);
     if (database == nullptr) return errorResult(ERR_MEMORY);
@@ -25,7 +27,7 @@ extern "C" DbResult MERGEDB_CALL dbOpenDBMerge(uint16_t subtype, uint32_t, uint3
     }
     database->subtype = subtype;
     database->find.findHandle = INVALID_HANDLE_VALUE;
-    if (databaseOut != nullptr) *databaseOut = handle;
+    *databaseOut = handle;
     return DB_RESULT_OK;
 }
 

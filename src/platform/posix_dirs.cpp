@@ -4,6 +4,7 @@
 // them the search finds that one path, directories included; with them it
 // lists the matching entries of the directory in the directory's own order.
 // "*.*" matches every name, as on Windows.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
@@ -11,6 +12,7 @@
 #include <list>
 #include <string>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include "platform/posix_internal.h"
 
@@ -66,8 +68,13 @@ bool nextMatch(FindSearch &search, LPWIN32_FIND_DATAA data) {
     return false;
 }
 
+// A path that ends in a separator names nothing, as on Windows; only the
+// root itself, which stands for a drive's root, is found.
 HANDLE findOnePath(std::string path, LPWIN32_FIND_DATAA data) {
-    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    if (path.size() > 1 && path.back() == '/') {
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
     struct stat info;
     if (stat(path.c_str(), &info) != 0) {
         SetLastError(errno == ENOTDIR ? ERROR_PATH_NOT_FOUND : posixToWindowsError(errno));
@@ -127,5 +134,21 @@ BOOL FindClose(HANDLE find) {
     }
     if (search->directory != nullptr) closedir(search->directory);
     searches().remove_if([search](const FindSearch &entry) { return &entry == search; });
+    return TRUE;
+}
+
+BOOL GetDiskFreeSpaceA(LPCSTR root, LPDWORD sectorsPerCluster, LPDWORD bytesPerSector, LPDWORD freeClusters,
+                       LPDWORD totalClusters) {
+    struct statvfs info;
+    if (root == nullptr || statvfs(root, &info) != 0) {
+        SetLastError(root == nullptr ? ERROR_PATH_NOT_FOUND : posixToWindowsError(errno));
+        return FALSE;
+    }
+    // One sector of the fragment size per cluster; counts beyond 32 bits are cut.
+    auto clamp = [](uint64_t value) { return static_cast<DWORD>(std::min<uint64_t>(value, UINT32_MAX)); };
+    if (sectorsPerCluster != nullptr) *sectorsPerCluster = 1;
+    if (bytesPerSector != nullptr) *bytesPerSector = clamp(info.f_frsize);
+    if (freeClusters != nullptr) *freeClusters = clamp(info.f_bavail);
+    if (totalClusters != nullptr) *totalClusters = clamp(info.f_blocks);
     return TRUE;
 }

@@ -1,10 +1,14 @@
 // File calls of the Windows kind on POSIX.
 //
-// A HANDLE is an OpenFile of ours. Windows share modes are kept between the
-// opens of this process: every open file is listed with its access and share
-// mode, and an open that an earlier one forbids fails with the sharing
-// violation. A file without any write permission bit stands for a file with
-// the read-only attribute: it does not open for writing and is not deleted.
+// A HANDLE is the number of an OpenFile of ours, never given twice, so that
+// a handle kept after its close names nothing. Windows share modes are kept
+// by advisory record locks far behind any data of a table, which belong to
+// the open file description: they tell apart two opens of one process as
+// well as opens of two processes, and they go with the descriptor, also
+// when a process dies. An open that an earlier one forbids fails with the
+// sharing violation, and so do a move or delete of a file that is open. A
+// file without any write permission bit stands for a file with the
+// read-only attribute: it does not open for writing and is not deleted.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -19,11 +23,9 @@
 namespace {
 
 struct OpenFile {
+    uintptr_t id;
     int fd;
-    dev_t device;
-    ino_t inode;
     DWORD access;
-    DWORD shareMode;
 };
 
 std::list<OpenFile> &openFiles() {
@@ -31,36 +33,71 @@ std::list<OpenFile> &openFiles() {
     return files;
 }
 
+uintptr_t lastHandleId = 0;
+
 OpenFile *fileOf(HANDLE handle) {
-    if (handle == nullptr || handle == INVALID_HANDLE_VALUE) return nullptr;
+    auto id = reinterpret_cast<uintptr_t>(handle);
     for (OpenFile &file : openFiles()) {
-        if (&file == handle) return &file;
+        if (file.id == id) return &file;
     }
     return nullptr;
 }
 
-bool sameFile(const OpenFile &file, const struct stat &info) {
-    return file.device == info.st_dev && file.inode == info.st_ino;
+// The lock bytes of the share modes, one per thing an open does or refuses.
+// The lock that conflicts with each is the one two places on: an open that
+// reads meets one that refuses to share reading, and so on.
+enum ShareByte : int { SHARE_READS, SHARE_WRITES, SHARE_DENIES_READ, SHARE_DENIES_WRITE, SHARE_BYTES };
+constexpr off_t SHARE_LOCK_BASE = off_t{1} << 40;
+
+int conflictingByte(int byte) { return (byte + 2) % SHARE_BYTES; }
+
+bool holdsByte(DWORD access, DWORD shareMode, int byte) {
+    switch (byte) {
+    case SHARE_READS: return (access & GENERIC_READ) != 0;
+    case SHARE_WRITES: return (access & GENERIC_WRITE) != 0;
+    case SHARE_DENIES_READ: return (shareMode & FILE_SHARE_READ) == 0;
+    default: return (shareMode & FILE_SHARE_WRITE) == 0;
+    }
 }
 
-// An open with access and shareMode must agree with every earlier open of
-// the same file, both ways round.
-bool shareAllows(const struct stat &info, DWORD access, DWORD shareMode) {
-    for (const OpenFile &other : openFiles()) {
-        if (!sameFile(other, info)) continue;
-        if ((access & GENERIC_READ) && !(other.shareMode & FILE_SHARE_READ)) return false;
-        if ((access & GENERIC_WRITE) && !(other.shareMode & FILE_SHARE_WRITE)) return false;
-        if ((other.access & GENERIC_READ) && !(shareMode & FILE_SHARE_READ)) return false;
-        if ((other.access & GENERIC_WRITE) && !(shareMode & FILE_SHARE_WRITE)) return false;
+struct flock shareLock(short type, int byte, int count) {
+    struct flock lock{};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = SHARE_LOCK_BASE + byte;
+    lock.l_len = count;
+    return lock;
+}
+
+// Whether another open file description holds a lock on count lock bytes
+// from byte on.
+bool lockedElsewhere(int fd, int byte, int count) {
+    struct flock probe = shareLock(F_WRLCK, byte, count);
+    return fcntl(fd, F_OFD_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
+}
+
+// Takes the locks that describe an open, then looks for the locks of others
+// that it conflicts with. Taking first means that of two opens racing each
+// other at least one sees the other. A file system without record locks
+// keeps no share modes.
+bool takeShareLocks(int fd, DWORD access, DWORD shareMode) {
+    for (int byte = 0; byte < SHARE_BYTES; ++byte) {
+        struct flock lock = shareLock(F_RDLCK, byte, 1);
+        if (holdsByte(access, shareMode, byte)) fcntl(fd, F_OFD_SETLK, &lock);
+    }
+    for (int byte = 0; byte < SHARE_BYTES; ++byte) {
+        if (holdsByte(access, shareMode, byte) && lockedElsewhere(fd, conflictingByte(byte), 1)) return false;
     }
     return true;
 }
 
-bool isOpen(const struct stat &info) {
-    for (const OpenFile &file : openFiles()) {
-        if (sameFile(file, info)) return true;
-    }
-    return false;
+// Whether any open, of this process or another, holds the file at path.
+bool isOpen(const char *path) {
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    bool held = lockedElsewhere(fd, 0, SHARE_BYTES);
+    close(fd);
+    return held;
 }
 
 int openFlags(DWORD access, DWORD disposition) {
@@ -74,17 +111,18 @@ int openFlags(DWORD access, DWORD disposition) {
     }
     switch (disposition) {
     case CREATE_NEW: return flags | O_CREAT | O_EXCL;
-    case CREATE_ALWAYS: return flags | O_CREAT | O_TRUNC;
+    case CREATE_ALWAYS:
     case OPEN_ALWAYS: return flags | O_CREAT;
-    case TRUNCATE_EXISTING: return flags | O_TRUNC;
     default: return flags;
     }
 }
 
+bool truncates(DWORD disposition) { return disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING; }
+
 // Checks that Windows makes before it touches the file: what the
-// disposition demands of an existing or missing file, directories, the
-// read-only attribute and the share modes.
-DWORD checkBeforeOpen(LPCSTR path, DWORD access, DWORD shareMode, DWORD disposition) {
+// disposition demands of an existing or missing file, directories and the
+// read-only attribute.
+DWORD checkBeforeOpen(LPCSTR path, DWORD access, DWORD disposition) {
     struct stat info;
     if (stat(path, &info) != 0) {
         bool mustExist = disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING;
@@ -92,10 +130,24 @@ DWORD checkBeforeOpen(LPCSTR path, DWORD access, DWORD shareMode, DWORD disposit
     }
     if (disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
     if (S_ISDIR(info.st_mode)) return ERROR_ACCESS_DENIED;
-    bool writes = (access & GENERIC_WRITE) || disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+    bool writes = (access & GENERIC_WRITE) || truncates(disposition);
     if (writes && isReadOnlyAttribute(info)) return ERROR_ACCESS_DENIED;
-    if (!shareAllows(info, access, shareMode)) return ERROR_SHARING_VIOLATION;
     return ERROR_SUCCESS;
+}
+
+// Opens path with the share mode's locks; a file is truncated only once no
+// other open forbids it. Gives the descriptor, or -1 with the last error set.
+int openShared(LPCSTR path, DWORD access, DWORD shareMode, DWORD disposition, mode_t permissions) {
+    int fd = open(path, openFlags(access, disposition), permissions);
+    DWORD error = fd < 0 ? posixToWindowsError(errno) : ERROR_SUCCESS;
+    if (error == ERROR_SUCCESS && !takeShareLocks(fd, access, shareMode)) error = ERROR_SHARING_VIOLATION;
+    if (error == ERROR_SUCCESS && truncates(disposition) && ftruncate(fd, 0) != 0) error = posixToWindowsError(errno);
+    if (error != ERROR_SUCCESS) {
+        if (fd >= 0) close(fd);
+        SetLastError(error);
+        return -1;
+    }
+    return fd;
 }
 
 BOOL fail(DWORD error) {
@@ -127,25 +179,16 @@ HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD shareMode, LPVOID, DWORD dis
         SetLastError(ERROR_PATH_NOT_FOUND);
         return INVALID_HANDLE_VALUE;
     }
-    if (DWORD error = checkBeforeOpen(path, access, shareMode, disposition)) {
+    if (DWORD error = checkBeforeOpen(path, access, disposition)) {
         SetLastError(error);
         return INVALID_HANDLE_VALUE;
     }
     if (platformFaultHits(mergedb::FaultKind::Open)) return INVALID_HANDLE_VALUE;
-    int fd = open(path, openFlags(access, disposition), 0666);
-    if (fd < 0) {
-        SetLastError(posixToWindowsError(errno));
-        return INVALID_HANDLE_VALUE;
-    }
-    struct stat info;
-    if (fstat(fd, &info) != 0) {
-        SetLastError(posixToWindowsError(errno));
-        close(fd);
-        return INVALID_HANDLE_VALUE;
-    }
-    openFiles().push_back(OpenFile{fd, info.st_dev, info.st_ino, access, shareMode});
+    int fd = openShared(path, access, shareMode, disposition, 0666);
+    if (fd < 0) return INVALID_HANDLE_VALUE;
+    openFiles().push_back(OpenFile{++lastHandleId, fd, access});
     SetLastError(ERROR_SUCCESS);
-    return &openFiles().back();
+    return reinterpret_cast<HANDLE>(lastHandleId);
 }
 
 BOOL CloseHandle(HANDLE handle) {
@@ -237,7 +280,7 @@ BOOL MoveFileA(LPCSTR from, LPCSTR to) {
     struct stat source;
     struct stat target;
     if (stat(from, &source) != 0) return fail(posixToWindowsError(errno));
-    if (isOpen(source)) return fail(ERROR_SHARING_VIOLATION);
+    if (isOpen(from)) return fail(ERROR_SHARING_VIOLATION);
     if (lstat(to, &target) == 0) {
         // Moving a file onto itself changes nothing and succeeds.
         if (source.st_dev == target.st_dev && source.st_ino == target.st_ino) return TRUE;
@@ -251,14 +294,13 @@ BOOL CopyFileA(LPCSTR from, LPCSTR to, BOOL failIfExists) {
     int source = open(from, O_RDONLY | O_CLOEXEC);
     if (source < 0) return fail(posixToWindowsError(errno));
     struct stat info;
+    DWORD disposition = failIfExists ? CREATE_NEW : CREATE_ALWAYS;
     DWORD error = fstat(source, &info) != 0 ? posixToWindowsError(errno) : ERROR_SUCCESS;
-    if (error == ERROR_SUCCESS) {
-        error = checkBeforeOpen(to, GENERIC_WRITE, 0, failIfExists ? CREATE_NEW : CREATE_ALWAYS);
-    }
+    if (error == ERROR_SUCCESS) error = checkBeforeOpen(to, GENERIC_READ | GENERIC_WRITE, disposition);
     int target = -1;
     if (error == ERROR_SUCCESS) {
-        target = open(to, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, info.st_mode & 0777);
-        if (target < 0) error = posixToWindowsError(errno);
+        target = openShared(to, GENERIC_READ | GENERIC_WRITE, 0, disposition, info.st_mode & 0777);
+        if (target < 0) error = GetLastError();
     }
     if (error == ERROR_SUCCESS && !copyContents(source, target)) error = ERROR_DISK_FULL;
     if (target >= 0) close(target);
@@ -270,7 +312,7 @@ BOOL DeleteFileA(LPCSTR path) {
     struct stat info;
     if (lstat(path, &info) != 0) return fail(posixToWindowsError(errno));
     if (S_ISDIR(info.st_mode) || isReadOnlyAttribute(info)) return fail(ERROR_ACCESS_DENIED);
-    if (isOpen(info)) return fail(ERROR_SHARING_VIOLATION);
+    if (isOpen(path)) return fail(ERROR_SHARING_VIOLATION);
     if (platformFaultHits(mergedb::FaultKind::Delete)) return FALSE;
     return unlink(path) == 0 ? TRUE : fail(posixToWindowsError(errno));
 }

@@ -18,9 +18,10 @@ struct LocaleLanguage {
 };
 
 // Locale name prefixes and their Windows language ids, the first match
-// winning. Other locales count as US English.
+// winning; Singapore has an id of its own, as on Windows. Other locales
+// count as US English.
 constexpr LocaleLanguage LOCALE_LANGUAGES[] = {
-    {"ja", 0x0411}, {"ko", 0x0412}, {"zh_CN", 0x0804}, {"zh_SG", 0x0804}, {"zh", 0x0404},
+    {"ja", 0x0411}, {"ko", 0x0412}, {"zh_CN", 0x0804}, {"zh_SG", 0x1004}, {"zh", 0x0404},
 };
 constexpr LANGID US_ENGLISH = 0x0409;
 

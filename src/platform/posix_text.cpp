@@ -38,16 +38,18 @@ BOOL CharToOemBuffA(LPCSTR source, LPSTR destination, DWORD length) {
     return TRUE;
 }
 
+// A text that the module lacks leaves an empty string, as on Windows.
 int LoadStringA(HINSTANCE module, UINT id, LPSTR buffer, int size) {
-    if (module == nullptr || buffer == nullptr || size <= 0) return 0;
-    const auto *table = static_cast<const MergeStringEntry *>(dlsym(module, "mergeStringTable"));
-    if (table == nullptr) return 0;
-    for (const MergeStringEntry *entry = table; entry->text != nullptr; ++entry) {
+    if (buffer == nullptr || size <= 0) return 0;
+    size_t count = 0;
+    const auto *table =
+        module == nullptr ? nullptr : static_cast<const MergeStringEntry *>(dlsym(module, "mergeStringTable"));
+    for (const MergeStringEntry *entry = table; entry != nullptr && entry->text != nullptr; ++entry) {
         if (entry->id != id) continue;
-        size_t count = strnlen(entry->text, static_cast<size_t>(size - 1));
+        count = strnlen(entry->text, static_cast<size_t>(size - 1));
         std::memcpy(buffer, entry->text, count);
-        buffer[count] = '\0';
-        return static_cast<int>(count);
+        break;
     }
-    return 0;
+    buffer[count] = '\0';
+    return static_cast<int>(count);
 }

@@ -7,9 +7,40 @@
 
 #if defined(_WIN32)
 
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <windows.h>
 #include <stdlib.h>
 #include <string.h>
+
+// Macros of the Windows headers whose names the library gives to constants
+// of its own.
+#undef SEVERITY_ERROR
+
+namespace mergedb {
+
+// Inside the library's namespace the file calls that tests can make fail
+// (fault_injection.h) are these: each counts its call, fails when an armed
+// fault strikes, and otherwise makes the real call unchanged.
+HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD shareMode, LPSECURITY_ATTRIBUTES security,
+                   DWORD disposition, DWORD attributes, HANDLE templateFile);
+BOOL CloseHandle(HANDLE handle);
+BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD count, LPDWORD got, LPOVERLAPPED overlapped);
+BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD count, LPDWORD written, LPOVERLAPPED overlapped);
+DWORD SetFilePointer(HANDLE handle, LONG distance, PLONG distanceHigh, DWORD method);
+BOOL MoveFileA(LPCSTR from, LPCSTR to);
+BOOL DeleteFileA(LPCSTR path);
+
+// The system's language, which Windows fixes for a process. A test may set
+// the one it needs; 0 gives back the real one.
+LANGID GetSystemDefaultLangID();
+void systemLanguageOverride(LANGID language);
+
+}  // namespace mergedb
 
 #else
 
@@ -118,6 +149,9 @@ void SetLastError(DWORD error);
 HANDLE FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data);
 BOOL FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data);
 BOOL FindClose(HANDLE find);
+// Succeeds when the file system that holds root answers.
+BOOL GetDiskFreeSpaceA(LPCSTR root, LPDWORD sectorsPerCluster, LPDWORD bytesPerSector, LPDWORD freeClusters,
+                       LPDWORD totalClusters);
 
 // Text. The ANSI page is Windows-1252, the OEM page 437. Both conversions
 // work in place as well.
@@ -153,9 +187,10 @@ inline constexpr bool PATH_HAS_DRIVES = false;
 #endif
 
 // atol as the Windows runtime has it: 32 bits, a number beyond them gives
-// the nearer limit. atoi is the same there.
+// the nearer limit. atoi is the same there. The old msvcrt.dll that MinGW
+// links lets atol wrap around instead; strtol there gives the limit.
 #if defined(_WIN32)
-inline LONG runtimeAtol(const char *text) { return atol(text); }
+inline LONG runtimeAtol(const char *text) { return strtol(text, nullptr, 10); }
 #else
 LONG runtimeAtol(const char *text);
 #endif

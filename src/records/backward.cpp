@@ -15,6 +15,29 @@ namespace {
 // The smallest variable token takes 8 bytes.
 constexpr uint32_t SMALLEST_VARIABLE_TOKEN = 8;
 
+// How far into the window a backward step that leaves it lands: the window
+// is filled from there on, so that the record which a backward move then
+// reads forward most likely lies inside it too, and the next steps back
+// find their bytes in it.
+constexpr uint32_t BACK_REACH = 4096;
+
+// Moves the window's position back by count bytes, which callers keep
+// within the file.
+uint16_t moveBack(MergeTable &table, uint32_t count) {
+    auto behind = static_cast<uint32_t>(regCursor - regBase);
+    if (count <= behind) {
+        regCursor -= count;
+        return 0;
+    }
+    uint32_t position = windowPosition(table);
+    if (count > position) return ERR_START_OF_FILE;
+    uint32_t target = position - count;
+    uint32_t start = target - std::min(target, BACK_REACH);
+    if (uint16_t code = windowSeek(table, start)) return code;
+    regCursor = regBase + (target - start);
+    return 0;
+}
+
 bool isOneByteToken(uint8_t byte) {
     uint8_t cls = tokenClass(&byte);
     return cls == TOKEN_CONTROL || cls == TOKEN_SINGLE || cls == TOKEN_CHAR;
@@ -23,7 +46,7 @@ bool isOneByteToken(uint8_t byte) {
 // Moves back by length, but never below firstRecordOffset.
 uint16_t backToFloor(MergeTable &table, uint32_t length) {
     uint32_t room = windowPosition(table) - table.firstRecordOffset;
-    return windowBack(table, std::min(length, room));
+    return moveBack(table, std::min(length, room));
 }
 
 uint16_t skipFixedBack(MergeTable &table) {
@@ -45,9 +68,9 @@ uint16_t skipVariableBack(MergeTable &table, bool &isRecordEnd) {
     if (regCursor - regBase >= 3) {
         std::memcpy(tail, regCursor - 3, sizeof tail);
     } else {
-        uint16_t code = windowBack(table, 3);
+        uint16_t code = moveBack(table, 3);
         if (code == 0) code = windowRead(table, tail, sizeof tail);
-        if (code == 0) code = windowBack(table, 1);
+        if (code == 0) code = moveBack(table, 1);
         if (code != 0) return code;
     }
     isRecordEnd = isFunctionEnd(tail + 3, FUNCTION_RECORD_END);
@@ -59,7 +82,7 @@ uint16_t skipVariableBack(MergeTable &table, bool &isRecordEnd) {
 uint16_t backOverRun(MergeTable &table) {
     uint32_t room = std::min<uint32_t>(static_cast<uint32_t>(regCursor - regBase),
                                        windowPosition(table) - table.firstRecordOffset);
-    if (room == 0) return windowBack(table, 1);
+    if (room == 0) return moveBack(table, 1);
     uint32_t run = 1;
     while (run < room && isOneByteToken(regCursor[-static_cast<ptrdiff_t>(run)]) &&
            regCursor[-static_cast<ptrdiff_t>(run)] != MARK_RECORD_END) {
@@ -88,7 +111,7 @@ uint16_t walkBackToMark(MergeTable &table) {
         }
         default:
             if (byte == MARK_RECORD_END) {
-                code = windowBack(table, 1);
+                code = moveBack(table, 1);
                 if (code == 0) return 0;
             } else {
                 code = backOverRun(table);
@@ -208,7 +231,7 @@ private:
             atStart_ = true;
             return 0;
         }
-        return windowBack(table_, 1);
+        return moveBack(table_, 1);
     }
 
     uint16_t matchBack(std::string_view text, bool &complete) {
@@ -263,7 +286,7 @@ uint16_t locateDelimitedStart(MergeTable &table, bool atFileEnd) {
     if (windowPosition(table) == 0) {
         code = ERR_END_OF_FILE;
     } else if (!atFileEnd) {
-        code = windowBack(table, 1);
+        code = moveBack(table, 1);
     }
     if (code == 0) code = DelimitedBackWalk(table).run();
     windowSave(table);

@@ -120,6 +120,9 @@ uint16_t movePrev(MergeTable &table) {
     if (table.firstRecordOffset >= target) return ERR_START_OF_FILE;
     if (uint16_t code = windowSeek(table, target)) return code;
     if (uint16_t code = locateRecordStart(table, false)) return code;
+    // Only a damaged token stream puts the record before at or behind the
+    // current one; the walk back ends there rather than going round.
+    if (windowTell(table) >= p) return ERR_START_OF_FILE;
     return readRecord(table);
 }
 

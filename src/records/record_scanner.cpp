@@ -1,6 +1,8 @@
 #include "records/record_scanner.h"
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <string_view>
 
 #include "edits/change_list.h"
@@ -12,48 +14,55 @@
 namespace mergedb {
 namespace {
 
-// The output cursor while a record is copied out of the window. slot is the
-// node's data handle, so that a block that moves is recorded at once.
+// A record is gathered here and copied into a block of its own size when
+// the scan ends, so that it costs one allocation. The block's capacity is
+// followed as a number under its growth rule, so that a scan that fails
+// leaves the block that growing it in place would have left.
+uint8_t gathered[LONGEST_RECORD];
+
 struct RecordSink {
-    BlockHandle *slot;
-    uint8_t *limit;
-    uint8_t *base;
-    uint8_t *cursor;
+    uint8_t *cursor;    // the next byte to be written
+    uint32_t capacity;  // the block's size under the growth rule
+    uint8_t *reach;     // end of what a read that failed midway may have written
 };
 
 RecordSink sink;
 
-uint16_t sinkWrite(MergeTable &table, uint16_t count, uint32_t &capacity) {
-    while (sink.cursor + count > sink.limit) {
-        auto written = static_cast<size_t>(sink.cursor - sink.base);
-        if (capacity + RECORD_BLOCK_STEP > RECORD_GROWTH_LIMIT) return ERR_RECORD_TOO_LONG;
-        BlockHandle grown = blockResize(*sink.slot, static_cast<uint16_t>(capacity + RECORD_BLOCK_STEP));
-        if (grown == 0) return ERR_MEMORY;
-        *sink.slot = grown;
-        capacity += RECORD_BLOCK_STEP;
-        sink.base = blockLockAs<uint8_t>(grown);
-        sink.cursor = sink.base + written;
-        sink.limit = sink.base + capacity;
+uint32_t sinkWritten() { return static_cast<uint32_t>(sink.cursor - gathered); }
+
+uint16_t sinkWrite(MergeTable &table, uint32_t count) {
+    while (sinkWritten() + count > sink.capacity) {
+        if (sink.capacity + RECORD_BLOCK_STEP > RECORD_GROWTH_LIMIT) return ERR_RECORD_TOO_LONG;
+        sink.capacity += RECORD_BLOCK_STEP;
     }
-    if (uint16_t code = windowRead(table, sink.cursor, count)) return code;
+    if (count <= windowAvailable()) {
+        std::memcpy(sink.cursor, regCursor, count);
+        regCursor += count;
+    } else {
+        // A read across the window's end can fail with part of its bytes
+        // written over what would be the block's zeros.
+        std::memset(sink.cursor, 0, count);
+        sink.reach = std::max(sink.reach, sink.cursor + count);
+        if (uint16_t code = windowRead(table, sink.cursor, count)) return code;
+    }
     sink.cursor += count;
     return 0;
 }
 
-uint16_t sinkFixedToken(MergeTable &table, uint32_t &capacity) {
+uint16_t sinkFixedToken(MergeTable &table) {
     uint8_t length = fixedTokenLength(regCursor);
     if (length == 0) return ERR_FORMAT;
-    return sinkWrite(table, length, capacity);
+    return sinkWrite(table, length);
 }
 
 // Copies a variable token in three writes: lead and sub-code, L, and the L
 // bytes behind L. Gives in isRecordEnd whether it was FUNCTION_RECORD_END.
-uint16_t sinkVariableToken(MergeTable &table, uint32_t &capacity, bool &isRecordEnd) {
-    if (uint16_t code = sinkWrite(table, 2, capacity)) return code;
+uint16_t sinkVariableToken(MergeTable &table, bool &isRecordEnd) {
+    if (uint16_t code = sinkWrite(table, 2)) return code;
     isRecordEnd = isFunction(sink.cursor - 2, FUNCTION_RECORD_END);
-    if (uint16_t code = sinkWrite(table, 2, capacity)) return code;
+    if (uint16_t code = sinkWrite(table, 2)) return code;
     auto length = static_cast<uint16_t>(sink.cursor[-2] | (sink.cursor[-1] << 8));
-    return sinkWrite(table, length, capacity);
+    return sinkWrite(table, length);
 }
 
 // Refills a drained window. Gives the code of a refill that brought nothing.
@@ -64,55 +73,92 @@ uint16_t refillIfDrained(MergeTable &table) {
 // Copies the run of bytes at the window's position that the predicate
 // accepts, up to the window's end, in one write.
 template <typename Ordinary>
-uint16_t sinkRun(MergeTable &table, uint32_t &capacity, Ordinary ordinary) {
+uint16_t sinkRun(MergeTable &table, Ordinary ordinary) {
     const uint8_t *end = regCursor;
     while (end < regEnd && ordinary(*end)) ++end;
-    return sinkWrite(table, static_cast<uint16_t>(end - regCursor), capacity);
+    return sinkWrite(table, static_cast<uint32_t>(end - regCursor));
 }
 
-uint16_t startScan(MergeTable &table, EditNode &node, uint32_t &capacity) {
-    node.offset = windowTell(table);
-    node.data = blockAlloc(RECORD_BLOCK_STEP);
-    if (node.data == 0) return ERR_MEMORY;
-    capacity = RECORD_BLOCK_STEP;
-    sink.slot = &node.data;
-    sink.base = sink.cursor = blockLockAs<uint8_t>(node.data);
-    sink.limit = sink.base + capacity;
-    return 0;
+// Fills the node from what was gathered: on success a block of exactly the
+// record, after a failure the block at its working size.
+uint16_t finishScan(EditNode &node, uint16_t scanCode) {
+    uint32_t size = scanCode == 0 ? sinkWritten() : sink.capacity;
+    node.data = blockAlloc(static_cast<uint16_t>(size));
+    if (node.data == 0) return scanCode != 0 ? scanCode : uint16_t{ERR_MEMORY};
+    auto filled = std::min<size_t>(size, std::max(sink.cursor, sink.reach) - gathered);
+    std::memcpy(blockLock(node.data), gathered, filled);
+    if (scanCode == 0) node.originalLength = node.dataLength = size;
+    return scanCode;
 }
 
-uint16_t finishScan(EditNode &node) {
-    auto size = static_cast<uint32_t>(sink.cursor - sink.base);
-    BlockHandle fitted = blockResize(node.data, static_cast<uint16_t>(size));
-    if (fitted == 0) return ERR_MEMORY;
-    node.data = fitted;
-    node.originalLength = node.dataLength = size;
-    return 0;
+// The lane: passes of a scan that lie wholly inside the window, far enough
+// from its end that no step would refill it, and within what the block may
+// grow to, are found by pointer alone and copied in one write when the lane
+// ends. A pass that the lane cannot take whole is left to the exact steps,
+// which take the same pieces one by one. LANE_MARGIN exceeds the longest
+// delimited string and the longest fixed token.
+constexpr uint32_t LANE_MARGIN = 24;
+
+const uint8_t *laneEnd() {
+    uint32_t room = std::min(windowAvailable(), LONGEST_RECORD - sinkWritten());
+    return room > LANE_MARGIN ? regCursor + (room - LANE_MARGIN) : regCursor;
+}
+
+// Takes the bytes from the window's position up to end.
+uint16_t takeLane(MergeTable &table, const uint8_t *end) {
+    return sinkWrite(table, static_cast<uint32_t>(end - regCursor));
 }
 
 // The delimited scanner's view of the table's strings. An empty string is
 // never tried; an empty field or record delimiter is outside the format,
 // and treating it as never found still lets every scan end.
+// Where a delimited scan stands between two passes.
+enum class Place { Outside, InStretch, RecordEnded };
+
 struct ScanStrings {
+    struct Test {
+        std::string_view string;
+        Place whenMatched;
+    };
+
     DelimitedStrings strings;
     std::array<bool, 256> opensString{};  // first bytes of the non-empty strings
+    uint8_t quoteStart = 0;
+    std::array<Test, 4> outsideTests;  // in the order the scanner tries them
 
-    explicit ScanStrings(const MergeTable &table) : strings(delimitedStrings(table)) {
-        for (std::string_view s : {strings.record, strings.field, strings.ignore, strings.quote}) {
-            if (!s.empty()) opensString[static_cast<uint8_t>(s[0])] = true;
+    explicit ScanStrings(const MergeTable &table)
+        : strings(delimitedStrings(table)),
+          outsideTests{{{strings.record, Place::RecordEnded},
+                        {strings.field, Place::Outside},
+                        {strings.ignore, Place::Outside},
+                        {strings.quote, Place::InStretch}}} {
+        for (const Test &test : outsideTests) {
+            if (!test.string.empty()) opensString[static_cast<uint8_t>(test.string[0])] = true;
         }
+        if (!strings.quote.empty()) quoteStart = static_cast<uint8_t>(strings.quote[0]);
     }
     static bool opens(std::string_view s, uint8_t byte) { return !s.empty() && static_cast<uint8_t>(s[0]) == byte; }
+    // Whether a quote followed by this byte closes a stretch.
+    bool closesStretch(uint8_t next) const {
+        return opens(strings.field, next) || opens(strings.record, next) || opens(strings.ignore, next);
+    }
 };
+
+// How many bytes of s stand at p, from its first on.
+size_t matchedBytes(const uint8_t *p, std::string_view s) {
+    size_t n = 0;
+    while (n < s.size() && p[n] == static_cast<uint8_t>(s[n])) ++n;
+    return n;
+}
 
 // Matches s at the window's position, copying each equal byte. A partial
 // match leaves the bytes that matched in the record.
-uint16_t matchString(MergeTable &table, std::string_view s, uint32_t &capacity, bool &matched) {
+uint16_t matchString(MergeTable &table, std::string_view s, bool &matched) {
     matched = false;
     if (regCursor + s.size() >= regEnd) windowRefill(table);
     for (char expected : s) {
         if (regCursor == regEnd || *regCursor != static_cast<uint8_t>(expected)) return 0;
-        if (uint16_t code = sinkWrite(table, 1, capacity)) return code;
+        if (uint16_t code = sinkWrite(table, 1)) return code;
     }
     matched = true;
     return 0;
@@ -122,105 +168,206 @@ uint16_t matchString(MergeTable &table, std::string_view s, uint32_t &capacity, 
 // is the first byte of a delimiter or of ignore.
 bool quoteCloses(MergeTable &table, const ScanStrings &scan) {
     if (regCursor == regEnd && windowRefill(table) != 0) return false;
-    uint8_t next = *regCursor;
-    return ScanStrings::opens(scan.strings.field, next) || ScanStrings::opens(scan.strings.record, next) ||
-           ScanStrings::opens(scan.strings.ignore, next);
+    return scan.closesStretch(*regCursor);
 }
 
-// A quoted stretch, entered behind its opening quote; only the quote means
-// anything in it.
-uint16_t scanQuotedStretch(MergeTable &table, const ScanStrings &scan, uint32_t &capacity) {
-    auto quoteStart = static_cast<uint8_t>(scan.strings.quote[0]);
-    for (;;) {
-        if (uint16_t code = refillIfDrained(table)) return code;
-        if (*regCursor != quoteStart) {
-            if (uint16_t code = sinkRun(table, capacity, [quoteStart](uint8_t b) { return b != quoteStart; })) {
-                return code;
-            }
-            continue;
-        }
-        bool matched = false;
-        if (uint16_t code = matchString(table, scan.strings.quote, capacity, matched)) return code;
-        if (matched && quoteCloses(table, scan)) return 0;
+// One pass of the lane from p, which lies before end: the position behind
+// it, or null when the pass would reach end.
+const uint8_t *delimitedLanePass(const ScanStrings &scan, const uint8_t *p, const uint8_t *end, Place &place) {
+    if (place == Place::InStretch) {
+        if (*p != scan.quoteStart) return static_cast<const uint8_t *>(std::memchr(p, scan.quoteStart, end - p));
+        size_t n = matchedBytes(p, scan.strings.quote);
+        if (n == scan.strings.quote.size() && scan.closesStretch(p[n])) place = Place::Outside;
+        return p + n;
     }
+    for (const ScanStrings::Test &test : scan.outsideTests) {
+        if (!ScanStrings::opens(test.string, *p)) continue;
+        size_t n = matchedBytes(p, test.string);
+        if (n == test.string.size()) place = test.whenMatched;
+        return p + n;
+    }
+    while (p < end && !scan.opensString[*p]) ++p;
+    return p < end ? p : nullptr;
 }
 
-uint16_t scanDelimitedRecord(MergeTable &table, EditNode &node) {
-    uint32_t capacity = 0;
-    if (uint16_t code = startScan(table, node, capacity)) return code;
-    ScanStrings scan(table);
+Place delimitedLane(MergeTable &table, const ScanStrings &scan, Place place, uint16_t &code) {
+    const uint8_t *end = laneEnd();
+    const uint8_t *p = regCursor;
+    while (place != Place::RecordEnded && p < end) {
+        const uint8_t *next = delimitedLanePass(scan, p, end, place);
+        if (next == nullptr) break;
+        p = next;
+    }
+    code = takeLane(table, p);
+    return place;
+}
+
+// One pass of the exact steps, outside a quoted stretch.
+uint16_t delimitedPassOutside(MergeTable &table, const ScanStrings &scan, Place &place) {
     const DelimitedStrings &s = scan.strings;
-    for (bool recordEnded = false; !recordEnded;) {
-        if (windowAtEof(table)) return ERR_END_OF_FILE;
+    uint8_t byte = *regCursor;
+    bool matched = false;
+    if (ScanStrings::opens(s.record, byte)) {
+        uint16_t code = matchString(table, s.record, matched);
+        if (matched) place = Place::RecordEnded;
+        return code;
+    }
+    if (ScanStrings::opens(s.field, byte)) return matchString(table, s.field, matched);
+    if (ScanStrings::opens(s.ignore, byte)) return matchString(table, s.ignore, matched);
+    if (ScanStrings::opens(s.quote, byte)) {
+        uint16_t code = matchString(table, s.quote, matched);
+        if (matched) place = Place::InStretch;
+        return code;
+    }
+    return sinkRun(table, [&scan](uint8_t b) { return !scan.opensString[b]; });
+}
+
+// One pass of the exact steps in a quoted stretch, where only the quote
+// means anything.
+uint16_t delimitedPassInStretch(MergeTable &table, const ScanStrings &scan, Place &place) {
+    uint8_t quoteStart = scan.quoteStart;
+    if (*regCursor != quoteStart) return sinkRun(table, [quoteStart](uint8_t b) { return b != quoteStart; });
+    bool matched = false;
+    uint16_t code = matchString(table, scan.strings.quote, matched);
+    if (code == 0 && matched && quoteCloses(table, scan)) place = Place::Outside;
+    return code;
+}
+
+uint16_t scanDelimitedRecord(MergeTable &table) {
+    ScanStrings scan(table);
+    Place place = Place::Outside;
+    while (place != Place::RecordEnded) {
+        // An unterminated last line is no record; a stretch meets the end
+        // of the file in its next write.
+        if (place == Place::Outside && regCursor == regEnd && windowAtEof(table)) return ERR_END_OF_FILE;
         if (uint16_t code = refillIfDrained(table)) return code;
-        uint8_t byte = *regCursor;
-        bool matched = false;
         uint16_t code = 0;
-        if (ScanStrings::opens(s.record, byte)) {
-            code = matchString(table, s.record, capacity, recordEnded);
-        } else if (ScanStrings::opens(s.field, byte)) {
-            code = matchString(table, s.field, capacity, matched);
-        } else if (ScanStrings::opens(s.ignore, byte)) {
-            code = matchString(table, s.ignore, capacity, matched);
-        } else if (ScanStrings::opens(s.quote, byte)) {
-            code = matchString(table, s.quote, capacity, matched);
-            if (code == 0 && matched) code = scanQuotedStretch(table, scan, capacity);
-        } else {
-            code = sinkRun(table, capacity, [&scan](uint8_t b) { return !scan.opensString[b]; });
-        }
+        place = delimitedLane(table, scan, place, code);
+        if (code == 0 && place == Place::Outside) code = delimitedPassOutside(table, scan, place);
+        else if (code == 0 && place == Place::InStretch) code = delimitedPassInStretch(table, scan, place);
         if (code != 0) return code;
     }
-    return finishScan(node);
+    return 0;
+}
+
+// The phases of a tagged scan: copy through the end-of-record mark, then
+// through the line end behind it.
+enum class TaggedPhase { FindRecordEnd, FindLineEnd, Done };
+
+TaggedPhase nextPhase(TaggedPhase phase) {
+    return phase == TaggedPhase::FindRecordEnd ? TaggedPhase::FindLineEnd : TaggedPhase::Done;
+}
+
+bool endsPhase(TaggedPhase phase, uint8_t controlByte) {
+    return phase == TaggedPhase::FindRecordEnd ? controlByte == MARK_RECORD_END
+                                               : controlByte == MARK_LINE_END || controlByte == MARK_RECORD_LINE_END;
+}
+
+// tokenClass of every byte.
+const std::array<uint8_t, 256> &tokenClasses() {
+    static const std::array<uint8_t, 256> classes = [] {
+        std::array<uint8_t, 256> table{};
+        for (int byte = 0; byte < 256; ++byte) {
+            auto b = static_cast<uint8_t>(byte);
+            table[byte] = tokenClass(&b);
+        }
+        return table;
+    }();
+    return classes;
+}
+
+// A one-byte token that ends nothing in this phase.
+bool isOrdinary(const std::array<uint8_t, 256> &classes, TaggedPhase phase, uint8_t b) {
+    uint8_t cls = classes[b];
+    if (cls != TOKEN_CONTROL) return cls == TOKEN_SINGLE || cls == TOKEN_CHAR;
+    return !endsPhase(phase, b);
 }
 
 // One token of a tagged record: copied whole. Gives in ended whether it was
 // the end the phase looks for.
-enum class TaggedPhase { FindRecordEnd, FindLineEnd };
-
-uint16_t sinkTaggedToken(MergeTable &table, TaggedPhase phase, uint32_t &capacity, bool &ended) {
-    uint8_t byte = *regCursor;
+uint16_t sinkTaggedToken(MergeTable &table, TaggedPhase phase, bool &ended) {
     switch (tokenClass(regCursor)) {
     case TOKEN_END: return ERR_FORMAT;
-    case TOKEN_FIXED: return sinkFixedToken(table, capacity);
+    case TOKEN_FIXED: return sinkFixedToken(table);
     case TOKEN_VARIABLE: {
         bool isRecordEnd = false;
-        uint16_t code = sinkVariableToken(table, capacity, isRecordEnd);
+        uint16_t code = sinkVariableToken(table, isRecordEnd);
         ended = phase == TaggedPhase::FindRecordEnd && isRecordEnd;
         return code;
     }
     case TOKEN_CONTROL:
-        if (phase == TaggedPhase::FindRecordEnd ? byte == MARK_RECORD_END
-                                                : byte == MARK_LINE_END || byte == MARK_RECORD_LINE_END) {
+        if (endsPhase(phase, *regCursor)) {
             ended = true;
-            return sinkWrite(table, 1, capacity);
+            return sinkWrite(table, 1);
         }
         [[fallthrough]];
     default: {
         // A run of one-byte tokens that end nothing moves in one copy.
-        auto ordinary = [phase](uint8_t b) {
-            uint8_t cls = tokenClass(&b);
-            if (cls != TOKEN_CONTROL) return cls == TOKEN_SINGLE || cls == TOKEN_CHAR;
-            return phase == TaggedPhase::FindRecordEnd ? b != MARK_RECORD_END
-                                                       : b != MARK_LINE_END && b != MARK_RECORD_LINE_END;
-        };
-        return sinkRun(table, capacity, ordinary);
+        const auto &classes = tokenClasses();
+        return sinkRun(table, [&classes, phase](uint8_t b) { return isOrdinary(classes, phase, b); });
     }
     }
 }
 
-// Phase one copies through the end-of-record mark, phase two through the
-// line end behind it. A document that stops first delivers what was copied.
-uint16_t scanTaggedRecord(MergeTable &table, EditNode &node) {
-    uint32_t capacity = 0;
-    if (uint16_t code = startScan(table, node, capacity)) return code;
-    for (TaggedPhase phase : {TaggedPhase::FindRecordEnd, TaggedPhase::FindLineEnd}) {
-        for (bool ended = false; !ended;) {
-            if (windowAtEof(table)) break;
-            if (uint16_t code = refillIfDrained(table)) return code;
-            if (uint16_t code = sinkTaggedToken(table, phase, capacity, ended)) return code;
-        }
+// One token of the lane from p, which lies before end: the position behind
+// it, or null when the token would reach end or is left to the exact steps.
+const uint8_t *taggedLanePass(const uint8_t *p, const uint8_t *end, TaggedPhase &phase) {
+    const auto &classes = tokenClasses();
+    switch (classes[*p]) {
+    case TOKEN_END: return nullptr;
+    case TOKEN_FIXED: {
+        uint8_t length = fixedTokenLength(p);
+        return length == 0 ? nullptr : p + length;
     }
-    return finishScan(node);
+    case TOKEN_VARIABLE: {
+        uint32_t length = variableTokenLength(p);
+        if (length > static_cast<uint32_t>(end - p)) return nullptr;
+        if (phase == TaggedPhase::FindRecordEnd && isFunction(p, FUNCTION_RECORD_END)) phase = nextPhase(phase);
+        return p + length;
+    }
+    case TOKEN_CONTROL:
+        if (endsPhase(phase, *p)) {
+            phase = nextPhase(phase);
+            return p + 1;
+        }
+        [[fallthrough]];
+    default:
+        while (p < end && isOrdinary(classes, phase, *p)) ++p;
+        return p < end ? p : nullptr;
+    }
+}
+
+TaggedPhase taggedLane(MergeTable &table, TaggedPhase phase, uint16_t &code) {
+    const uint8_t *end = laneEnd();
+    const uint8_t *p = regCursor;
+    while (phase != TaggedPhase::Done && p < end) {
+        const uint8_t *next = taggedLanePass(p, end, phase);
+        if (next == nullptr) break;
+        p = next;
+    }
+    code = takeLane(table, p);
+    return phase;
+}
+
+// Walks tokens by class, so that no byte inside a token is taken for a
+// mark. A document that stops before a phase's end delivers what was copied.
+uint16_t scanTaggedRecord(MergeTable &table) {
+    TaggedPhase phase = TaggedPhase::FindRecordEnd;
+    while (phase != TaggedPhase::Done) {
+        if (regCursor == regEnd && windowAtEof(table)) {
+            phase = nextPhase(phase);
+            continue;
+        }
+        if (uint16_t code = refillIfDrained(table)) return code;
+        uint16_t code = 0;
+        phase = taggedLane(table, phase, code);
+        if (code != 0) return code;
+        if (phase == TaggedPhase::Done) break;
+        bool ended = false;
+        if (uint16_t tokenCode = sinkTaggedToken(table, phase, ended)) return tokenCode;
+        if (ended) phase = nextPhase(phase);
+    }
+    return 0;
 }
 
 }  // namespace
@@ -232,10 +379,10 @@ uint16_t readRecord(MergeTable &table) {
     blockFree(&node->data);
     *node = EditNode{};
     uint16_t code = ERR_FORMAT;
-    if (table.kind == DB_KIND_DELIMITED) {
-        code = scanDelimitedRecord(table, *node);
-    } else if (isTaggedKind(table.kind)) {
-        code = scanTaggedRecord(table, *node);
+    if (table.kind == DB_KIND_DELIMITED || isTaggedKind(table.kind)) {
+        node->offset = windowTell(table);
+        sink = RecordSink{gathered, RECORD_BLOCK_STEP, gathered};
+        code = finishScan(*node, table.kind == DB_KIND_DELIMITED ? scanDelimitedRecord(table) : scanTaggedRecord(table));
     }
     windowSave(table);
     return code;

@@ -63,6 +63,14 @@ DWORD dispositionFor(uint32_t mode, bool asExisting) {
     return OPEN_ALWAYS;
 }
 
+// A drive root such as C:\, which FindFirstFileA does not find: exactly a
+// letter, a colon and the separator, where paths have drives.
+bool isDriveRoot(const char *path) {
+    auto first = static_cast<unsigned char>(path[0] | 0x20);
+    return PATH_HAS_DRIVES && first >= 'a' && first <= 'z' && path[1] == ':' && path[2] == PATH_SEPARATOR &&
+           path[3] == '\0';
+}
+
 // SetFilePointer and GetFileSize share one failure rule: 0xFFFFFFFF fails.
 uint16_t positionResult(DWORD value, uint32_t *out) {
     *out = value;
@@ -172,6 +180,12 @@ uint16_t portRename(const char *fromPath, const char *toPath) {
 }
 
 uint16_t pathExists(const char *path) {
+    if (isDriveRoot(path)) {
+        DWORD sectorsPerCluster, bytesPerSector, freeClusters, totalClusters;
+        return GetDiskFreeSpaceA(path, &sectorsPerCluster, &bytesPerSector, &freeClusters, &totalClusters) == TRUE
+                   ? 0
+                   : PORT_NOT_FOUND;
+    }
     WIN32_FIND_DATAA data;
     HANDLE find = FindFirstFileA(path, &data);
     if (find != INVALID_HANDLE_VALUE) {

@@ -5,9 +5,11 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <span>
 
 #include "fields/field_array.h"
+#include "formats/tagged_format.h"
 #include "frame/result.h"
 #include "platform/windows_api.h"
 #include "tablefile/table.h"
@@ -110,10 +112,26 @@ std::array<uint32_t, 2> dateTimeWords(std::span<const char> value) {
     return {date, timeWord(&work[position])};
 }
 
+// The number of bytes that tagged text converts to when it is nothing but
+// text characters up to its end, its NUL or limit: the conversion copies
+// such text as it stands. Empty when other bytes come first.
+std::optional<size_t> plainCharacters(std::span<const char> value, size_t limit) {
+    size_t count = 0;
+    for (size_t end = std::min(value.size(), limit); count < end && value[count] != '\0'; ++count) {
+        if (tokenClass(reinterpret_cast<const uint8_t *>(&value[count])) != TOKEN_CHAR) return std::nullopt;
+    }
+    return count;
+}
+
 // OEM text of the value in buffer, at most limit bytes and a NUL. Gives the
 // bytes of text.
 uint16_t readText(const MergeTable &table, std::span<const char> value, char *buffer, size_t limit) {
     if (table.subtype != DB_SUBTYPE_DELIMITED) {
+        if (std::optional<size_t> count = plainCharacters(value, limit)) {
+            std::memcpy(buffer, value.data(), *count);
+            buffer[*count] = '\0';
+            return static_cast<uint16_t>(*count);
+        }
         textToOem(value, {buffer, limit + 1});
         return static_cast<uint16_t>(strnlen(buffer, limit));
     }

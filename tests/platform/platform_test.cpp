@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+#include <string>
 
 #include "platform/fault_injection.h"
 #include "platform/windows_api.h"
@@ -82,13 +84,16 @@ TEST(PlatformFiles, ExistsAndFindSeeFilesAndDirectories) {
     TempDir dir;
     dir.write("x.txt", "1");
     EXPECT_EQ(fileExists(dir.path().c_str()), 0);
-    EXPECT_EQ(fileExists((dir.path() + "/").c_str()), 0);
+    // A trailing separator names nothing, but the root of the drive or file
+    // system that holds the directory exists.
+    EXPECT_EQ(fileExists(dir.file("").c_str()), -1);
+    EXPECT_EQ(fileExists(std::filesystem::path(dir.path()).root_path().string().c_str()), 0);
     EXPECT_EQ(fileExists(dir.file("x.txt").c_str()), 0);
     EXPECT_EQ(fileExists(dir.file("y.txt").c_str()), -1);
     EXPECT_EQ(pathExists(dir.file("missing/y.txt").c_str()), PORT_NOT_FOUND);
 
     WIN32_FIND_DATAA data;
-    HANDLE find = FindFirstFileA((dir.path() + "/*.*").c_str(), &data);
+    HANDLE find = FindFirstFileA(dir.file("*.*").c_str(), &data);
     ASSERT_NE(find, INVALID_HANDLE_VALUE);
     int files = 0;
     do {
@@ -102,11 +107,53 @@ TEST(PlatformFiles, ExistsAndFindSeeFilesAndDirectories) {
     EXPECT_EQ(files, 1);
 }
 
+// The error numbers that the calls leave for GetLastError, as Windows
+// gives them: a missing file or directory, a file that exists, a directory
+// taken for a file, and an open that the share mode of another refuses.
+TEST(PlatformFiles, ErrorNumbersAsOnWindows) {
+    TempDir dir;
+    dir.write("f", "x");
+    std::filesystem::create_directory(dir.file("d"));
+    auto openError = [](const std::string &path, DWORD access, DWORD share, DWORD disposition) {
+        HANDLE handle = CreateFileA(path.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+        DWORD error = handle == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
+        if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
+        return error;
+    };
+    const DWORD readWrite = GENERIC_READ | GENERIC_WRITE;
+    EXPECT_EQ(openError(dir.file("none"), GENERIC_READ, 0, OPEN_EXISTING), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(openError(dir.file("f"), readWrite, 0, CREATE_NEW), ERROR_FILE_EXISTS);
+    EXPECT_EQ(openError(dir.file("d"), readWrite, 0, OPEN_EXISTING), ERROR_ACCESS_DENIED);
+
+    HANDLE held = CreateFileA(dir.file("f").c_str(), readWrite, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(held, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(openError(dir.file("f"), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING),
+              ERROR_SUCCESS);
+    EXPECT_EQ(openError(dir.file("f"), readWrite, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING),
+              ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(openError(dir.file("f"), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING), ERROR_SHARING_VIOLATION);
+    EXPECT_TRUE(CloseHandle(held));
+
+    WIN32_FIND_DATAA data;
+    EXPECT_EQ(FindFirstFileA(dir.file("*.none").c_str(), &data), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(FindFirstFileA(dir.file("none/*.*").c_str(), &data), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
+    EXPECT_FALSE(DeleteFileA(dir.file("none").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_FALSE(DeleteFileA(dir.file("d").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(MoveFileA(dir.file("none").c_str(), dir.file("g").c_str()));
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
 TEST(PlatformRuntime, SplitPathAndCaseFolding) {
     char drive[_MAX_DRIVE], directory[_MAX_DIR], name[_MAX_FNAME], extension[_MAX_EXT];
-    _splitpath("C:/data.old/a.b.txt", drive, directory, name, extension);
-    EXPECT_STREQ(drive, "");
-    EXPECT_STREQ(directory, "C:/data.old/");
+    // Only where paths have drives does "C:" count as one.
+    _splitpath(test::native("C:/data.old/a.b.txt").c_str(), drive, directory, name, extension);
+    EXPECT_STREQ(drive, PATH_HAS_DRIVES ? "C:" : "");
+    EXPECT_EQ(std::string(drive) + directory, test::native("C:/data.old/"));
     EXPECT_STREQ(name, "a.b");
     EXPECT_STREQ(extension, ".txt");
     _splitpath("plain", drive, directory, name, extension);
@@ -124,20 +171,43 @@ TEST(PlatformText, CodePagesAndStringResources) {
     EXPECT_STREQ(text, "caf\x82 ?");
     OemToCharA(text, text);
     EXPECT_STREQ(text, "caf\xE9 ?");
-    char box[] = "\xC9";
+    // A character that the other page lacks becomes its look-alike (best
+    // fit) where Windows has one: A with grave accent, Y with diaeresis and
+    // a curly quote become A, Y and a plain quote; the lines of a box become
+    // "+", a broken bar and "-".
+    char ansi[] = "\xC0\x9F\x93\x81";
+    CharToOemA(ansi, ansi);
+    EXPECT_STREQ(ansi, "AY\"?");
+    char box[] = "\xC9\xB3\xC4";
     OemToCharA(box, box);
-    EXPECT_STREQ(box, "?");
+    EXPECT_STREQ(box, "+\xA6-");
 
     char buffer[8];
     std::memset(buffer, 'Z', sizeof buffer);
-    EXPECT_EQ(LoadStringA(test::messagesModule(), 203, buffer, 8), 4);
+    auto module = static_cast<HINSTANCE>(test::messagesModule());
+    EXPECT_EQ(LoadStringA(module, 203, buffer, 8), 4);
     EXPECT_STREQ(buffer, "Text");
-    EXPECT_EQ(LoadStringA(test::messagesModule(), 4, buffer, 8), 7);
+    EXPECT_EQ(LoadStringA(module, 4, buffer, 8), 7);
     EXPECT_STREQ(buffer, "The tab");
     std::memset(buffer, 'Z', sizeof buffer);
-    EXPECT_EQ(LoadStringA(test::messagesModule(), 999, buffer, 8), 0);
-    EXPECT_EQ(buffer[0], 'Z');
+    // A text that the module lacks leaves an empty string.
+    EXPECT_EQ(LoadStringA(module, 999, buffer, 8), 0);
+    EXPECT_STREQ(buffer, "");
     EXPECT_EQ(LoadStringA(nullptr, 4, buffer, 8), 0);
+}
+
+// Every byte of both pages converts as on Windows, look-alikes included: a
+// digest (FNV-1a) of the two whole tables.
+TEST(PlatformText, BothWholeTablesAsOnWindows) {
+    uint32_t digest = 0x811C9DC5u;
+    for (auto convert : {CharToOemA, OemToCharA}) {
+        for (int byte = 1; byte < 256; ++byte) {
+            char text[2] = {static_cast<char>(byte), '\0'};
+            convert(text, text);
+            digest = (digest ^ static_cast<uint8_t>(text[0])) * 0x01000193u;
+        }
+    }
+    EXPECT_EQ(digest, 0xEF631F94u);
 }
 
 TEST(PlatformFaults, TheArmedCallFailsAndTheRestGoOn) {

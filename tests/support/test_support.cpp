@@ -1,35 +1,49 @@
 #include "support/test_support.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
+
+#include "platform/windows_api.h"
+#include "support/test_platform.h"
 
 namespace mergedb::test {
 
 Bytes bytesOf(const std::string &text) { return Bytes(text.begin(), text.end()); }
 
+std::string native(std::string path) {
+    std::replace(path.begin(), path.end(), '/', PATH_SEPARATOR);
+    return path;
+}
+
+// A fresh name under the temporary directory; create_directory tells
+// whether the name was free.
 TempDir::TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "mergedb-test-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
+    std::random_device random;
+    std::filesystem::path candidate;
+    do {
+        candidate = std::filesystem::temp_directory_path() / ("mergedb-test-" + std::to_string(random()));
+    } while (!std::filesystem::create_directory(candidate));
+    path_ = candidate.string();
 }
 
 TempDir::~TempDir() {
     std::error_code ignored;
-    // Files made read-only by a test must not stop the clean-up.
-    for (const auto &entry : std::filesystem::recursive_directory_iterator(path_, ignored)) {
+    // Files made read-only by a test must not stop the clean-up, and names
+    // that were written exactly go the same way.
+    const std::filesystem::path root = exactPath(path_);
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(root, ignored)) {
         std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_all,
                                      std::filesystem::perm_options::add, ignored);
     }
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(root, ignored);
 }
 
 void TempDir::write(const std::string &name, const Bytes &bytes) const {
-    std::ofstream out(file(name), std::ios::binary | std::ios::trunc);
+    std::ofstream out(exactPath(file(name)), std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
@@ -38,11 +52,12 @@ Bytes TempDir::read(const std::string &name) const {
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+std::string TempDir::file(const std::string &name) const { return path_ + native("/" + name); }
+
 bool TempDir::exists(const std::string &name) const { return std::filesystem::exists(file(name)); }
 
 void *messagesModule() {
-    static void *module = dlopen(MERGEDB_MESSAGES_MODULE, RTLD_NOW | RTLD_LOCAL);
-    if (module == nullptr) throw std::runtime_error(dlerror());
+    static void *module = loadModule(MERGEDB_MESSAGES_MODULE);
     return module;
 }
 

@@ -14,6 +14,9 @@ using Bytes = std::vector<uint8_t>;
 
 Bytes bytesOf(const std::string &text);
 
+// A path written with "/" in the platform's own separators.
+std::string native(std::string path);
+
 // A directory of its own under the system's temporary directory, removed
 // with everything in it at the end of its scope.
 class TempDir {
@@ -24,7 +27,8 @@ public:
     TempDir &operator=(const TempDir &) = delete;
 
     const std::string &path() const { return path_; }
-    std::string file(const std::string &name) const { return path_ + "/" + name; }
+    // name below the directory; a "/" in it separates as the platform does.
+    std::string file(const std::string &name) const;
     void write(const std::string &name, const Bytes &bytes) const;
     void write(const std::string &name, const std::string &text) const { write(name, bytesOf(text)); }
     Bytes read(const std::string &name) const;

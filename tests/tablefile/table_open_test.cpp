@@ -2,9 +2,8 @@
 // as its result and leaves nothing open.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include "frame/blocks.h"
+#include "support/test_platform.h"
 #include "support/test_support.h"
 #include "tablefile/table.h"
 
@@ -28,7 +27,7 @@ protected:
         EXPECT_EQ(blockLiveCount(), liveBefore);
         if (!dir.exists(name)) return;
         uint32_t table = 0;
-        chmod(dir.file(name).c_str(), 0644);
+        test::setReadOnly(dir.file(name), false);
         if (test::openDelimited(database, name, &table, ",", "\n", "", "", 0, 1) == 0) {
             EXPECT_EQ(dbCloseTableMerge(&table), 0u);
         }
@@ -45,11 +44,6 @@ TEST_F(TableOpenTest, FailuresComeBackAsResultsAndLeaveNothingOpen) {
     EXPECT_EQ(table, 0xDEADBEEFu);
     expectNothingLeftOpen("missing.txt");
 
-    dir.write("locked.txt", "a,b\r\n");
-    chmod(dir.file("locked.txt").c_str(), 0444);
-    EXPECT_EQ(test::openDelimited(database, "locked.txt", &table), DB_RESULT_ERROR(ERR_OPEN));
-    expectNothingLeftOpen("locked.txt");
-
     dir.write("any.txt", "a,b\r\n");
     EXPECT_EQ(dbOpenTableMerge(DB_SUBTYPE_DELIMITED, database, "any.txt", 0, 0, &table, ",", nullptr, "", "", 0),
               DB_RESULT_ERROR(ERR_MEMORY));
@@ -63,6 +57,15 @@ TEST_F(TableOpenTest, FailuresComeBackAsResultsAndLeaveNothingOpen) {
     EXPECT_EQ(test::openTagged(database, "empty.doc", &table), DB_RESULT_ERROR(ERR_END_OF_FILE));
     expectNothingLeftOpen("empty.doc");
     EXPECT_EQ(table, 0xDEADBEEFu);
+}
+
+TEST_F(TableOpenTest, AReadOnlyFileDoesNotOpenForWriting) {
+    uint32_t table = 0xDEADBEEF;
+    dir.write("locked.txt", "a,b\r\n");
+    test::setReadOnly(dir.file("locked.txt"), true);
+    EXPECT_EQ(test::openDelimited(database, "locked.txt", &table), DB_RESULT_ERROR(ERR_OPEN));
+    EXPECT_EQ(table, 0xDEADBEEFu);
+    expectNothingLeftOpen("locked.txt");
 }
 
 TEST_F(TableOpenTest, TheHeaderTestRefusesEveryBadField) {
@@ -99,7 +102,7 @@ TEST_F(TableOpenTest, TheHeaderTestRefusesEveryBadField) {
 TEST_F(TableOpenTest, OpenKeepsPathsDelimitersAndShareModes) {
     dir.write("people.txt", "");
     uint32_t table = 0;
-    ASSERT_EQ(test::openDelimited(database, "C:/elsewhere/people.txt", &table, ";", "\r\n", "'", " "), 0u);
+    ASSERT_EQ(test::openDelimited(database, test::native("C:/elsewhere/people.txt"), &table, ";", "\r\n", "'", " "), 0u);
     MergeTable *record = tableLock(table);
     EXPECT_EQ(record->fileName, dir.file("people.txt"));
     EXPECT_STREQ(record->fieldDelimiter, ";");
