@@ -24,6 +24,62 @@ unsigned char foldCase(char c) {
     return (byte >= 'A' && byte <= 'Z') ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
 }
 
+// The walk from index 0: names whose first bytes differ after folding
+// cannot be equal, so most entries are passed over without _stricmp.
+int findByWalk(const MergeTable &table, const FieldEntry *array, const char *name) {
+    unsigned char first = foldCase(name[0]);
+    for (int i = 0; i < table.fieldCount; ++i) {
+        if (foldCase(array[i].name[0]) == first && _stricmp(array[i].name, name) == 0) return i;
+    }
+    return -1;
+}
+
+// Open addressing over twice as many slots as fields can be; a slot holds
+// a field's index + 1, 0 when empty. Only the first of equal names goes in,
+// so a lookup finds what the walk from index 0 finds.
+constexpr uint32_t INDEX_SLOTS = 2048;
+constexpr uint32_t INDEX_MASK = INDEX_SLOTS - 1;
+static_assert(INDEX_SLOTS >= 2 * FIELD_LIMIT);
+
+struct FieldNameIndex {
+    BlockHandle fields;  // the array and count it was made for
+    int16_t count;
+    uint16_t slots[INDEX_SLOTS];
+};
+
+uint32_t nameHash(const char *name) {
+    uint32_t hash = 2166136261u;
+    for (; *name != '\0'; ++name) hash = (hash ^ foldCase(*name)) * 16777619u;
+    return hash;
+}
+
+FieldNameIndex *buildIndex(MergeTable &table, const FieldEntry *array) {
+    if (table.fieldIndex == 0) table.fieldIndex = blockAlloc(sizeof(FieldNameIndex));
+    auto *index = blockLockAs<FieldNameIndex>(table.fieldIndex);
+    if (index == nullptr) return nullptr;
+    *index = FieldNameIndex{table.fields, table.fieldCount, {}};
+    for (int i = 0; i < table.fieldCount; ++i) {
+        uint32_t slot = nameHash(array[i].name);
+        for (;; ++slot) {
+            uint16_t &entry = index->slots[slot & INDEX_MASK];
+            if (entry == 0) {
+                entry = static_cast<uint16_t>(i + 1);
+                break;
+            }
+            if (_stricmp(array[entry - 1].name, array[i].name) == 0) break;
+        }
+    }
+    return index;
+}
+
+// The table's index when it still fits its field array, else a new one;
+// null when there is no memory for it.
+FieldNameIndex *currentIndex(MergeTable &table, const FieldEntry *array) {
+    auto *index = blockLockAs<FieldNameIndex>(table.fieldIndex);
+    if (index != nullptr && index->fields == table.fields && index->count == table.fieldCount) return index;
+    return buildIndex(table, array);
+}
+
 }  // namespace
 
 uint16_t fieldsInit(BlockHandle *arraySlot, int16_t *countSlot) {
@@ -67,16 +123,18 @@ uint16_t fieldsSortNumeric(FieldEntry *array, int16_t count) {
     return 0;
 }
 
-int fieldFindByName(const MergeTable &table, const char *name) {
+int fieldFindByName(MergeTable &table, const char *name) {
     const auto *array = blockLockAs<FieldEntry>(table.fields);
     if (array == nullptr) return -1;
-    // Names whose first bytes differ after folding cannot be equal, so most
-    // entries are passed over without a call to _stricmp.
-    unsigned char first = foldCase(name[0]);
-    for (int i = 0; i < table.fieldCount; ++i) {
-        if (foldCase(array[i].name[0]) == first && _stricmp(array[i].name, name) == 0) return i;
+    FieldNameIndex *index = currentIndex(table, array);
+    if (index == nullptr) return findByWalk(table, array, name);
+    for (uint32_t slot = nameHash(name);; ++slot) {
+        uint16_t entry = index->slots[slot & INDEX_MASK];
+        if (entry == 0) return -1;
+        if (_stricmp(array[entry - 1].name, name) == 0) return entry - 1;
     }
-    return -1;
 }
+
+void fieldIndexFree(MergeTable &table) { blockFree(&table.fieldIndex); }
 
 }  // namespace mergedb

@@ -31,7 +31,11 @@ uint16_t fieldsAdd(BlockHandle *arraySlot, int16_t *countSlot);
 uint16_t fieldsSortNumeric(FieldEntry *array, int16_t count);
 
 // Index of the first field whose name equals name, ignoring case; -1 when
-// there is none.
-int fieldFindByName(const MergeTable &table, const char *name);
+// there is none. Looks the name up in the table's name index, which it
+// makes when the field array has changed since.
+int fieldFindByName(MergeTable &table, const char *name);
+
+// Frees the table's name index.
+void fieldIndexFree(MergeTable &table);
 
 }  // namespace mergedb

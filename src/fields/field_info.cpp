@@ -120,7 +120,7 @@ extern "C" DbResult MERGEDB_CALL dbGetFieldNamesMerge(uint32_t handle, char *nam
 }
 
 extern "C" DbResult MERGEDB_CALL dbGetFieldInfoMerge(uint32_t handle, const char *name, void *out, uint16_t item) {
-    const MergeTable *table = tableLock(handle);
+    MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
     if (item == FIELD_ITEM_TYPE_NAME) return errorResult(typeNameInfo(out));
     if (table->fieldCount == 0) return errorResult(ERR_NO_FIELDS);

@@ -24,16 +24,17 @@ struct BlockSlot {
 // Freed slots are reused oldest first, so that a stale handle is unlikely to
 // meet its slot's generation again.
 struct BlockRegistry {
-    std::vector<BlockSlot> slots{BlockSlot{}};
+    std::vector<BlockSlot> slots;  // slot 0 is set aside on first use
     uint32_t freeHead = NO_SLOT;
     uint32_t freeTail = NO_SLOT;
     uint32_t live = 0;
 };
 
-BlockRegistry &registry() {
-    static BlockRegistry instance;
-    return instance;
-}
+// Constant-initialised, so that the lookups on every field read need no
+// guard of a function-local static.
+constinit BlockRegistry registryInstance;
+
+inline BlockRegistry &registry() { return registryInstance; }
 
 BlockSlot *slotOf(BlockHandle handle) {
     BlockRegistry &r = registry();
@@ -59,6 +60,7 @@ uint32_t takeSlot() {
     }
     if (r.slots.size() > INDEX_MASK) return NO_SLOT;
     try {
+        if (r.slots.empty()) r.slots.push_back(BlockSlot{});
         r.slots.push_back(BlockSlot{nullptr, 0, 1, NO_SLOT});
     } catch (...) {
         return NO_SLOT;

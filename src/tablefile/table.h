@@ -53,6 +53,9 @@ struct MergeTable {
     uint32_t pendingDeletes;
     uint32_t oemConversion;
     BlockHandle database;
+    // Our own addition: a hash of the field names, made on the first lookup
+    // by name and made anew when the field array changes.
+    BlockHandle fieldIndex;
 };
 
 // Where the fields of a tagged document's header lie.

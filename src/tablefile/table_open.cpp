@@ -181,6 +181,7 @@ extern "C" DbResult MERGEDB_CALL dbCloseTableMerge(uint32_t *tableSlot) {
     if (uint16_t code = changeFree(*table)) return errorResult(code);
     freeCurrent(*table);
     fieldsFree(&table->criteria, &table->criteriaCount);
+    fieldIndexFree(*table);
     uint16_t code = tableFileClose(*table);
     blockFree(tableSlot);
     return errorResult(code);

@@ -191,7 +191,7 @@ void convertFieldText(const MergeTable &table, void *buffer, std::span<const cha
 
 // Finds the field, by name when number is BY_NAME, and converts its value.
 // An empty value gives the length 0 and leaves the buffer untouched.
-uint16_t fetchFieldValue(const MergeTable &table, const char *name, uint16_t number, void *buffer, uint16_t *length,
+uint16_t fetchFieldValue(MergeTable &table, const char *name, uint16_t number, void *buffer, uint16_t *length,
                          uint16_t type) {
     const auto *array = blockLockAs<FieldEntry>(table.fields);
     if (array == nullptr) return ERR_MEMORY;
@@ -217,14 +217,14 @@ using namespace mergedb;
 
 extern "C" DbResult MERGEDB_CALL dbGetFieldValueMerge(uint32_t handle, const char *name, void *buffer,
                                                       uint16_t type, uint16_t *length) {
-    const MergeTable *table = tableLock(handle);
+    MergeTable *table = tableLock(handle);
     if (table == nullptr || name == nullptr || buffer == nullptr || length == nullptr) return errorResult(ERR_MEMORY);
     return errorResult(fetchFieldValue(*table, name, BY_NAME, buffer, length, type));
 }
 
 extern "C" DbResult MERGEDB_CALL dbGetFieldValueHMerge(uint32_t handle, uint16_t number, void *buffer,
                                                        uint16_t type, uint16_t *length) {
-    const MergeTable *table = tableLock(handle);
+    MergeTable *table = tableLock(handle);
     if (table == nullptr || buffer == nullptr || length == nullptr) return errorResult(ERR_MEMORY);
     return errorResult(fetchFieldValue(*table, nullptr, number, buffer, length, type));
 }
