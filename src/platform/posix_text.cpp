@@ -39,17 +39,16 @@ BOOL CharToOemBuffA(LPCSTR source, LPSTR destination, DWORD length) {
 }
 
 // A text that the module lacks leaves an empty string, as on Windows.
+// A text the module lacks gives 0 and leaves the buffer as it was.
 int LoadStringA(HINSTANCE module, UINT id, LPSTR buffer, int size) {
-    if (buffer == nullptr || size <= 0) return 0;
-    size_t count = 0;
-    const auto *table =
-        module == nullptr ? nullptr : static_cast<const MergeStringEntry *>(dlsym(module, "mergeStringTable"));
+    if (module == nullptr || buffer == nullptr || size <= 0) return 0;
+    const auto *table = static_cast<const MergeStringEntry *>(dlsym(module, "mergeStringTable"));
     for (const MergeStringEntry *entry = table; entry != nullptr && entry->text != nullptr; ++entry) {
         if (entry->id != id) continue;
-        count = strnlen(entry->text, static_cast<size_t>(size - 1));
+        size_t count = strnlen(entry->text, static_cast<size_t>(size - 1));
         std::memcpy(buffer, entry->text, count);
-        break;
+        buffer[count] = '\0';
+        return static_cast<int>(count);
     }
-    buffer[count] = '\0';
-    return static_cast<int>(count);
+    return 0;
 }
