@@ -45,7 +45,7 @@ extern "C" int MERGEDB_CALL dbErrMsgMerge(uint32_t code, char *buffer) {
     auto low = static_cast<int16_t>(code & 0xFFFF);
     UINT id = (low >= 0 && low <= LAST_CODE_WITH_TEXT) ? static_cast<UINT>(low) : UINT{DB_MSG_GENERAL};
     int count = LoadStringA(moduleWord, id, buffer, MESSAGE_BUFFER_SIZE);
-    // A text the module lacks leaves the host's bytes, which need not be
+    // A text the module lacks may leave the host's bytes, which need not be
     // terminated: convert no further than the buffer's stated size.
     CharToOemBuffA(buffer, buffer, static_cast<DWORD>(strnlen(buffer, MESSAGE_BUFFER_SIZE)));
     return count;
