@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "fields/field_array.h"
-#include "support/test_support.h"
+#include "support/empty_table.h"
 
 using namespace mergedb;
 using namespace mergedb::test;
@@ -18,17 +18,8 @@ constexpr DbResult NO_FIELD = DB_RESULT_ERROR(ERR_NO_FIELD);
 constexpr DbResult NO_MEMORY = DB_RESULT_ERROR(ERR_MEMORY);
 
 // A delimited table opened on an empty file, given fields by hand.
-class FieldTable : public ::testing::Test {
+class FieldTable : public EmptyTableTest {
 protected:
-    void SetUp() override {
-        dir.write("t.csv", "");
-        database = openDatabase(dir);
-        ASSERT_EQ(openDelimited(database, "t.csv", &table), DB_RESULT_OK);
-    }
-    void TearDown() override {
-        dbCloseTableMerge(&table);
-        dbCloseDBMerge(&database);
-    }
     void add(const std::string &name, uint16_t firstInfo = 0) {
         MergeTable *record = tableLock(table);
         ASSERT_EQ(fieldsAdd(&record->fields, &record->fieldCount), 0);
@@ -48,10 +39,6 @@ protected:
         uint16_t index = 0;
         return dbGetFieldInfoMerge(table, name, &index, 3) == NO_FIELD ? -1 : index;
     }
-
-    TempDir dir;
-    uint32_t database = 0;
-    uint32_t table = 0;
 };
 
 TEST_F(FieldTable, WithoutFieldsOnlyTypeNameAndTableItemsAnswer) {

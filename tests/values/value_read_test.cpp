@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "fields/field_array.h"
-#include "support/test_support.h"
+#include "support/empty_table.h"
 
 using namespace mergedb;
 using namespace mergedb::test;
@@ -29,18 +29,8 @@ std::string raw(T... values) {
 std::string ended(const std::string &text) { return text + '\0'; }
 
 // A delimited table opened on an empty file, given fields by hand.
-class ValueRead : public ::testing::Test {
+class ValueRead : public EmptyTableTest {
 protected:
-    void SetUp() override {
-        dir.write("t.csv", "");
-        database = openDatabase(dir);
-        ASSERT_EQ(openDelimited(database, "t.csv", &table), DB_RESULT_OK);
-    }
-    void TearDown() override {
-        dbCloseTableMerge(&table);
-        dbCloseDBMerge(&database);
-    }
-    MergeTable &record() { return *tableLock(table); }
     FieldEntry &entry(int index) { return blockLockAs<FieldEntry>(record().fields)[index]; }
     // The value block of field index, added under name when missing, holds
     // exactly the value, and a NUL when ended.
@@ -65,10 +55,6 @@ protected:
         std::string bytes(buffer.begin(), buffer.end());
         return std::to_string(length) + "|" + bytes.erase(bytes.find_last_not_of(SENTINEL) + 1);
     }
-
-    TempDir dir;
-    uint32_t database = 0;
-    uint32_t table = 0;
 };
 
 TEST_F(ValueRead, EachTypeFromDelimitedText) {
