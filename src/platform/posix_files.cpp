@@ -22,10 +22,13 @@
 
 namespace {
 
+// position follows every move of the descriptor's offset, which only the
+// calls here make, so that asking for it costs no system call.
 struct OpenFile {
     uintptr_t id;
     int fd;
     DWORD access;
+    off_t position;
 };
 
 std::list<OpenFile> &openFiles() {
@@ -186,7 +189,7 @@ HANDLE CreateFileA(LPCSTR path, DWORD access, DWORD shareMode, LPVOID, DWORD dis
     if (platformFaultHits(mergedb::FaultKind::Open)) return INVALID_HANDLE_VALUE;
     int fd = openShared(path, access, shareMode, disposition, 0666);
     if (fd < 0) return INVALID_HANDLE_VALUE;
-    openFiles().push_back(OpenFile{++lastHandleId, fd, access});
+    openFiles().push_back(OpenFile{++lastHandleId, fd, access, 0});
     SetLastError(ERROR_SUCCESS);
     return reinterpret_cast<HANDLE>(lastHandleId);
 }
@@ -216,6 +219,7 @@ BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD count, LPDWORD got, LPVOID) {
         if (n < 0) return fail(posixToWindowsError(errno));
         if (n == 0) break;
         *got += static_cast<DWORD>(n);
+        file->position += n;
     }
     return TRUE;
 }
@@ -233,6 +237,7 @@ BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD count, LPDWORD written, LPVO
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) return fail(posixToWindowsError(errno));
         *written += static_cast<DWORD>(n);
+        file->position += n;
     }
     return TRUE;
 }
@@ -244,22 +249,24 @@ DWORD SetFilePointer(HANDLE handle, LONG distance, PLONG, DWORD method) {
         SetLastError(ERROR_INVALID_HANDLE);
         return INVALID_SET_FILE_POINTER;
     }
-    static constexpr int WHENCE[] = {SEEK_SET, SEEK_CUR, SEEK_END};
     if (method > FILE_END) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_SET_FILE_POINTER;
     }
     if (platformFaultHits(mergedb::FaultKind::Seek)) return INVALID_SET_FILE_POINTER;
-    off_t base = method == FILE_BEGIN ? 0 : lseek(file->fd, 0, WHENCE[method]);
+    off_t base = method == FILE_BEGIN ? 0 : method == FILE_CURRENT ? file->position : lseek(file->fd, 0, SEEK_END);
     if (base < 0 || base + distance < 0) {
         SetLastError(base < 0 ? posixToWindowsError(errno) : ERROR_NEGATIVE_SEEK);
         return INVALID_SET_FILE_POINTER;
     }
-    off_t position = lseek(file->fd, base + distance, SEEK_SET);
+    // Asking where the file stands moves nothing.
+    off_t position = base + distance;
+    if (position != file->position || method == FILE_END) position = lseek(file->fd, position, SEEK_SET);
     if (position < 0) {
         SetLastError(posixToWindowsError(errno));
         return INVALID_SET_FILE_POINTER;
     }
+    file->position = position;
     SetLastError(ERROR_SUCCESS);
     return static_cast<DWORD>(position);
 }
