@@ -1,103 +1,142 @@
 #include "frame/blocks.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
+
+#ifdef MERGEDB_ASAN
+#include <sanitizer/asan_interface.h>
+#endif
 
 namespace mergedb {
+namespace blockregistry {
+
+BlockSlot *slots = nullptr;
+uint32_t slotCount = 0;
+
+}  // namespace blockregistry
+
 namespace {
 
-// A handle is the slot index in its low bits and the slot's generation in
-// its high bits. Index 0 is never used, so no live handle is 0.
-constexpr uint32_t INDEX_BITS = 22;
-constexpr uint32_t INDEX_MASK = (1u << INDEX_BITS) - 1;
+using blockregistry::BlockSlot;
+using blockregistry::INDEX_BITS;
+using blockregistry::INDEX_MASK;
+using blockregistry::slotOf;
+
 constexpr uint32_t GENERATION_MASK = (1u << (32 - INDEX_BITS)) - 1;
 constexpr uint32_t NO_SLOT = 0;
 
-struct BlockSlot {
-    void *address;
-    uint16_t size;
-    uint16_t generation;
-    uint32_t nextFree;
-};
+// A block that grows beyond its allocation takes room in steps.
+constexpr uint32_t ROOM_STEP = 32;
 
 // Freed slots are reused oldest first, so that a stale handle is unlikely to
 // meet its slot's generation again.
-struct BlockRegistry {
-    std::vector<BlockSlot> slots;  // slot 0 is set aside on first use
-    uint32_t freeHead = NO_SLOT;
-    uint32_t freeTail = NO_SLOT;
-    uint32_t live = 0;
-};
+uint32_t slotRoom = 0;  // slots allocated, of which slotCount are in use
+uint32_t freeHead = NO_SLOT;
+uint32_t freeTail = NO_SLOT;
+uint32_t live = 0;
 
-// Constant-initialised, so that the lookups on every field read need no
-// guard of a function-local static.
-constinit BlockRegistry registryInstance;
+// The bytes of an allocation behind the block's size are no part of it:
+// AddressSanitizer reports a touch of them as it would outside the block.
+void markSize(const BlockSlot &slot) {
+#ifdef MERGEDB_ASAN
+    char *bytes = static_cast<char *>(slot.address);
+    ASAN_UNPOISON_MEMORY_REGION(bytes, slot.size);
+    ASAN_POISON_MEMORY_REGION(bytes + slot.size, slot.room - slot.size);
+#else
+    (void)slot;
+#endif
+}
 
-inline BlockRegistry &registry() { return registryInstance; }
-
-BlockSlot *slotOf(BlockHandle handle) {
-    BlockRegistry &r = registry();
-    uint32_t index = handle & INDEX_MASK;
-    if (index == NO_SLOT || index >= r.slots.size()) return nullptr;
-    BlockSlot &slot = r.slots[index];
-    if (slot.address == nullptr || slot.generation != (handle >> INDEX_BITS)) return nullptr;
-    return &slot;
+void unmarkSize(const BlockSlot &slot) {
+#ifdef MERGEDB_ASAN
+    ASAN_UNPOISON_MEMORY_REGION(slot.address, slot.room);
+#else
+    (void)slot;
+#endif
 }
 
 BlockHandle handleOf(uint32_t index) {
-    return (static_cast<uint32_t>(registry().slots[index].generation) << INDEX_BITS) | index;
+    return (static_cast<uint32_t>(blockregistry::slots[index].generation) << INDEX_BITS) | index;
+}
+
+bool addSlotRoom() {
+    uint32_t room = slotRoom == 0 ? 64 : slotRoom * 2;
+    auto *grown = static_cast<BlockSlot *>(std::realloc(blockregistry::slots, room * sizeof(BlockSlot)));
+    if (grown == nullptr) return false;
+    blockregistry::slots = grown;
+    slotRoom = room;
+    return true;
 }
 
 // Index of a free slot, or NO_SLOT when the registry is full or has no memory.
 uint32_t takeSlot() {
-    BlockRegistry &r = registry();
-    if (r.freeHead != NO_SLOT) {
-        uint32_t index = r.freeHead;
-        r.freeHead = r.slots[index].nextFree;
-        if (r.freeHead == NO_SLOT) r.freeTail = NO_SLOT;
+    BlockSlot *slots = blockregistry::slots;
+    if (freeHead != NO_SLOT) {
+        uint32_t index = freeHead;
+        freeHead = slots[index].nextFree;
+        if (freeHead == NO_SLOT) freeTail = NO_SLOT;
         return index;
     }
-    if (r.slots.size() > INDEX_MASK) return NO_SLOT;
-    try {
-        if (r.slots.empty()) r.slots.push_back(BlockSlot{});
-        r.slots.push_back(BlockSlot{nullptr, 0, 1, NO_SLOT});
-    } catch (...) {
-        return NO_SLOT;
-    }
-    return static_cast<uint32_t>(r.slots.size() - 1);
+    uint32_t &count = blockregistry::slotCount;
+    if (count > INDEX_MASK) return NO_SLOT;
+    // Slot 0 is set aside on first use.
+    uint32_t needed = count == 0 ? 2 : count + 1;
+    if (needed > slotRoom && !addSlotRoom()) return NO_SLOT;
+    if (count == 0) blockregistry::slots[count++] = BlockSlot{};
+    blockregistry::slots[count] = BlockSlot{nullptr, 0, 0, 1, NO_SLOT};
+    return count++;
 }
 
 void releaseSlot(uint32_t index) {
-    BlockRegistry &r = registry();
-    BlockSlot &slot = r.slots[index];
+    BlockSlot &slot = blockregistry::slots[index];
     slot.address = nullptr;
     slot.size = 0;
+    slot.room = 0;
     slot.generation = static_cast<uint16_t>((slot.generation + 1) & GENERATION_MASK);
     slot.nextFree = NO_SLOT;
-    if (r.freeTail == NO_SLOT) {
-        r.freeHead = index;
+    if (freeTail == NO_SLOT) {
+        freeHead = index;
     } else {
-        r.slots[r.freeTail].nextFree = index;
+        blockregistry::slots[freeTail].nextFree = index;
     }
-    r.freeTail = index;
+    freeTail = index;
+}
+
+// Moves the block to an allocation of its own size, with room to grow when
+// it grows. False, with the block untouched, when there is no memory.
+bool reallocate(BlockSlot &slot, uint16_t newSize) {
+    uint32_t room = newSize > slot.size ? (newSize + ROOM_STEP - 1) / ROOM_STEP * ROOM_STEP : newSize;
+    room = std::max<uint32_t>(room, 1);
+    unmarkSize(slot);
+    void *address = std::realloc(slot.address, room);
+    if (address == nullptr) {
+        markSize(slot);
+        return false;
+    }
+    slot.address = address;
+    slot.room = room;
+    return true;
 }
 
 }  // namespace
 
 BlockHandle blockAlloc(uint16_t size) {
     // A block of 0 bytes still gets an address of its own.
-    void *address = std::calloc(size == 0 ? 1 : size, 1);
+    uint32_t room = std::max<uint32_t>(size, 1);
+    void *address = std::calloc(room, 1);
     if (address == nullptr) return 0;
     uint32_t index = takeSlot();
     if (index == NO_SLOT) {
         std::free(address);
         return 0;
     }
-    BlockSlot &slot = registry().slots[index];
+    BlockSlot &slot = blockregistry::slots[index];
     slot.address = address;
+    slot.room = room;
     slot.size = size;
-    registry().live++;
+    markSize(slot);
+    live++;
     return handleOf(index);
 }
 
@@ -105,37 +144,26 @@ BlockHandle blockResize(BlockHandle handle, uint16_t newSize) {
     if (handle == 0) return blockAlloc(newSize);
     BlockSlot *slot = slotOf(handle);
     if (slot == nullptr) return 0;
-    void *address = std::realloc(slot->address, newSize == 0 ? 1 : newSize);
-    if (address == nullptr) return 0;
-    if (newSize > slot->size) {
-        std::memset(static_cast<char *>(address) + slot->size, 0, newSize - slot->size);
-    }
-    slot->address = address;
+    if (!blockregistry::keepsRoom(slot->room, newSize) && !reallocate(*slot, newSize)) return 0;
+    uint16_t oldSize = slot->size;
     slot->size = newSize;
+    markSize(*slot);
+    if (newSize > oldSize) std::memset(static_cast<char *>(slot->address) + oldSize, 0, newSize - oldSize);
     return handle;
-}
-
-void *blockLock(BlockHandle handle) {
-    BlockSlot *slot = slotOf(handle);
-    return slot == nullptr ? nullptr : slot->address;
-}
-
-uint16_t blockSize(BlockHandle handle) {
-    BlockSlot *slot = slotOf(handle);
-    return slot == nullptr ? 0 : slot->size;
 }
 
 void blockFree(BlockHandle *slotRef) {
     if (slotRef == nullptr) return;
     BlockSlot *slot = slotOf(*slotRef);
     if (slot != nullptr) {
+        unmarkSize(*slot);
         std::free(slot->address);
         releaseSlot(*slotRef & INDEX_MASK);
-        registry().live--;
+        live--;
     }
     *slotRef = 0;
 }
 
-uint32_t blockLiveCount() { return registry().live; }
+uint32_t blockLiveCount() { return live; }
 
 }  // namespace mergedb

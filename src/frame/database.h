@@ -29,7 +29,9 @@ static_assert(sizeof(MergeDatabase) != sizeof(MergeTable), "handles are told apa
 // The database behind a host's handle, or null for 0, a stale handle, or a
 // block that is no database record.
 inline MergeDatabase *databaseLock(BlockHandle handle) {
-    return blockSize(handle) == sizeof(MergeDatabase) ? blockLockAs<MergeDatabase>(handle) : nullptr;
+    uint16_t size = 0;
+    auto *record = blockLockSized<MergeDatabase>(handle, size);
+    return size == sizeof(MergeDatabase) ? record : nullptr;
 }
 
 }  // namespace mergedb

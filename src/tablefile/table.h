@@ -68,7 +68,9 @@ inline constexpr int HEADER_MINOR_VERSION = 11;
 // The table behind a host's handle, or null for 0, a stale handle, or a
 // block that is no table record.
 inline MergeTable *tableLock(BlockHandle handle) {
-    return blockSize(handle) == sizeof(MergeTable) ? blockLockAs<MergeTable>(handle) : nullptr;
+    uint16_t size = 0;
+    auto *record = blockLockSized<MergeTable>(handle, size);
+    return size == sizeof(MergeTable) ? record : nullptr;
 }
 
 // docOffset of a tagged table, from its saved header.
