@@ -42,13 +42,6 @@ uint16_t parseDetach() {
     return 0;
 }
 
-uint16_t parseAdvance(int32_t n) {
-    ptrdiff_t position = (parseCursor.cursor - parseCursor.base) + n;
-    if (position < 0 || position > parseCursor.limit - parseCursor.base) return ERR_FORMAT;
-    parseCursor.cursor = parseCursor.base + position;
-    return 0;
-}
-
 uint16_t parseSkipVariable() {
     TokenStep step = tokenStepAt(parseCursor.cursor, parseCursor.limit);
     if (step.kind != TOKEN_STEP_OK || tokenClass(parseCursor.cursor) != TOKEN_VARIABLE) return ERR_FORMAT;

@@ -3,9 +3,11 @@
 // building records. Every operation that uses it attaches at its start.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "edits/change_list.h"
+#include "mergedb/mergedb.h"
 
 namespace mergedb {
 
@@ -28,7 +30,12 @@ uint16_t parseDetach();
 
 // Moves the cursor by n bytes; a move past the limit (or in front of the
 // record) gives ERR_FORMAT and leaves the cursor where it was.
-uint16_t parseAdvance(int32_t n);
+inline uint16_t parseAdvance(int32_t n) {
+    ptrdiff_t position = (parseCursor.cursor - parseCursor.base) + n;
+    if (position < 0 || position > parseCursor.limit - parseCursor.base) return ERR_FORMAT;
+    parseCursor.cursor = parseCursor.base + position;
+    return 0;
+}
 uint16_t parseSkipVariable();
 uint16_t parseSkipFixed();
 // Steps to behind the end of the current line (a byte 10, 12 or 140),

@@ -9,23 +9,6 @@
 namespace mergedb {
 namespace {
 
-constexpr std::array<uint8_t, 256> TOKEN_CLASSES = [] {
-    std::array<uint8_t, 256> classes{};
-    for (int byte = 0; byte < 256; ++byte) {
-        if (byte == 0) classes[byte] = TOKEN_END;
-        else if (byte < 32) classes[byte] = TOKEN_CONTROL;
-        else if (byte < 127) classes[byte] = TOKEN_CHAR;
-        else if (byte == 127) classes[byte] = TOKEN_VARIABLE;
-        else if (byte < 192) classes[byte] = TOKEN_SINGLE;
-        else if (byte < 208) classes[byte] = TOKEN_FIXED;
-        else classes[byte] = TOKEN_VARIABLE;
-    }
-    return classes;
-}();
-
-// Total lengths of the fixed tokens 192-199; the leads 200-207 have none.
-constexpr std::array<uint8_t, 8> FIXED_LENGTHS = {4, 9, 11, 3, 3, 5, 6, 7};
-
 constexpr std::array<uint8_t, 2> FIELD_END_0 = {MARK_FIELD_END, MARK_LINE_END};
 constexpr std::array<uint8_t, 2> RECORD_END_0 = {MARK_RECORD_END, MARK_LINE_END};
 constexpr std::array<uint8_t, 9> FIELD_END_1 = {
@@ -33,34 +16,12 @@ constexpr std::array<uint8_t, 9> FIELD_END_1 = {
 constexpr std::array<uint8_t, 11> RECORD_END_1 = {FUNCTION_TOKEN, FUNCTION_RECORD_END, 6, 0, 0, 0, 6, 0,
                                                   FUNCTION_RECORD_END, FUNCTION_TOKEN, MARK_RECORD_LINE_END};
 
-uint16_t readU16(const uint8_t *p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
-
 void writeU16(uint8_t *p, uint16_t value) {
     p[0] = static_cast<uint8_t>(value);
     p[1] = static_cast<uint8_t>(value >> 8);
 }
 
 }  // namespace
-
-uint8_t tokenClass(const uint8_t *p) { return TOKEN_CLASSES[*p]; }
-
-bool isAttrOn(const uint8_t *p, uint8_t code) { return p[0] == TOKEN_LEAD_ATTR_ON && p[1] == code; }
-
-bool isAttrOff(const uint8_t *p, uint8_t code) { return p[0] == TOKEN_LEAD_ATTR_OFF && p[1] == code; }
-
-bool isFunction(const uint8_t *p, uint8_t code) { return p[0] == FUNCTION_TOKEN && p[1] == code; }
-
-bool isFunctionEnd(const uint8_t *p, uint8_t code) { return p[0] == FUNCTION_TOKEN && p[-1] == code; }
-
-bool isExtendedChar(const uint8_t *p) { return p[0] == TOKEN_LEAD_EXTENDED_CHAR; }
-
-uint8_t fixedTokenLength(const uint8_t *p) {
-    if (p[0] < TOKEN_LEAD_EXTENDED_CHAR) return 0;
-    size_t index = p[0] - TOKEN_LEAD_EXTENDED_CHAR;
-    return index < FIXED_LENGTHS.size() ? FIXED_LENGTHS[index] : 0;
-}
-
-uint32_t variableTokenLength(const uint8_t *p) { return uint32_t{readU16(p + 2)} + 4; }
 
 TokenStep tokenStepAt(const uint8_t *p, const uint8_t *limit) {
     if (p >= limit) return {TOKEN_STEP_PAST_LIMIT, 0};
@@ -94,8 +55,6 @@ size_t writeVariableToken(std::span<uint8_t> dst, uint8_t first, uint8_t subCode
     p[lengthWord + 3] = first;
     return lengthWord + 4;
 }
-
-bool isTaggedKind(uint16_t kind) { return kind == DB_KIND_TAGGED_0 || kind == DB_KIND_TAGGED_1; }
 
 std::span<const uint8_t> taggedFieldEnd(uint16_t kind) {
     if (kind == DB_KIND_TAGGED_1) return FIELD_END_1;

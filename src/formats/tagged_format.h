@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <span>
 
+#include "mergedb/mergedb.h"
+
 namespace mergedb {
 
 // Token classes, by the first byte of a token. The values are not in byte
@@ -52,18 +54,41 @@ inline constexpr uint8_t FUNCTION_NAME_LIST = 98;
 // The attribute whose on and off tokens enclose a field name in dialect 0.
 inline constexpr uint8_t ATTR_FIELD_NAME = 12;
 
-uint8_t tokenClass(const uint8_t *p);
-bool isAttrOn(const uint8_t *p, uint8_t code);
-bool isAttrOff(const uint8_t *p, uint8_t code);
+// The class of every byte as the first byte of a token. The scanners and
+// the text walks ask for it on every byte, so it is a table in the open.
+inline constexpr std::array<uint8_t, 256> TOKEN_CLASSES = [] {
+    std::array<uint8_t, 256> classes{};
+    for (int byte = 0; byte < 256; ++byte) {
+        if (byte == 0) classes[byte] = TOKEN_END;
+        else if (byte < 32) classes[byte] = TOKEN_CONTROL;
+        else if (byte < 127) classes[byte] = TOKEN_CHAR;
+        else if (byte == 127) classes[byte] = TOKEN_VARIABLE;
+        else if (byte < 192) classes[byte] = TOKEN_SINGLE;
+        else if (byte < 208) classes[byte] = TOKEN_FIXED;
+        else classes[byte] = TOKEN_VARIABLE;
+    }
+    return classes;
+}();
+
+// Total lengths of the fixed tokens 192-199; the leads 200-207 have none.
+inline constexpr std::array<uint8_t, 8> FIXED_TOKEN_LENGTHS = {4, 9, 11, 3, 3, 5, 6, 7};
+
+inline uint8_t tokenClass(const uint8_t *p) { return TOKEN_CLASSES[*p]; }
+inline bool isAttrOn(const uint8_t *p, uint8_t code) { return p[0] == TOKEN_LEAD_ATTR_ON && p[1] == code; }
+inline bool isAttrOff(const uint8_t *p, uint8_t code) { return p[0] == TOKEN_LEAD_ATTR_OFF && p[1] == code; }
 // p is the first byte of a variable token.
-bool isFunction(const uint8_t *p, uint8_t code);
+inline bool isFunction(const uint8_t *p, uint8_t code) { return p[0] == FUNCTION_TOKEN && p[1] == code; }
 // p is the last byte of a variable token; reads p[-1].
-bool isFunctionEnd(const uint8_t *p, uint8_t code);
-bool isExtendedChar(const uint8_t *p);
+inline bool isFunctionEnd(const uint8_t *p, uint8_t code) { return p[0] == FUNCTION_TOKEN && p[-1] == code; }
+inline bool isExtendedChar(const uint8_t *p) { return p[0] == TOKEN_LEAD_EXTENDED_CHAR; }
 // Total length of the fixed token at p; 0 unless its lead is 192-199.
-uint8_t fixedTokenLength(const uint8_t *p);
+inline uint8_t fixedTokenLength(const uint8_t *p) {
+    if (p[0] < TOKEN_LEAD_EXTENDED_CHAR) return 0;
+    size_t index = p[0] - TOKEN_LEAD_EXTENDED_CHAR;
+    return index < FIXED_TOKEN_LENGTHS.size() ? FIXED_TOKEN_LENGTHS[index] : 0;
+}
 // L + 4, from the u16 at p + 2; never wraps to 0.
-uint32_t variableTokenLength(const uint8_t *p);
+inline uint32_t variableTokenLength(const uint8_t *p) { return uint32_t{static_cast<uint16_t>(p[2] | (p[3] << 8))} + 4; }
 
 // How the token at p may be stepped over.
 enum TokenStepKind : uint8_t {
@@ -92,7 +117,7 @@ TokenStep tokenStepAt(const uint8_t *p, const uint8_t *limit);
 size_t writeVariableToken(std::span<uint8_t> dst, uint8_t first, uint8_t subCode, std::span<const uint8_t> body);
 
 // Whether a table kind is one of the two tagged dialects.
-bool isTaggedKind(uint16_t kind);
+inline bool isTaggedKind(uint16_t kind) { return kind == DB_KIND_TAGGED_0 || kind == DB_KIND_TAGGED_1; }
 
 // What the driver writes behind each field and each record, by table kind:
 // dialect 1 for DB_KIND_TAGGED_1, dialect 0 for any other.

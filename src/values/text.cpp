@@ -179,11 +179,6 @@ uint8_t mapCharacter(uint16_t key) {
     return CHARACTER_TABLE[middle].value;
 }
 
-uint16_t formatStrlen(const MergeTable &table, std::span<const char> text) {
-    if (isTaggedKind(table.kind)) return textLength(text);
-    return static_cast<uint16_t>(plainLength(text));
-}
-
 void formatCopy(const MergeTable &table, std::span<char> dst, std::span<const char> src) {
     if (isTaggedKind(table.kind)) return textCopy(dst, src);
     if (dst.empty()) return;

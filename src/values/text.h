@@ -7,8 +7,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
+#include "formats/tagged_format.h"
 #include "tablefile/table.h"
 
 namespace mergedb {
@@ -43,7 +45,10 @@ size_t textNextChar(std::span<const char> text, size_t position);
 uint8_t mapCharacter(uint16_t key);
 
 // textLength for a tagged table's kind, the plain string length otherwise.
-uint16_t formatStrlen(const MergeTable &table, std::span<const char> text);
+inline uint16_t formatStrlen(const MergeTable &table, std::span<const char> text) {
+    if (isTaggedKind(table.kind)) return textLength(text);
+    return static_cast<uint16_t>(text.empty() ? 0 : strnlen(text.data(), text.size()));
+}
 
 // textCopy for a tagged table's kind, a plain string copy otherwise; both
 // keep within dst.
