@@ -34,6 +34,8 @@ uint16_t fieldsSortNumeric(FieldEntry *array, int16_t count);
 // there is none. Looks the name up in the table's name index, which it
 // makes when the field array has changed since.
 int fieldFindByName(MergeTable &table, const char *name);
+// The same in array, which is table.fields locked by the caller.
+int fieldFindByName(MergeTable &table, const FieldEntry *array, const char *name);
 
 // Frees the table's name index.
 void fieldIndexFree(MergeTable &table);
