@@ -6,18 +6,21 @@
 
 #include "edits/change_list.h"
 #include "fields/parse_cursor.h"
+#include "formats/byte_runs.h"
+#include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
 
 namespace mergedb {
 namespace {
 
-// Bytes that a tagged value stores as they stand: text characters and the
-// control bytes that end nothing.
-constexpr std::array<bool, 256> TAGGED_TEXT = [] {
-    std::array<bool, 256> text{};
-    for (int byte = 1; byte < 127; ++byte) text[byte] = byte != MARK_FIELD_END && byte != MARK_RECORD_END;
-    return text;
+// The bytes at which a run of a tagged value's text stops: all but the text
+// characters and the control bytes that end nothing.
+const StopBytes TAGGED_TEXT_STOPS = [] {
+    StopBytes stops;
+    for (uint8_t byte : {uint8_t{0}, MARK_FIELD_END, MARK_RECORD_END, uint8_t{127}}) stopBytesAdd(stops, byte);
+    stopBytesAddFrom(stops, 128);
+    return stops;
 }();
 
 constexpr uint8_t HYPHEN = '-';
@@ -29,11 +32,22 @@ constexpr uint8_t HYPHEN = '-';
 uint8_t building[FIELD_VALUE_LIMIT + TOKEN_EXTENDED_CHAR_SIZE + 1];
 
 // The value being built. Its length stays here until the value is closed,
-// so that a failure on the way leaves the entry's length as it was.
+// so that a failure on the way leaves the entry's length as it was. Its
+// bytes are in building, or, for a value that is one stretch of the record,
+// in the record itself.
 struct ValueBuilder {
     FieldEntry &entry;
     uint32_t length;
     uint32_t capacity;
+    const uint8_t *bytes = building;
+};
+
+// What the extraction of a delimited record works with: the table's strings
+// and bytes, and a stop scan over the record, which the fields of one
+// record share as they go forward.
+struct DelimitedSplit {
+    const DelimitedBytes &bytes;
+    StopScan stops;
 };
 
 // capacity raised by steps growth steps; 0 when a block cannot be that big.
@@ -42,7 +56,7 @@ uint32_t grownCapacity(uint32_t capacity, uint32_t steps) {
     return grown >= UINT16_MAX ? 0 : static_cast<uint32_t>(grown);
 }
 
-uint16_t openValue(ValueBuilder &value) {
+inline uint16_t openValue(ValueBuilder &value) {
     if (value.entry.value == 0) {
         if (uint16_t code = growFieldValue(value.entry, 1)) return code;
     }
@@ -53,25 +67,27 @@ uint16_t openValue(ValueBuilder &value) {
 
 // Raises the capacity until it reaches needed, by as many steps as the rule
 // would take one byte at a time.
+// Whether it grows is a matter of the value's length against the last one,
+// which no branch predicts, so the steps are counted without a branch.
 uint16_t reserve(ValueBuilder &value, uint32_t needed) {
-    if (value.capacity >= needed) return 0;
-    uint32_t grown = grownCapacity(value.capacity, (needed - value.capacity + FIELD_GROWTH_STEP - 1) / FIELD_GROWTH_STEP);
-    if (grown == 0) return ERR_MEMORY;
-    value.capacity = grown;
+    uint32_t missing = needed > value.capacity ? needed - value.capacity : 0;
+    uint32_t grown = grownCapacity(value.capacity, (missing + FIELD_GROWTH_STEP - 1) / FIELD_GROWTH_STEP);
+    if ((missing != 0) & (grown == 0)) return ERR_MEMORY;
+    value.capacity = missing != 0 ? grown : value.capacity;
     return 0;
 }
 
 uint16_t append(ValueBuilder &value, const uint8_t *bytes, uint32_t count) {
     if (uint16_t code = reserve(value, value.length + count)) return code;
-    std::memcpy(building + value.length, bytes, count);
+    copyBytes(building + value.length, bytes, count);
     value.length += count;
     return 0;
 }
 
-// Resizes the entry's block to size, unless it has that size already.
-uint8_t *resizeValueBlock(FieldEntry &entry, uint32_t size) {
-    if (blockSize(entry.value) != size && blockResize(entry.value, static_cast<uint16_t>(size)) == 0) return nullptr;
-    return blockLockAs<uint8_t>(entry.value);
+// The entry's block resized to size, or null when it cannot be; the caller
+// writes its first written bytes.
+uint8_t *resizeValueBlock(FieldEntry &entry, uint32_t size, uint32_t written) {
+    return blockResizeLock<uint8_t>(entry.value, static_cast<uint16_t>(size), static_cast<uint16_t>(written));
 }
 
 // After a failure: the entry's block grown as far, and written as far, as
@@ -79,7 +95,7 @@ uint8_t *resizeValueBlock(FieldEntry &entry, uint32_t size) {
 void keepPartialValue(ValueBuilder &value) {
     uint8_t *text = blockLockAs<uint8_t>(value.entry.value);
     if (value.capacity != value.entry.capacity) {
-        text = resizeValueBlock(value.entry, value.capacity);
+        text = resizeValueBlock(value.entry, value.capacity, 0);
         if (text == nullptr) return;
         value.entry.capacity = static_cast<uint16_t>(value.capacity);
     }
@@ -90,7 +106,7 @@ void keepPartialValue(ValueBuilder &value) {
 // value that has bytes fits to length + blockExtra with a capacity of
 // length + capacityExtra; an empty value keeps its block, grown if the
 // capacity had to be. A failed fit still stores the length.
-uint16_t closeValue(ValueBuilder &value, uint16_t blockExtra, uint16_t capacityExtra) {
+inline uint16_t closeValue(ValueBuilder &value, uint16_t blockExtra, uint16_t capacityExtra) {
     if (uint16_t code = reserve(value, value.length + 1)) {
         keepPartialValue(value);
         return code;
@@ -100,22 +116,25 @@ uint16_t closeValue(ValueBuilder &value, uint16_t blockExtra, uint16_t capacityE
     bool empty = value.length == 0;
     uint32_t size = empty ? (value.capacity == entry.capacity ? blockSize(entry.value) : value.capacity)
                           : value.length + blockExtra;
-    uint8_t *text = resizeValueBlock(entry, size);
+    uint8_t *text = resizeValueBlock(entry, size, value.length + 1);
     if (text == nullptr) return ERR_MEMORY;
     entry.capacity = static_cast<uint16_t>(empty ? value.capacity : value.length + capacityExtra);
-    std::memcpy(text, building, value.length);
+    copyBytes(text, value.bytes, value.length);
     text[value.length] = 0;
     return 0;
 }
 
-// The length of the run of bytes at the cursor that the table calls
-// ordinary, cut where the value would reach its limit.
-uint32_t runLength(const std::array<bool, 256> &ordinary, uint32_t length) {
-    const uint8_t *start = parseCursor.cursor;
-    const uint8_t *end = start + std::min<size_t>(parseRemaining(), FIELD_VALUE_LIMIT - length);
-    const uint8_t *p = start;
-    while (p < end && ordinary[*p]) ++p;
-    return static_cast<uint32_t>(p - start);
+// Where the value being built would reach its limit, or the record's end.
+const uint8_t *runLimit(const ValueBuilder &value) {
+    return parseCursor.cursor + std::min<size_t>(parseRemaining(), FIELD_VALUE_LIMIT - value.length);
+}
+
+// Copies the bytes from the cursor up to stop, and moves the cursor there.
+uint16_t copyRun(ValueBuilder &value, const uint8_t *stop) {
+    auto count = static_cast<uint32_t>(stop - parseCursor.cursor);
+    if (uint16_t code = append(value, parseCursor.cursor, count)) return code;
+    parseCursor.cursor += count;
+    return 0;
 }
 
 // A tagged token at the cursor that is neither text nor a byte 0.
@@ -147,45 +166,177 @@ uint16_t taggedToken(ValueBuilder &value, bool &ended) {
     }
 }
 
-// Whether the non-empty text stands at the cursor, which lies before the
-// limit. The first byte is compared here, so that most places cost no call.
-bool standsAt(std::string_view text) {
-    return !text.empty() && *parseCursor.cursor == static_cast<uint8_t>(text[0]) &&
-           stringStandsAt(parseCursor.cursor, parseCursor.limit, text);
+// The first byte from p on that is a quote's first byte, or the scan's end.
+const uint8_t *nextQuote(StopScan &stops, const uint8_t *p, uint8_t quoteStart) {
+    p = nextStop(stops, p);
+    while (p < stops.end && *p != quoteStart) p = nextStop(stops, p + 1);
+    return p;
 }
 
 // The inside of a quoted stretch, from behind its opening quote up to the
 // quote that closes it, on which the cursor stays. Only the quote means
 // anything here.
-uint16_t quotedStretch(ValueBuilder &value, const DelimitedStrings &strings) {
+uint16_t quotedStretch(ValueBuilder &value, DelimitedSplit &split) {
+    const DelimitedStrings &strings = split.bytes.strings;
     uint8_t *&cursor = parseCursor.cursor;
     const auto quoteStart = static_cast<uint8_t>(strings.quote[0]);
     while (value.length < FIELD_VALUE_LIMIT && cursor < parseCursor.limit) {
-        size_t room = std::min<size_t>(parseRemaining(), FIELD_VALUE_LIMIT - value.length);
-        const auto *quote = static_cast<const uint8_t *>(std::memchr(cursor, quoteStart, room));
-        size_t run = quote == nullptr ? room : static_cast<size_t>(quote - cursor);
-        if (run == 0) {
-            if (uint16_t code = reserve(value, value.length + 1)) return code;
-            if (quoteClosesAt(cursor, parseCursor.limit, strings)) return 0;
-            run = 1;  // a quote that closes nothing is text
+        if (*cursor != quoteStart) {
+            const uint8_t *stop = std::min(nextQuote(split.stops, cursor, quoteStart), runLimit(value));
+            if (uint16_t code = copyRun(value, stop)) return code;
+            continue;
         }
-        if (uint16_t code = append(value, cursor, static_cast<uint32_t>(run))) return code;
-        cursor += run;
+        if (uint16_t code = reserve(value, value.length + 1)) return code;
+        if (quoteClosesAt(cursor, parseCursor.limit, strings)) return 0;
+        // a quote that closes nothing is text
+        if (uint16_t code = append(value, cursor, 1)) return code;
+        ++cursor;
     }
     return 0;
 }
 
-// Builds one value with build, which reads from the parse cursor, and
-// closes it; a failure of build leaves the entry as the steps had left it.
-template <typename Build>
-uint16_t extractValue(FieldEntry &entry, uint16_t blockExtra, uint16_t capacityExtra, Build build) {
+// Takes one value, and closes it: by takeWhole where the value has one of
+// the common shapes that need no building, else by build, which reads from
+// the parse cursor step by step. A failure of build leaves the entry as the
+// steps had left it.
+template <typename TakeWhole, typename Build>
+uint16_t extractValue(FieldEntry &entry, uint16_t blockExtra, uint16_t capacityExtra, TakeWhole takeWhole,
+                      Build build) {
     ValueBuilder value{entry, 0, 0};
     if (uint16_t code = openValue(value)) return code;
-    if (uint16_t code = build(value)) {
-        keepPartialValue(value);
-        return code;
+    if (!takeWhole(value)) {
+        if (uint16_t code = build(value)) {
+            keepPartialValue(value);
+            return code;
+        }
     }
     return closeValue(value, blockExtra, capacityExtra);
+}
+
+// A value that is the stretch of the record from start to end, whose bytes
+// the steps would have copied one run after another.
+void takeStretch(ValueBuilder &value, const uint8_t *start, const uint8_t *end) {
+    value.bytes = start;
+    value.length = static_cast<uint32_t>(end - start);
+    reserve(value, value.length);
+}
+
+// The length of the field or record delimiter that the steps find whole at
+// p, which lies before the limit; 0 where they would find a quote first, or
+// neither delimiter.
+size_t delimiterAt(const DelimitedBytes &bytes, const uint8_t *p) {
+    const DelimitedStrings &s = bytes.strings;
+    uint8_t opens = bytes.opens[*p];
+    if ((opens & OPENS_QUOTE) != 0) return 0;
+    if ((opens & OPENS_RECORD) != 0 && stringStandsAt(p, parseCursor.limit, s.record)) return s.record.size();
+    if ((opens & OPENS_FIELD) != 0 && stringStandsAt(p, parseCursor.limit, s.field)) return s.field.size();
+    return 0;
+}
+
+// The two common shapes of a delimited value: a run of ordinary bytes, or
+// a one-byte quote, text and the quote that closes it, each followed by a
+// whole field or record delimiter. Takes the value and passes over its
+// delimiter; false, with nothing moved, for any other shape.
+bool takeWholeDelimited(ValueBuilder &value, DelimitedSplit &split) {
+    const DelimitedBytes &bytes = split.bytes;
+    uint8_t *cursor = parseCursor.cursor;
+    const uint8_t *limit = parseCursor.limit;
+    if (cursor >= limit) return false;
+    const uint8_t *start = cursor;
+    const uint8_t *end = nullptr;
+    const uint8_t *behind = nullptr;
+    if ((bytes.opens[*cursor] & OPENS_QUOTE) != 0) {
+        if (bytes.strings.quote.size() != 1) return false;
+        start = cursor + 1;
+        end = nextQuote(split.stops, start, *cursor);
+        if (end >= limit || !quoteClosesAt(end, limit, bytes.strings)) return false;
+        behind = end + 1;
+    } else {
+        end = nextStop(split.stops, cursor);
+        behind = end;
+    }
+    if (behind >= limit || end - start >= FIELD_VALUE_LIMIT) return false;
+    size_t delimiter = delimiterAt(bytes, behind);
+    if (delimiter == 0) return false;
+    takeStretch(value, start, end);
+    parseCursor.cursor = cursor + (behind - cursor) + delimiter;
+    return true;
+}
+
+// The common shape of a tagged value: text up to a field or record end, a
+// byte 0 or the record's end. Takes the value, leaving the cursor where the
+// steps would, for parseSkipLine; false, with nothing moved, otherwise.
+bool takeWholeTagged(ValueBuilder &value, StopScan &stops) {
+    uint8_t *cursor = parseCursor.cursor;
+    const uint8_t *limit = parseCursor.limit;
+    const uint8_t *end = nextStop(stops, cursor);
+    if (end - cursor >= FIELD_VALUE_LIMIT) return false;
+    uint8_t *behind = cursor + (end - cursor);
+    if (end < limit && *end != 0) {
+        if (*end == MARK_FIELD_END || *end == MARK_RECORD_END) {
+            ++behind;
+        } else if (limit - end < 2 || !(isFunction(end, FUNCTION_FIELD_END) || isFunction(end, FUNCTION_RECORD_END))) {
+            return false;
+        }
+    }
+    takeStretch(value, cursor, end);
+    parseCursor.cursor = behind;
+    return true;
+}
+
+uint16_t extractTaggedField(StopScan &stops, FieldEntry &entry) {
+    auto build = [&stops](ValueBuilder &value) -> uint16_t {
+        uint8_t *&cursor = parseCursor.cursor;
+        bool ended = false;
+        while (!ended && cursor < parseCursor.limit && *cursor != 0 && value.length < FIELD_VALUE_LIMIT) {
+            uint16_t code = TAGGED_TEXT_STOPS.isStop[*cursor]
+                                ? taggedToken(value, ended)
+                                : copyRun(value, std::min(nextStop(stops, cursor), runLimit(value)));
+            if (code != 0) return code;
+        }
+        return 0;
+    };
+    auto takeWhole = [&stops](ValueBuilder &value) { return takeWholeTagged(value, stops); };
+    if (uint16_t code = extractValue(entry, TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE, takeWhole, build)) {
+        return code;
+    }
+    return parseSkipLine();
+}
+
+uint16_t extractDelimitedField(DelimitedSplit &split, FieldEntry &entry) {
+    auto build = [&split](ValueBuilder &value) -> uint16_t {
+        const DelimitedBytes &bytes = split.bytes;
+        const DelimitedStrings &s = bytes.strings;
+        uint8_t *&cursor = parseCursor.cursor;
+        while (value.length < FIELD_VALUE_LIMIT) {
+            // The record ended before this field did.
+            if (cursor >= parseCursor.limit) return ERR_FORMAT;
+            uint8_t opens = bytes.opens[*cursor];
+            uint16_t code = 0;
+            if (opens == 0) {
+                code = copyRun(value, std::min(nextStop(split.stops, cursor), runLimit(value)));
+            } else if ((opens & OPENS_QUOTE) != 0 && stringStandsAt(cursor, parseCursor.limit, s.quote)) {
+                cursor += s.quote.size();
+                code = quotedStretch(value, split);
+                if (code == 0) code = parseAdvance(static_cast<int32_t>(s.quote.size()));
+            } else if ((opens & OPENS_RECORD) != 0 && stringStandsAt(cursor, parseCursor.limit, s.record)) {
+                cursor += s.record.size();
+                return 0;
+            } else if ((opens & OPENS_FIELD) != 0 && stringStandsAt(cursor, parseCursor.limit, s.field)) {
+                cursor += s.field.size();
+                return 0;
+            } else if ((opens & OPENS_IGNORE) != 0 && stringStandsAt(cursor, parseCursor.limit, s.ignore)) {
+                cursor += s.ignore.size();
+            } else {
+                code = append(value, cursor, 1);  // a string that only began here
+                ++cursor;
+            }
+            if (code != 0) return code;
+        }
+        return 0;
+    };
+    auto takeWhole = [&split](ValueBuilder &value) { return takeWholeDelimited(value, split); };
+    return extractValue(entry, 1, 0, takeWhole, build);
 }
 
 }  // namespace
@@ -201,71 +352,6 @@ uint16_t growFieldValue(FieldEntry &entry, uint32_t steps) {
     return 0;
 }
 
-DelimitedSplit delimitedSplit(const MergeTable &table) {
-    DelimitedSplit split{delimitedStrings(table), {}};
-    split.ordinary.fill(true);
-    for (std::string_view s : {split.strings.quote, split.strings.record, split.strings.field, split.strings.ignore}) {
-        if (!s.empty()) split.ordinary[static_cast<uint8_t>(s[0])] = false;
-    }
-    return split;
-}
-
-uint16_t extractTaggedField(FieldEntry &entry) {
-    auto build = [](ValueBuilder &value) -> uint16_t {
-        uint8_t *&cursor = parseCursor.cursor;
-        bool ended = false;
-        while (!ended && cursor < parseCursor.limit && *cursor != 0 && value.length < FIELD_VALUE_LIMIT) {
-            uint32_t run = runLength(TAGGED_TEXT, value.length);
-            uint16_t code = 0;
-            if (run != 0) {
-                code = append(value, cursor, run);
-                cursor += run;
-            } else {
-                code = taggedToken(value, ended);
-            }
-            if (code != 0) return code;
-        }
-        return 0;
-    };
-    if (uint16_t code = extractValue(entry, TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE, build)) return code;
-    return parseSkipLine();
-}
-
-uint16_t extractDelimitedField(const DelimitedSplit &split, FieldEntry &entry) {
-    auto build = [&split](ValueBuilder &value) -> uint16_t {
-        const DelimitedStrings &s = split.strings;
-        uint8_t *&cursor = parseCursor.cursor;
-        for (bool ended = false; !ended && value.length < FIELD_VALUE_LIMIT;) {
-            // The record ended before this field did.
-            if (cursor >= parseCursor.limit) return ERR_FORMAT;
-            uint32_t run = runLength(split.ordinary, value.length);
-            uint16_t code = 0;
-            if (run != 0) {
-                code = append(value, cursor, run);
-                cursor += run;
-            } else if (standsAt(s.quote)) {
-                cursor += s.quote.size();
-                code = quotedStretch(value, s);
-                if (code == 0) code = parseAdvance(static_cast<int32_t>(s.quote.size()));
-            } else if (standsAt(s.record)) {
-                ended = true;
-                cursor += s.record.size();
-            } else if (standsAt(s.field)) {
-                ended = true;
-                cursor += s.field.size();
-            } else if (standsAt(s.ignore)) {
-                cursor += s.ignore.size();
-            } else {
-                code = append(value, cursor, 1);  // a string that only began here
-                ++cursor;
-            }
-            if (code != 0) return code;
-        }
-        return 0;
-    };
-    return extractValue(entry, 1, 0, build);
-}
-
 uint16_t loadFields(MergeTable &table, BlockHandle fields) {
     EditNode record{};
     if (uint16_t code = currentSnapshot(table, &record)) return code;
@@ -276,10 +362,12 @@ uint16_t loadFields(MergeTable &table, BlockHandle fields) {
     if (uint16_t code = parseAttach(record)) return code;
     uint16_t code = 0;
     if (table.kind == DB_KIND_DELIMITED) {
-        DelimitedSplit split = delimitedSplit(table);
+        const DelimitedBytes &bytes = delimitedBytes(table);
+        DelimitedSplit split{bytes, stopScanStart(bytes.stops, parseCursor.cursor, parseCursor.limit)};
         for (int16_t i = 0; code == 0 && i < table.fieldCount; ++i) code = extractDelimitedField(split, entries[i]);
     } else if (isTaggedKind(table.kind)) {
-        for (int16_t i = 0; code == 0 && i < table.fieldCount; ++i) code = extractTaggedField(entries[i]);
+        StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, parseCursor.cursor, parseCursor.limit);
+        for (int16_t i = 0; code == 0 && i < table.fieldCount; ++i) code = extractTaggedField(stops, entries[i]);
     } else {
         code = ERR_FORMAT;
     }

@@ -2,11 +2,9 @@
 // field array, field by field in array order.
 #pragma once
 
-#include <array>
 #include <cstdint>
 
 #include "fields/field_array.h"
-#include "formats/delimited_format.h"
 #include "tablefile/table.h"
 
 namespace mergedb {
@@ -25,19 +23,5 @@ uint16_t loadFields(MergeTable &table, BlockHandle fields);
 // the new capacity in one go. An entry without a block gets a new one of
 // capacity + 1 bytes, its capacity counting from 0. Gives 0 or ERR_MEMORY.
 uint16_t growFieldValue(FieldEntry &entry, uint32_t steps);
-
-// A delimited table's strings, with the bytes that open none of them, so
-// that runs of such bytes move in one copy. Made once per record.
-struct DelimitedSplit {
-    DelimitedStrings strings;
-    std::array<bool, 256> ordinary;
-};
-
-DelimitedSplit delimitedSplit(const MergeTable &table);
-
-// Take one field from the parse cursor, which must be attached, and leave it
-// on the start of the next field. Each gives a driver code.
-uint16_t extractTaggedField(FieldEntry &entry);
-uint16_t extractDelimitedField(const DelimitedSplit &split, FieldEntry &entry);
 
 }  // namespace mergedb

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "edits/change_list.h"
+#include "formats/byte_runs.h"
 #include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
@@ -80,13 +81,20 @@ uint16_t sinkRun(MergeTable &table, Ordinary ordinary) {
 }
 
 // Fills the node from what was gathered: on success a block of exactly the
-// record, after a failure the block at its working size.
-uint16_t finishScan(EditNode &node, uint16_t scanCode) {
-    uint32_t size = scanCode == 0 ? sinkWritten() : sink.capacity;
-    node.data = blockAlloc(static_cast<uint16_t>(size));
-    if (node.data == 0) return scanCode != 0 ? scanCode : uint16_t{ERR_MEMORY};
+// record, after a failure the block at its working size. The block of the
+// record before is resized for it, which mostly keeps its allocation.
+uint16_t finishScan(EditNode &node, BlockHandle block, uint16_t scanCode) {
+    auto size = static_cast<uint16_t>(scanCode == 0 ? sinkWritten() : sink.capacity);
+    if (block == 0) block = blockAlloc(size);
+    auto *bytes = blockResizeLock<uint8_t>(block, size, size);
+    if (bytes == nullptr) {
+        blockFree(&block);
+        return scanCode != 0 ? scanCode : uint16_t{ERR_MEMORY};
+    }
+    node.data = block;
     auto filled = std::min<size_t>(size, std::max(sink.cursor, sink.reach) - gathered);
-    std::memcpy(blockLock(node.data), gathered, filled);
+    std::memcpy(bytes, gathered, filled);
+    std::memset(bytes + filled, 0, size - filled);
     if (scanCode == 0) node.originalLength = node.dataLength = size;
     return scanCode;
 }
@@ -115,32 +123,43 @@ uint16_t takeLane(MergeTable &table, const uint8_t *end) {
 // Where a delimited scan stands between two passes.
 enum class Place { Outside, InStretch, RecordEnded };
 
+// The scanner's tests at a byte outside a stretch, in its order: record
+// delimiter, field delimiter, ignore, quote. Each test looks at the first
+// byte of its string, held as a number that no byte equals when the string
+// is empty, so that finding the test is a few compares.
+constexpr int NO_BYTE = -1;
+
 struct ScanStrings {
     struct Test {
         std::string_view string;
         Place whenMatched;
+        int first;
     };
 
-    DelimitedStrings strings;
-    std::array<bool, 256> opensString{};  // first bytes of the non-empty strings
-    uint8_t quoteStart = 0;
-    std::array<Test, 4> outsideTests;  // in the order the scanner tries them
+    const DelimitedBytes &bytes;
+    std::array<Test, 4> tests;
+    int quoteStart;
+
+    static int firstByte(std::string_view s) { return s.empty() ? NO_BYTE : static_cast<uint8_t>(s[0]); }
 
     explicit ScanStrings(const MergeTable &table)
-        : strings(delimitedStrings(table)),
-          outsideTests{{{strings.record, Place::RecordEnded},
-                        {strings.field, Place::Outside},
-                        {strings.ignore, Place::Outside},
-                        {strings.quote, Place::InStretch}}} {
-        for (const Test &test : outsideTests) {
-            if (!test.string.empty()) opensString[static_cast<uint8_t>(test.string[0])] = true;
+        : bytes(delimitedBytes(table)),
+          tests{{{bytes.strings.record, Place::RecordEnded, firstByte(bytes.strings.record)},
+                 {bytes.strings.field, Place::Outside, firstByte(bytes.strings.field)},
+                 {bytes.strings.ignore, Place::Outside, firstByte(bytes.strings.ignore)},
+                 {bytes.strings.quote, Place::InStretch, firstByte(bytes.strings.quote)}}},
+          quoteStart(firstByte(bytes.strings.quote)) {}
+
+    // The first test whose string opens with the byte; null for none.
+    const Test *firstTest(uint8_t byte) const {
+        for (const Test &test : tests) {
+            if (test.first == byte) return &test;
         }
-        if (!strings.quote.empty()) quoteStart = static_cast<uint8_t>(strings.quote[0]);
+        return nullptr;
     }
-    static bool opens(std::string_view s, uint8_t byte) { return !s.empty() && static_cast<uint8_t>(s[0]) == byte; }
     // Whether a quote followed by this byte closes a stretch.
     bool closesStretch(uint8_t next) const {
-        return opens(strings.field, next) || opens(strings.record, next) || opens(strings.ignore, next);
+        return next == tests[0].first || next == tests[1].first || next == tests[2].first;
     }
 };
 
@@ -171,30 +190,33 @@ bool quoteCloses(MergeTable &table, const ScanStrings &scan) {
     return scan.closesStretch(*regCursor);
 }
 
-// One pass of the lane from p, which lies before end: the position behind
-// it, or null when the pass would reach end.
-const uint8_t *delimitedLanePass(const ScanStrings &scan, const uint8_t *p, const uint8_t *end, Place &place) {
+// One pass of the lane from p, which lies before the lane's end: the
+// position behind it, or null when the pass would reach that end.
+const uint8_t *delimitedLanePass(const ScanStrings &scan, StopScan &stops, const uint8_t *p, Place &place) {
     if (place == Place::InStretch) {
-        if (*p != scan.quoteStart) return static_cast<const uint8_t *>(std::memchr(p, scan.quoteStart, end - p));
-        size_t n = matchedBytes(p, scan.strings.quote);
-        if (n == scan.strings.quote.size() && scan.closesStretch(p[n])) place = Place::Outside;
+        if (*p != scan.quoteStart) {
+            p = nextStop(stops, p);
+            while (p < stops.end && *p != scan.quoteStart) p = nextStop(stops, p + 1);
+            return p < stops.end ? p : nullptr;
+        }
+        size_t n = matchedBytes(p, scan.bytes.strings.quote);
+        if (n == scan.bytes.strings.quote.size() && scan.closesStretch(p[n])) place = Place::Outside;
         return p + n;
     }
-    for (const ScanStrings::Test &test : scan.outsideTests) {
-        if (!ScanStrings::opens(test.string, *p)) continue;
-        size_t n = matchedBytes(p, test.string);
-        if (n == test.string.size()) place = test.whenMatched;
+    if (const ScanStrings::Test *test = scan.firstTest(*p)) {
+        size_t n = matchedBytes(p, test->string);
+        if (n == test->string.size()) place = test->whenMatched;
         return p + n;
     }
-    while (p < end && !scan.opensString[*p]) ++p;
-    return p < end ? p : nullptr;
+    p = nextStop(stops, p);
+    return p < stops.end ? p : nullptr;
 }
 
 Place delimitedLane(MergeTable &table, const ScanStrings &scan, Place place, uint16_t &code) {
-    const uint8_t *end = laneEnd();
     const uint8_t *p = regCursor;
-    while (place != Place::RecordEnded && p < end) {
-        const uint8_t *next = delimitedLanePass(scan, p, end, place);
+    StopScan stops = stopScanStart(scan.bytes.stops, p, laneEnd());
+    while (place != Place::RecordEnded && p < stops.end) {
+        const uint8_t *next = delimitedLanePass(scan, stops, p, place);
         if (next == nullptr) break;
         p = next;
     }
@@ -204,22 +226,13 @@ Place delimitedLane(MergeTable &table, const ScanStrings &scan, Place place, uin
 
 // One pass of the exact steps, outside a quoted stretch.
 uint16_t delimitedPassOutside(MergeTable &table, const ScanStrings &scan, Place &place) {
-    const DelimitedStrings &s = scan.strings;
-    uint8_t byte = *regCursor;
-    bool matched = false;
-    if (ScanStrings::opens(s.record, byte)) {
-        uint16_t code = matchString(table, s.record, matched);
-        if (matched) place = Place::RecordEnded;
+    if (const ScanStrings::Test *test = scan.firstTest(*regCursor)) {
+        bool matched = false;
+        uint16_t code = matchString(table, test->string, matched);
+        if (matched) place = test->whenMatched;
         return code;
     }
-    if (ScanStrings::opens(s.field, byte)) return matchString(table, s.field, matched);
-    if (ScanStrings::opens(s.ignore, byte)) return matchString(table, s.ignore, matched);
-    if (ScanStrings::opens(s.quote, byte)) {
-        uint16_t code = matchString(table, s.quote, matched);
-        if (matched) place = Place::InStretch;
-        return code;
-    }
-    return sinkRun(table, [&scan](uint8_t b) { return !scan.opensString[b]; });
+    return sinkRun(table, [&scan](uint8_t b) { return !scan.bytes.stops.isStop[b]; });
 }
 
 // One pass of the exact steps in a quoted stretch, where only the quote
@@ -228,7 +241,7 @@ uint16_t delimitedPassInStretch(MergeTable &table, const ScanStrings &scan, Plac
     uint8_t quoteStart = scan.quoteStart;
     if (*regCursor != quoteStart) return sinkRun(table, [quoteStart](uint8_t b) { return b != quoteStart; });
     bool matched = false;
-    uint16_t code = matchString(table, scan.strings.quote, matched);
+    uint16_t code = matchString(table, scan.bytes.strings.quote, matched);
     if (code == 0 && matched && quoteCloses(table, scan)) place = Place::Outside;
     return code;
 }
@@ -263,22 +276,9 @@ bool endsPhase(TaggedPhase phase, uint8_t controlByte) {
                                                : controlByte == MARK_LINE_END || controlByte == MARK_RECORD_LINE_END;
 }
 
-// tokenClass of every byte.
-const std::array<uint8_t, 256> &tokenClasses() {
-    static const std::array<uint8_t, 256> classes = [] {
-        std::array<uint8_t, 256> table{};
-        for (int byte = 0; byte < 256; ++byte) {
-            auto b = static_cast<uint8_t>(byte);
-            table[byte] = tokenClass(&b);
-        }
-        return table;
-    }();
-    return classes;
-}
-
 // A one-byte token that ends nothing in this phase.
-bool isOrdinary(const std::array<uint8_t, 256> &classes, TaggedPhase phase, uint8_t b) {
-    uint8_t cls = classes[b];
+bool isOrdinary(TaggedPhase phase, uint8_t b) {
+    uint8_t cls = TOKEN_CLASSES[b];
     if (cls != TOKEN_CONTROL) return cls == TOKEN_SINGLE || cls == TOKEN_CHAR;
     return !endsPhase(phase, b);
 }
@@ -303,8 +303,7 @@ uint16_t sinkTaggedToken(MergeTable &table, TaggedPhase phase, bool &ended) {
         [[fallthrough]];
     default: {
         // A run of one-byte tokens that end nothing moves in one copy.
-        const auto &classes = tokenClasses();
-        return sinkRun(table, [&classes, phase](uint8_t b) { return isOrdinary(classes, phase, b); });
+        return sinkRun(table, [phase](uint8_t b) { return isOrdinary(phase, b); });
     }
     }
 }
@@ -312,8 +311,7 @@ uint16_t sinkTaggedToken(MergeTable &table, TaggedPhase phase, bool &ended) {
 // One token of the lane from p, which lies before end: the position behind
 // it, or null when the token would reach end or is left to the exact steps.
 const uint8_t *taggedLanePass(const uint8_t *p, const uint8_t *end, TaggedPhase &phase) {
-    const auto &classes = tokenClasses();
-    switch (classes[*p]) {
+    switch (tokenClass(p)) {
     case TOKEN_END: return nullptr;
     case TOKEN_FIXED: {
         uint8_t length = fixedTokenLength(p);
@@ -332,7 +330,7 @@ const uint8_t *taggedLanePass(const uint8_t *p, const uint8_t *end, TaggedPhase 
         }
         [[fallthrough]];
     default:
-        while (p < end && isOrdinary(classes, phase, *p)) ++p;
+        while (p < end && isOrdinary(phase, *p)) ++p;
         return p < end ? p : nullptr;
     }
 }
@@ -376,13 +374,16 @@ uint16_t readRecord(MergeTable &table) {
     auto *node = blockLockAs<EditNode>(table.current);
     if (node == nullptr) return ERR_MEMORY;
     if (uint16_t code = windowLoad(table)) return code;
-    blockFree(&node->data);
+    BlockHandle block = node->data;
     *node = EditNode{};
     uint16_t code = ERR_FORMAT;
     if (table.kind == DB_KIND_DELIMITED || isTaggedKind(table.kind)) {
         node->offset = windowTell(table);
         sink = RecordSink{gathered, RECORD_BLOCK_STEP, gathered};
-        code = finishScan(*node, table.kind == DB_KIND_DELIMITED ? scanDelimitedRecord(table) : scanTaggedRecord(table));
+        code = table.kind == DB_KIND_DELIMITED ? scanDelimitedRecord(table) : scanTaggedRecord(table);
+        code = finishScan(*node, block, code);
+    } else {
+        blockFree(&block);
     }
     windowSave(table);
     return code;

@@ -1,0 +1,200 @@
+// Runs of ordinary bytes. The readers of both formats spend most of their
+// time passing over bytes that mean nothing to them, up to the next byte
+// that may begin a delimiter, a quote or a token, and copying short values.
+//
+// A stop scan finds the stop bytes of a buffer 64 bytes at a time: it makes
+// a mask of the stops of one piece (with SSE2 where the processor has it),
+// and each stop in that piece then costs a bit scan. Nothing at or behind the
+// buffer's end is read.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace mergedb {
+
+// The bytes that end a run: up to four single bytes, and every byte from
+// highFrom on. A byte given twice costs nothing more.
+struct StopBytes {
+    std::array<bool, 256> isStop{};
+    std::array<uint8_t, 4> bytes{};
+    int count = 0;
+    uint16_t highFrom = 256;
+};
+
+inline void stopBytesAdd(StopBytes &stops, uint8_t byte) {
+    if (stops.isStop[byte]) return;
+    stops.isStop[byte] = true;
+    stops.bytes[stops.count++] = byte;
+    for (int i = stops.count; i < 4; ++i) stops.bytes[i] = stops.bytes[0];
+}
+
+inline void stopBytesAddFrom(StopBytes &stops, uint8_t first) {
+    stops.highFrom = first;
+    for (int byte = first; byte < 256; ++byte) stops.isStop[byte] = true;
+}
+
+inline constexpr size_t STOP_PIECE = 64;
+
+// Bit i set where p[i] is a stop, for the bytes from p up to end, at most 64.
+inline uint64_t stopMaskPortable(const uint8_t *p, const uint8_t *end, const StopBytes &stops) {
+    size_t count = end - p < static_cast<ptrdiff_t>(STOP_PIECE) ? static_cast<size_t>(end - p) : STOP_PIECE;
+    uint64_t mask = 0;
+    for (size_t i = 0; i < count; ++i) mask |= uint64_t{stops.isStop[p[i]]} << i;
+    return mask;
+}
+
+// The stops of the 64 bytes from p on, which all lie before the end.
+inline uint64_t stopMaskWhole(const uint8_t *p, const StopBytes &stops) {
+#if defined(__SSE2__)
+    const __m128i b0 = _mm_set1_epi8(static_cast<char>(stops.bytes[0]));
+    const __m128i b1 = _mm_set1_epi8(static_cast<char>(stops.bytes[1]));
+    const __m128i b2 = _mm_set1_epi8(static_cast<char>(stops.bytes[2]));
+    const __m128i b3 = _mm_set1_epi8(static_cast<char>(stops.bytes[3]));
+    // v >= highFrom, as max(v, highFrom) == v, where there is a bound.
+    const bool high = stops.highFrom < 256;
+    const __m128i bound = _mm_set1_epi8(static_cast<char>(high ? stops.highFrom : 0));
+    uint64_t mask = 0;
+    for (size_t i = 0; i < STOP_PIECE; i += 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i));
+        __m128i hits = _mm_setzero_si128();
+        if (stops.count != 0) {
+            hits = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, b0), _mm_cmpeq_epi8(v, b1)),
+                                _mm_or_si128(_mm_cmpeq_epi8(v, b2), _mm_cmpeq_epi8(v, b3)));
+        }
+        if (high) hits = _mm_or_si128(hits, _mm_cmpeq_epi8(_mm_max_epu8(v, bound), v));
+        mask |= uint64_t{static_cast<uint16_t>(_mm_movemask_epi8(hits))} << i;
+    }
+    return mask;
+#else
+    return stopMaskPortable(p, p + STOP_PIECE, stops);
+#endif
+}
+
+// A walk over one buffer that asks for the next stop again and again.
+struct StopScan {
+    const StopBytes *stops;
+    const uint8_t *start;  // the buffer's start
+    const uint8_t *end;    // the buffer's end
+    const uint8_t *base;   // where the piece of the mask begins
+    uint64_t mask;         // the stops of the piece
+    size_t covered;        // bytes of the piece, 0 before the first
+};
+
+inline StopScan stopScanStart(const StopBytes &stops, const uint8_t *start, const uint8_t *end) {
+    return StopScan{&stops, start, end, start, 0, 0};
+}
+
+// Makes the mask of the piece that holds p: the 64 bytes from p on, or,
+// near the end, the last 64 bytes of the buffer, so that whole pieces are
+// read where the buffer has them.
+inline void stopScanLoad(StopScan &scan, const uint8_t *p) {
+    constexpr auto PIECE = static_cast<ptrdiff_t>(STOP_PIECE);
+    if (scan.end - p >= PIECE) {
+        scan.base = p;
+    } else if (scan.end - scan.start >= PIECE) {
+        scan.base = scan.end - PIECE;
+    } else {
+        scan.base = p;
+        scan.mask = stopMaskPortable(p, scan.end, *scan.stops);
+        scan.covered = static_cast<size_t>(scan.end - p);
+        return;
+    }
+    scan.mask = stopMaskWhole(scan.base, *scan.stops);
+    scan.covered = STOP_PIECE;
+}
+
+// The first stop at or behind p, which lies at or behind the scan's last
+// answer; the buffer's end when there is none.
+inline const uint8_t *nextStop(StopScan &scan, const uint8_t *p) {
+    for (;;) {
+        if (p >= scan.end) return scan.end;
+        auto offset = static_cast<size_t>(p - scan.base);
+        if (p < scan.base || offset >= scan.covered) {
+            stopScanLoad(scan, p);
+            offset = static_cast<size_t>(p - scan.base);
+        }
+        if (uint64_t ahead = scan.mask >> offset) return p + std::countr_zero(ahead);
+        p = scan.base + scan.covered;
+    }
+}
+
+namespace byteruns {
+
+inline uint64_t wordAt(const void *p) {
+    uint64_t word;
+    std::memcpy(&word, p, sizeof word);
+    return word;
+}
+
+inline constexpr uint64_t ONES = 0x0101010101010101ull;
+inline constexpr uint64_t HIGHS = 0x8080808080808080ull;
+
+// The high bit of every byte of word that lies below n (at most 128), and
+// of every byte from 127 on when high is set. Marks above the lowest may be
+// wrong; the lowest is right.
+constexpr uint64_t marksBelow(uint64_t word, uint8_t n) { return (word - n * ONES) & ~word & HIGHS; }
+constexpr uint64_t marksFrom127(uint64_t word) { return (((word & ~HIGHS) + ONES) | word) & HIGHS; }
+
+// How many bytes from p on, at most max, pass none of the marks.
+template <typename Marks, typename Passes>
+size_t unmarkedBytes(const uint8_t *p, size_t max, Marks marks, Passes passes) {
+    size_t count = 0;
+    for (; max - count >= 8; count += 8) {
+        if (uint64_t found = marks(wordAt(p + count))) return count + (std::countr_zero(found) >> 3);
+    }
+    while (count < max && passes(p[count])) ++count;
+    return count;
+}
+
+}  // namespace byteruns
+
+// strnlen, eight bytes at a time.
+inline size_t lengthBeforeZero(const char *text, size_t max) {
+    return byteruns::unmarkedBytes(
+        reinterpret_cast<const uint8_t *>(text), max, [](uint64_t w) { return byteruns::marksBelow(w, 1); },
+        [](uint8_t b) { return b != 0; });
+}
+
+// How many bytes from text on, at most max, are printable ASCII (32-126).
+inline size_t printableBytes(const char *text, size_t max) {
+    return byteruns::unmarkedBytes(
+        reinterpret_cast<const uint8_t *>(text), max,
+        [](uint64_t w) { return byteruns::marksBelow(w, 32) | byteruns::marksFrom127(w); },
+        [](uint8_t b) { return b >= 32 && b < 127; });
+}
+
+// memcpy for the short values that fill most fields, without a call.
+inline void copyBytes(void *dst, const void *src, size_t count) {
+    auto *d = static_cast<uint8_t *>(dst);
+    const auto *s = static_cast<const uint8_t *>(src);
+    if (count >= 8 && count <= 16) {
+        uint64_t head;
+        uint64_t tail;
+        std::memcpy(&head, s, 8);
+        std::memcpy(&tail, s + count - 8, 8);
+        std::memcpy(d, &head, 8);
+        std::memcpy(d + count - 8, &tail, 8);
+    } else if (count >= 4 && count < 8) {
+        uint32_t head;
+        uint32_t tail;
+        std::memcpy(&head, s, 4);
+        std::memcpy(&tail, s + count - 4, 4);
+        std::memcpy(d, &head, 4);
+        std::memcpy(d + count - 4, &tail, 4);
+    } else if (count < 4) {
+        for (size_t i = 0; i < count; ++i) d[i] = s[i];
+    } else {
+        std::memcpy(d, s, count);
+    }
+}
+
+}  // namespace mergedb

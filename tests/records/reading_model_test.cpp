@@ -1,0 +1,334 @@
+// The record scanner and field extraction against plain models of their
+// rules, which take one byte at a time, on random records: every record the
+// scanner delivers, and every field's length, capacity and block bytes after
+// each split, must be what the rules give, wherever the fast ways through
+// the bytes apply and wherever they don't.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "edits/change_list.h"
+#include "formats/tagged_format.h"
+#include "records/field_extraction.h"
+#include "records/record_scanner.h"
+#include "support/test_support.h"
+#include "tablefile/window.h"
+
+namespace mergedb {
+namespace {
+
+using test::Bytes;
+
+struct Strings {
+    std::string field, record, quote, ignore;
+};
+
+// Single bytes as most tables have them, strings of several bytes, and
+// strings that share their first byte, so that the order of the tests counts.
+const Strings CONFIGS[] = {
+    {",", "\r\n", "\"", ""}, {",", "\n", "\"", " "}, {"::", "\r\n", "''", "--"},
+    {";", ";;\n", ";\"", ";-"}, {"\t", "\n", "", ""}, {",", "\r\n", "\"\"", "\""},
+    {",", ",\n", "\"", ""}, {",", "\n", "',", ""},
+};
+
+bool standsAt(const Bytes &b, size_t at, const std::string &s) {
+    return at + s.size() <= b.size() && std::equal(s.begin(), s.end(), b.begin() + static_cast<ptrdiff_t>(at));
+}
+
+bool opens(const std::string &s, uint8_t byte) { return !s.empty() && static_cast<uint8_t>(s[0]) == byte; }
+
+// The scanner's rules: a record ends with a whole record delimiter outside
+// quotes; an end of file first gives ERR_END_OF_FILE.
+uint16_t modelScan(const Bytes &file, size_t at, const Strings &s, Bytes &record) {
+    size_t p = at;
+    auto match = [&](const std::string &text) {
+        size_t n = 0;
+        while (n < text.size() && p < file.size() && file[p] == static_cast<uint8_t>(text[n])) ++n, ++p;
+        return n == text.size();
+    };
+    for (;;) {
+        if (p >= file.size()) return ERR_END_OF_FILE;
+        uint8_t b = file[p];
+        if (opens(s.record, b)) {
+            if (match(s.record)) break;
+        } else if (opens(s.field, b)) {
+            match(s.field);
+        } else if (opens(s.ignore, b)) {
+            match(s.ignore);
+        } else if (opens(s.quote, b)) {
+            if (!match(s.quote)) continue;
+            for (bool closed = false; !closed;) {
+                if (p >= file.size()) return ERR_END_OF_FILE;
+                if (!opens(s.quote, file[p])) {
+                    ++p;
+                } else if (match(s.quote) && p < file.size()) {
+                    closed = opens(s.field, file[p]) || opens(s.record, file[p]) || opens(s.ignore, file[p]);
+                }
+            }
+        } else {
+            ++p;
+        }
+    }
+    record.assign(file.begin() + static_cast<ptrdiff_t>(at), file.begin() + static_cast<ptrdiff_t>(p));
+    return 0;
+}
+
+// A field entry as the rules leave it.
+struct ModelEntry {
+    uint16_t length = 0;
+    uint16_t capacity = 0;
+    Bytes block = Bytes(FIELD_VALUE_BLOCK, 0);
+};
+
+// One value on its way: bytes go into the block as they are stored, and the
+// block grows to each new capacity.
+struct ModelValue {
+    ModelEntry &entry;
+    uint32_t length = 0;
+    uint32_t capacity;
+    explicit ModelValue(ModelEntry &e) : entry(e), capacity(e.capacity) {}
+    void grow() {
+        capacity += FIELD_GROWTH_STEP;
+        entry.block.resize(capacity, 0);
+    }
+    void store(uint8_t byte) {
+        if (capacity <= length) grow();
+        entry.block[length++] = byte;
+    }
+    void close(uint32_t blockExtra, uint32_t capacityExtra) {
+        if (capacity <= length) grow();
+        entry.block[length] = 0;
+        if (length != 0) {
+            entry.block.resize(length + blockExtra, 0);
+            capacity = length + capacityExtra;
+        }
+        entry.length = static_cast<uint16_t>(length);
+        entry.capacity = static_cast<uint16_t>(capacity);
+    }
+    // After a failure the length stays and the block keeps what was stored.
+    void fail() { entry.capacity = static_cast<uint16_t>(capacity); }
+};
+
+uint16_t modelDelimitedField(const Bytes &r, size_t &c, const Strings &s, ModelEntry &entry) {
+    ModelValue value(entry);
+    std::string ignoreOrNul = s.ignore.empty() ? std::string(1, '\0') : s.ignore;
+    for (bool ended = false; !ended && value.length < FIELD_VALUE_LIMIT;) {
+        if (c >= r.size()) return value.fail(), ERR_FORMAT;
+        if (!s.quote.empty() && standsAt(r, c, s.quote)) {
+            c += s.quote.size();
+            while (value.length < FIELD_VALUE_LIMIT && c < r.size()) {
+                if (value.capacity <= value.length) value.grow();
+                size_t behind = c + s.quote.size();
+                if (standsAt(r, c, s.quote) && (standsAt(r, behind, s.field) || standsAt(r, behind, s.record) ||
+                                                standsAt(r, behind, ignoreOrNul))) {
+                    break;
+                }
+                value.store(r[c++]);
+            }
+            if (c + s.quote.size() > r.size()) return value.fail(), ERR_FORMAT;
+            c += s.quote.size();
+        } else if (standsAt(r, c, s.record) || standsAt(r, c, s.field)) {
+            c += standsAt(r, c, s.record) ? s.record.size() : s.field.size();
+            ended = true;
+        } else if (!s.ignore.empty() && standsAt(r, c, s.ignore)) {
+            c += s.ignore.size();
+        } else {
+            value.store(r[c++]);
+        }
+    }
+    value.close(1, 0);
+    return 0;
+}
+
+// The length of the token at c in a tagged record, 0 where it has none or
+// runs past the record.
+size_t taggedTokenLength(const Bytes &r, size_t c) {
+    size_t length = 1;
+    if (tokenClass(&r[c]) == TOKEN_FIXED) length = fixedTokenLength(&r[c]);
+    if (tokenClass(&r[c]) == TOKEN_VARIABLE) length = r.size() - c < 4 ? 0 : variableTokenLength(&r[c]);
+    return c + length <= r.size() ? length : 0;
+}
+
+uint16_t modelSkipLine(const Bytes &r, size_t &c) {
+    while (c < r.size()) {
+        uint8_t b = r[c];
+        uint8_t cls = tokenClass(&r[c]);
+        if (cls == TOKEN_END) return 0;
+        size_t length = taggedTokenLength(r, c);
+        if (length == 0) return ERR_FORMAT;
+        c += length;
+        if ((cls == TOKEN_CONTROL && (b == 10 || b == 12)) || (cls == TOKEN_SINGLE && b == 140)) return 0;
+    }
+    return 0;
+}
+
+uint16_t modelTaggedField(const Bytes &r, size_t &c, ModelEntry &entry) {
+    ModelValue value(entry);
+    for (bool ended = false; !ended && c < r.size() && r[c] != 0 && value.length < FIELD_VALUE_LIMIT;) {
+        uint8_t b = r[c];
+        uint8_t cls = tokenClass(&r[c]);
+        bool functionEnd = cls == TOKEN_VARIABLE && r.size() - c >= 2 && b == FUNCTION_TOKEN &&
+                           (r[c + 1] == FUNCTION_FIELD_END || r[c + 1] == FUNCTION_RECORD_END);
+        if (functionEnd) {
+            ended = true;
+        } else if (cls == TOKEN_CONTROL && (b == MARK_FIELD_END || b == MARK_RECORD_END)) {
+            ended = true;
+            ++c;
+        } else if (cls == TOKEN_CONTROL || cls == TOKEN_CHAR || b == MARK_HYPHEN) {
+            value.store(b == MARK_HYPHEN ? '-' : b);
+            ++c;
+        } else if (b == TOKEN_LEAD_EXTENDED_CHAR) {
+            if (value.length + TOKEN_EXTENDED_CHAR_SIZE >= value.capacity) value.grow();
+            if (r.size() - c < TOKEN_EXTENDED_CHAR_SIZE) return value.fail(), ERR_FORMAT;
+            for (int i = 0; i < TOKEN_EXTENDED_CHAR_SIZE; ++i) value.entry.block[value.length++] = r[c++];
+        } else {
+            size_t length = taggedTokenLength(r, c);
+            if (length == 0) return value.fail(), ERR_FORMAT;
+            c += length;
+        }
+    }
+    value.close(TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE);
+    return modelSkipLine(r, c);
+}
+
+class ReadingModel : public ::testing::Test {
+protected:
+    void SetUp() override { database = test::openDatabase(dir); }
+    void TearDown() override {
+        if (table != 0) dbCloseTableMerge(&table);
+        dbCloseDBMerge(&database);
+    }
+    MergeTable &t() { return *tableLock(table); }
+
+    void openText(const Bytes &file, const Strings &s) {
+        if (table != 0) dbCloseTableMerge(&table);
+        dir.write("t.txt", file);
+        ASSERT_EQ(test::openDelimited(database, "t.txt", &table, s.field.c_str(), s.record.c_str(),
+                                      s.quote.c_str(), s.ignore.c_str()),
+                  DB_RESULT_OK);
+    }
+
+    // Splits record with fields entries of the table's kind, in the table
+    // and in the models, and compares every entry.
+    void splitBoth(const Bytes &record, std::vector<ModelEntry> &model, const Strings &s) {
+        while (t().fieldCount < static_cast<int16_t>(model.size())) fieldsAdd(&t().fields, &t().fieldCount);
+        auto *node = blockLockAs<EditNode>(t().current);
+        blockFree(&node->data);
+        node->data = blockAlloc(static_cast<uint16_t>(record.size()));
+        if (!record.empty()) std::memcpy(blockLock(node->data), record.data(), record.size());
+        node->dataLength = static_cast<uint32_t>(record.size());
+        uint16_t code = loadFields(t(), t().fields);
+
+        uint16_t expected = 0;
+        size_t cursor = 0;
+        for (size_t i = 0; expected == 0 && i < model.size(); ++i) {
+            expected = t().kind == DB_KIND_DELIMITED ? modelDelimitedField(record, cursor, s, model[i])
+                                                     : modelTaggedField(record, cursor, model[i]);
+        }
+        ASSERT_EQ(code, expected) << testing::PrintToString(record);
+        const auto *entries = blockLockAs<FieldEntry>(t().fields);
+        for (size_t i = 0; i < model.size(); ++i) {
+            const FieldEntry &entry = entries[i];
+            Bytes block(blockLockAs<uint8_t>(entry.value), blockLockAs<uint8_t>(entry.value) + blockSize(entry.value));
+            ASSERT_EQ(entry.length, model[i].length) << i << testing::PrintToString(record);
+            ASSERT_EQ(entry.capacity, model[i].capacity) << i << testing::PrintToString(record);
+            ASSERT_EQ(block, model[i].block) << i << testing::PrintToString(record);
+        }
+    }
+
+    test::TempDir dir;
+    uint32_t database = 0;
+    uint32_t table = 0;
+    std::mt19937 random{20261124};
+};
+
+// Random bytes built from pieces of the table's strings and plain text, so
+// that whole strings, their beginnings and runs of text all turn up.
+Bytes randomDelimited(std::mt19937 &random, const Strings &s, size_t pieces) {
+    const std::string parts[] = {s.field, s.record, s.quote, s.ignore, "ab", "c", "longer text ", std::string(1, '\0')};
+    Bytes out;
+    for (size_t i = 0; i < pieces; ++i) {
+        std::string part = parts[random() % std::size(parts)];
+        if (random() % 4 == 0 && part.size() > 1) part.resize(1 + random() % (part.size() - 1));
+        out.insert(out.end(), part.begin(), part.end());
+    }
+    return out;
+}
+
+TEST_F(ReadingModel, DelimitedScannerFindsTheRecordsOfTheRules) {
+    for (const Strings &s : CONFIGS) {
+        // Long enough that records meet the window's fills in all places,
+        // short enough that none can grow past the longest record.
+        // A plain first record lets the table open.
+        Bytes file = test::bytesOf("x" + s.record);
+        Bytes rest = randomDelimited(random, s, 6000);
+        file.insert(file.end(), rest.begin(), rest.end());
+        ASSERT_LT(file.size(), LONGEST_RECORD);
+        openText(file, s);
+        size_t at = 0;
+        for (;;) {
+            Bytes expected;
+            uint16_t expectedCode = modelScan(file, at, s, expected);
+            uint16_t code = windowSeek(t(), static_cast<uint32_t>(at));
+            if (code == 0) code = readRecord(t());
+            ASSERT_EQ(code, expectedCode) << s.field << " at " << at;
+            if (code != 0) break;
+            const auto *node = blockLockAs<EditNode>(t().current);
+            ASSERT_EQ(Bytes(blockLockAs<uint8_t>(node->data), blockLockAs<uint8_t>(node->data) + node->dataLength),
+                      expected)
+                << s.field << " at " << at;
+            at += node->originalLength;
+        }
+    }
+}
+
+TEST_F(ReadingModel, DelimitedFieldsSplitAsTheRulesSay) {
+    for (const Strings &s : CONFIGS) {
+        openText(Bytes(), s);
+        t().current = nodeAlloc();
+        std::vector<ModelEntry> model(1 + random() % 6);
+        for (int round = 0; round < 1000; ++round) {
+            Bytes record = randomDelimited(random, s, random() % 24);
+            ASSERT_NO_FATAL_FAILURE(splitBoth(record, model, s));
+        }
+    }
+}
+
+TEST_F(ReadingModel, TaggedFieldsSplitAsTheRulesSay) {
+    Bytes head(HEAD_START_1.begin(), HEAD_START_1.end());
+    for (uint8_t byte : {uint8_t{'A'}, NAME_LIST_SEPARATOR, NAME_LIST_SEPARATOR}) head.push_back(byte);
+    std::span<const uint8_t> recordEnd = taggedRecordEnd(DB_KIND_TAGGED_1);
+    head.insert(head.end(), recordEnd.begin(), recordEnd.end());
+    dir.write("t.doc", test::taggedDocument(1, head));
+    ASSERT_EQ(test::openTagged(database, "t.doc", &table), DB_RESULT_OK);
+    const Bytes pieces[] = {test::bytesOf("text"),
+                            test::bytesOf("a\tb"),
+                            {MARK_FIELD_END, MARK_LINE_END},
+                            {MARK_RECORD_END},
+                            {MARK_HYPHEN},
+                            {0x8C},
+                            {0},
+                            {TOKEN_LEAD_EXTENDED_CHAR, 0x17, 1, TOKEN_LEAD_EXTENDED_CHAR},
+                            {TOKEN_LEAD_ATTR_ON, 12, TOKEN_LEAD_ATTR_ON},
+                            {200},
+                            {0xDE, 0x31, 4, 0, 4, 0, 0x31, 0xDE, MARK_LINE_END},
+                            {0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C},
+                            {0xD0, 0x01, 5, 0, 'x', 5, 0, 0x01, 0xD0},
+                            {0xD0, 0x01, 0x40}};
+    std::vector<ModelEntry> model(4);
+    for (int round = 0; round < 2000; ++round) {
+        Bytes record;
+        for (size_t n = random() % 12; n > 0; --n) {
+            const Bytes &piece = pieces[random() % std::size(pieces)];
+            record.insert(record.end(), piece.begin(), piece.end());
+        }
+        ASSERT_NO_FATAL_FAILURE(splitBoth(record, model, Strings{}));
+    }
+}
+
+}  // namespace
+}  // namespace mergedb
