@@ -5,10 +5,10 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 #include <span>
 
 #include "fields/field_array.h"
+#include "formats/byte_runs.h"
 #include "formats/tagged_format.h"
 #include "frame/result.h"
 #include "platform/windows_api.h"
@@ -112,36 +112,29 @@ std::array<uint32_t, 2> dateTimeWords(std::span<const char> value) {
     return {date, timeWord(&work[position])};
 }
 
-// The number of bytes that tagged text converts to when it is nothing but
-// text characters up to its end, its NUL or limit: the conversion copies
-// such text as it stands. Empty when other bytes come first.
-std::optional<size_t> plainCharacters(std::span<const char> value, size_t limit) {
-    size_t count = 0;
-    for (size_t end = std::min(value.size(), limit); count < end && value[count] != '\0'; ++count) {
-        if (tokenClass(reinterpret_cast<const uint8_t *>(&value[count])) != TOKEN_CHAR) return std::nullopt;
-    }
-    return count;
-}
-
 // OEM text of the value in buffer, at most limit bytes and a NUL. Gives the
 // bytes of text.
 uint16_t readText(const MergeTable &table, std::span<const char> value, char *buffer, size_t limit) {
+    size_t measured = std::min(value.size(), limit);
     if (table.subtype != DB_SUBTYPE_DELIMITED) {
-        if (std::optional<size_t> count = plainCharacters(value, limit)) {
-            std::memcpy(buffer, value.data(), *count);
-            buffer[*count] = '\0';
-            return static_cast<uint16_t>(*count);
+        // Tagged text of nothing but printable characters up to its NUL or
+        // the limit converts to itself.
+        size_t count = printableBytes(value.data(), measured);
+        if (count == measured || value[count] == '\0') {
+            copyBytes(buffer, value.data(), count);
+            buffer[count] = '\0';
+            return static_cast<uint16_t>(count);
         }
         textToOem(value, {buffer, limit + 1});
         return static_cast<uint16_t>(strnlen(buffer, limit));
     }
     // Measuring no more than limit bytes spares the scan of a long value.
-    uint16_t count = formatStrlen(table, value.first(std::min(value.size(), limit)));
-    std::memcpy(buffer, value.data(), count);
+    size_t count = formatStrlen(table, value.first(measured));
+    copyBytes(buffer, value.data(), count);
     buffer[count] = '\0';
     // The conversion makes no NUL of another byte, so count stays the length.
     if (table.oemConversion != 0) CharToOemA(buffer, buffer);
-    return count;
+    return static_cast<uint16_t>(count);
 }
 
 // Writes the value, a non-empty text, in the type asked for. Types that are
@@ -196,12 +189,12 @@ uint16_t fetchFieldValue(MergeTable &table, const char *name, uint16_t number, v
     const auto *array = blockLockAs<FieldEntry>(table.fields);
     if (array == nullptr) return ERR_MEMORY;
     int index = number;
-    if (number == BY_NAME) index = name != nullptr ? fieldFindByName(table, name) : -1;
+    if (number == BY_NAME) index = name != nullptr ? fieldFindByName(table, array, name) : -1;
     if (index < 0 || index >= table.fieldCount) return ERR_NO_FIELD;
-    BlockHandle block = array[index].value;
-    const auto *text = blockLockAs<const char>(block);
+    uint16_t size = 0;
+    const auto *text = blockLockSized<const char>(array[index].value, size);
     if (text == nullptr) return ERR_MEMORY;
-    std::span<const char> value{text, blockSize(block)};
+    std::span<const char> value{text, size};
     if (value.empty() || value[0] == '\0') {
         *length = 0;
         return 0;
