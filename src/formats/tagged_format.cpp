@@ -23,25 +23,6 @@ void writeU16(uint8_t *p, uint16_t value) {
 
 }  // namespace
 
-TokenStep tokenStepAt(const uint8_t *p, const uint8_t *limit) {
-    if (p >= limit) return {TOKEN_STEP_PAST_LIMIT, 0};
-    auto available = static_cast<size_t>(limit - p);
-    uint32_t length = 1;
-    switch (tokenClass(p)) {
-    case TOKEN_END: return {TOKEN_STEP_NONE, 0};
-    case TOKEN_FIXED:
-        length = fixedTokenLength(p);
-        if (length == 0) return {TOKEN_STEP_NONE, 0};
-        break;
-    case TOKEN_VARIABLE:
-        if (available < TOKEN_VARIABLE_HEAD_SIZE) return {TOKEN_STEP_PAST_LIMIT, 0};
-        length = variableTokenLength(p);
-        break;
-    default: break;
-    }
-    return {length <= available ? TOKEN_STEP_OK : TOKEN_STEP_PAST_LIMIT, length};
-}
-
 size_t writeVariableToken(std::span<uint8_t> dst, uint8_t first, uint8_t subCode, std::span<const uint8_t> body) {
     size_t lengthWord = body.size() + TOKEN_VARIABLE_EMPTY_L;
     if (lengthWord > UINT16_MAX || dst.size() < lengthWord + 4) return 0;

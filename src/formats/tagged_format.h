@@ -108,7 +108,24 @@ struct TokenStep {
 
 // The forward step over the token at p that every walker shares. Reads
 // nothing at or behind limit.
-TokenStep tokenStepAt(const uint8_t *p, const uint8_t *limit);
+inline TokenStep tokenStepAt(const uint8_t *p, const uint8_t *limit) {
+    if (p >= limit) return {TOKEN_STEP_PAST_LIMIT, 0};
+    auto available = static_cast<size_t>(limit - p);
+    uint32_t length = 1;
+    switch (tokenClass(p)) {
+    case TOKEN_END: return {TOKEN_STEP_NONE, 0};
+    case TOKEN_FIXED:
+        length = fixedTokenLength(p);
+        if (length == 0) return {TOKEN_STEP_NONE, 0};
+        break;
+    case TOKEN_VARIABLE:
+        if (available < TOKEN_VARIABLE_HEAD_SIZE) return {TOKEN_STEP_PAST_LIMIT, 0};
+        length = variableTokenLength(p);
+        break;
+    default: break;
+    }
+    return {length <= available ? TOKEN_STEP_OK : TOKEN_STEP_PAST_LIMIT, length};
+}
 
 // Writes a variable token with the given body to dst: first byte, sub-code,
 // L, body, L, sub-code, first byte, with L = body size + 4. Gives the bytes

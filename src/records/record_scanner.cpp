@@ -283,6 +283,20 @@ bool isOrdinary(TaggedPhase phase, uint8_t b) {
     return !endsPhase(phase, b);
 }
 
+// The bytes that are no ordinary one-byte token in each phase: a byte 0,
+// the leads of fixed and variable tokens, and the marks the phase ends at.
+StopBytes phaseStops(TaggedPhase phase) {
+    StopBytes stops;
+    for (int byte = 0; byte < TOKEN_LEAD_EXTENDED_CHAR; ++byte) {
+        if (!isOrdinary(phase, static_cast<uint8_t>(byte))) stopBytesAdd(stops, static_cast<uint8_t>(byte));
+    }
+    stopBytesAddFrom(stops, TOKEN_LEAD_EXTENDED_CHAR);
+    return stops;
+}
+
+const StopBytes RECORD_END_STOPS = phaseStops(TaggedPhase::FindRecordEnd);
+const StopBytes LINE_END_STOPS = phaseStops(TaggedPhase::FindLineEnd);
+
 // One token of a tagged record: copied whole. Gives in ended whether it was
 // the end the phase looks for.
 uint16_t sinkTaggedToken(MergeTable &table, TaggedPhase phase, bool &ended) {
@@ -308,9 +322,15 @@ uint16_t sinkTaggedToken(MergeTable &table, TaggedPhase phase, bool &ended) {
     }
 }
 
+// The lane's stop scans, one for each phase.
+struct TaggedLaneStops {
+    StopScan recordEnd;
+    StopScan lineEnd;
+};
+
 // One token of the lane from p, which lies before end: the position behind
 // it, or null when the token would reach end or is left to the exact steps.
-const uint8_t *taggedLanePass(const uint8_t *p, const uint8_t *end, TaggedPhase &phase) {
+const uint8_t *taggedLanePass(TaggedLaneStops &stops, const uint8_t *p, const uint8_t *end, TaggedPhase &phase) {
     switch (tokenClass(p)) {
     case TOKEN_END: return nullptr;
     case TOKEN_FIXED: {
@@ -330,7 +350,7 @@ const uint8_t *taggedLanePass(const uint8_t *p, const uint8_t *end, TaggedPhase 
         }
         [[fallthrough]];
     default:
-        while (p < end && isOrdinary(phase, *p)) ++p;
+        p = nextStop(phase == TaggedPhase::FindRecordEnd ? stops.recordEnd : stops.lineEnd, p);
         return p < end ? p : nullptr;
     }
 }
@@ -338,8 +358,9 @@ const uint8_t *taggedLanePass(const uint8_t *p, const uint8_t *end, TaggedPhase 
 TaggedPhase taggedLane(MergeTable &table, TaggedPhase phase, uint16_t &code) {
     const uint8_t *end = laneEnd();
     const uint8_t *p = regCursor;
+    TaggedLaneStops stops{stopScanStart(RECORD_END_STOPS, p, end), stopScanStart(LINE_END_STOPS, p, end)};
     while (phase != TaggedPhase::Done && p < end) {
-        const uint8_t *next = taggedLanePass(p, end, phase);
+        const uint8_t *next = taggedLanePass(stops, p, end, phase);
         if (next == nullptr) break;
         p = next;
     }
