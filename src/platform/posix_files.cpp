@@ -22,8 +22,9 @@
 
 namespace {
 
-// position follows every move of the descriptor's offset, which only the
-// calls here make, so that asking for it costs no system call.
+// The file's position is kept here, and reads and writes go to it with
+// pread and pwrite, so that moving the position or asking for it costs no
+// system call.
 struct OpenFile {
     uintptr_t id;
     int fd;
@@ -214,7 +215,7 @@ BOOL ReadFile(HANDLE handle, LPVOID buffer, DWORD count, LPDWORD got, LPVOID) {
     if (platformFaultHits(mergedb::FaultKind::Read)) return FALSE;
     auto *bytes = static_cast<char *>(buffer);
     while (*got < count) {
-        ssize_t n = read(file->fd, bytes + *got, count - *got);
+        ssize_t n = pread(file->fd, bytes + *got, count - *got, file->position);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) return fail(posixToWindowsError(errno));
         if (n == 0) break;
@@ -233,7 +234,7 @@ BOOL WriteFile(HANDLE handle, LPCVOID buffer, DWORD count, LPDWORD written, LPVO
     DWORD wanted = platformShortWrite(count);
     const auto *bytes = static_cast<const char *>(buffer);
     while (*written < wanted) {
-        ssize_t n = write(file->fd, bytes + *written, wanted - *written);
+        ssize_t n = pwrite(file->fd, bytes + *written, wanted - *written, file->position);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) return fail(posixToWindowsError(errno));
         *written += static_cast<DWORD>(n);
@@ -254,21 +255,20 @@ DWORD SetFilePointer(HANDLE handle, LONG distance, PLONG, DWORD method) {
         return INVALID_SET_FILE_POINTER;
     }
     if (platformFaultHits(mergedb::FaultKind::Seek)) return INVALID_SET_FILE_POINTER;
-    off_t base = method == FILE_BEGIN ? 0 : method == FILE_CURRENT ? file->position : lseek(file->fd, 0, SEEK_END);
+    struct stat info;
+    off_t base = 0;
+    if (method == FILE_CURRENT) {
+        base = file->position;
+    } else if (method == FILE_END) {
+        base = fstat(file->fd, &info) == 0 ? info.st_size : -1;
+    }
     if (base < 0 || base + distance < 0) {
         SetLastError(base < 0 ? posixToWindowsError(errno) : ERROR_NEGATIVE_SEEK);
         return INVALID_SET_FILE_POINTER;
     }
-    // Asking where the file stands moves nothing.
-    off_t position = base + distance;
-    if (position != file->position || method == FILE_END) position = lseek(file->fd, position, SEEK_SET);
-    if (position < 0) {
-        SetLastError(posixToWindowsError(errno));
-        return INVALID_SET_FILE_POINTER;
-    }
-    file->position = position;
+    file->position = base + distance;
     SetLastError(ERROR_SUCCESS);
-    return static_cast<DWORD>(position);
+    return static_cast<DWORD>(file->position);
 }
 
 DWORD GetFileSize(HANDLE handle, LPDWORD sizeHigh) {
