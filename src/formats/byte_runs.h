@@ -172,6 +172,32 @@ inline size_t printableBytes(const char *text, size_t max) {
         [](uint8_t b) { return b >= 32 && b < 127; });
 }
 
+// The last stop at or before p, which lies at or before the scan's last
+// answer, looking no further back than the buffer's start; null when there
+// is none. The same scan serves a walk forward or a walk backward, not both.
+inline const uint8_t *prevStop(StopScan &scan, const uint8_t *p) {
+    constexpr auto PIECE = static_cast<ptrdiff_t>(STOP_PIECE);
+    for (;;) {
+        if (p < scan.start) return nullptr;
+        if (p < scan.base || static_cast<size_t>(p - scan.base) >= scan.covered) {
+            if (p - scan.start + 1 >= PIECE) {
+                scan.base = p - (PIECE - 1);
+                scan.mask = stopMaskWhole(scan.base, *scan.stops);
+                scan.covered = STOP_PIECE;
+            } else {
+                scan.base = scan.start;
+                scan.mask = stopMaskPortable(scan.start, p + 1, *scan.stops);
+                scan.covered = static_cast<size_t>(p - scan.start) + 1;
+            }
+        }
+        auto offset = static_cast<size_t>(p - scan.base);
+        uint64_t behind = offset == STOP_PIECE - 1 ? scan.mask : scan.mask & ((uint64_t{2} << offset) - 1);
+        if (behind != 0) return scan.base + (STOP_PIECE - 1 - std::countl_zero(behind));
+        if (scan.base == scan.start) return nullptr;
+        p = scan.base - 1;
+    }
+}
+
 // memcpy for the short values that fill most fields, without a call.
 inline void copyBytes(void *dst, const void *src, size_t count) {
     auto *d = static_cast<uint8_t *>(dst);

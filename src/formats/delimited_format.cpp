@@ -46,12 +46,14 @@ void makeBytes(const DelimitedStrings &strings) {
          keep(madeFrom.quote, strings.quote), keep(madeFrom.ignore, strings.ignore)};
     lastBytes.opens = {};
     lastBytes.stops = {};
+    lastBytes.lastBytes = {};
     for (auto [text, bit] : {std::pair{s.quote, OPENS_QUOTE}, std::pair{s.record, OPENS_RECORD},
                              std::pair{s.field, OPENS_FIELD}, std::pair{s.ignore, OPENS_IGNORE}}) {
         if (text.empty()) continue;
         auto first = static_cast<uint8_t>(text[0]);
         lastBytes.opens[first] |= bit;
         stopBytesAdd(lastBytes.stops, first);
+        stopBytesAdd(lastBytes.lastBytes, static_cast<uint8_t>(text.back()));
     }
     made = true;
 }

@@ -29,11 +29,13 @@ inline constexpr uint8_t OPENS_IGNORE = 8;
 
 // What the readers of delimited text look up for each byte: the strings it
 // may begin, and the stop bytes, the first bytes of the non-empty strings,
-// at which runs of ordinary bytes end. An empty string begins nowhere.
+// at which runs of ordinary bytes end; for the walk backward, the last
+// bytes of the strings. An empty string begins and ends nowhere.
 struct DelimitedBytes {
     DelimitedStrings strings;
     std::array<uint8_t, 256> opens;
     StopBytes stops;
+    StopBytes lastBytes;
 };
 
 // The table's DelimitedBytes. They are made again only when the strings

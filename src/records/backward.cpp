@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 
+#include "formats/byte_runs.h"
 #include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
@@ -16,10 +17,10 @@ namespace {
 constexpr uint32_t SMALLEST_VARIABLE_TOKEN = 8;
 
 // How far into the window a backward step that leaves it lands: the window
-// is filled from there on, so that the record which a backward move then
-// reads forward most likely lies inside it too, and the next steps back
-// find their bytes in it.
-constexpr uint32_t BACK_REACH = 4096;
+// is filled from there on, so that the next steps back find their bytes in
+// it, and the record which a backward move then reads forward most likely
+// lies inside it too, within the bytes left behind the landing place.
+constexpr uint32_t BACK_REACH = WINDOW_FILL - 256;
 
 // Moves the window's position back by count bytes, which callers keep
 // within the file.
@@ -187,10 +188,9 @@ uint16_t locateTaggedStart(MergeTable &table) {
 // last byte and matched from their end; offset 0 ends the walk.
 class DelimitedBackWalk {
 public:
-    explicit DelimitedBackWalk(MergeTable &table) : table_(table), s_(delimitedStrings(table)) {
-        for (std::string_view text : {s_.record, s_.field, s_.ignore, s_.quote}) {
-            if (!text.empty()) closesString_[static_cast<uint8_t>(text.back())] = true;
-        }
+    explicit DelimitedBackWalk(MergeTable &table)
+        : table_(table), bytes_(delimitedBytes(table)), s_(bytes_.strings) {
+        restartScan();
     }
 
     uint16_t run() {
@@ -225,13 +225,32 @@ private:
         return !text.empty() && static_cast<uint8_t>(text.back()) == byte;
     }
 
+    // The stop scan over the window's bytes, made anew whenever the window
+    // may have been filled.
+    void restartScan() { scan_ = stopScanStart(bytes_.lastBytes, regBase, regEnd); }
+
     // One byte back; at offset 0 the window stays and the walk is over.
     uint16_t stepBack() {
+        if (regCursor > regBase) {
+            --regCursor;
+            return 0;
+        }
         if (windowPosition(table_) == 0) {
             atStart_ = true;
             return 0;
         }
-        return moveBack(table_, 1);
+        uint16_t code = moveBack(table_, 1);
+        restartScan();
+        return code;
+    }
+
+    // Back to the last byte in front of the position that may end a string
+    // and for which wanted holds, or to the window's start.
+    template <typename Wanted>
+    void backWithinWindow(Wanted wanted) {
+        const uint8_t *p = regCursor > regBase ? prevStop(scan_, regCursor - 1) : nullptr;
+        while (p != nullptr && !wanted(*p)) p = prevStop(scan_, p - 1);
+        regCursor = p != nullptr ? regBase + (p - regBase) : regBase;
     }
 
     uint16_t matchBack(std::string_view text, bool &complete) {
@@ -247,9 +266,7 @@ private:
 
     uint16_t backOverPlainBytes() {
         if (regCursor == regBase) return stepBack();
-        do {
-            --regCursor;
-        } while (regCursor > regBase && !closesString_[*regCursor]);
+        backWithinWindow([](uint8_t) { return true; });
         return 0;
     }
 
@@ -259,7 +276,12 @@ private:
         auto quoteEnd = static_cast<uint8_t>(s_.quote.back());
         while (!atStart_) {
             if (*regCursor != quoteEnd) {
-                if (uint16_t code = stepBack()) return code;
+                // Back over the text within the window; at its start one
+                // step refills it or ends the walk at offset 0.
+                backWithinWindow([quoteEnd](uint8_t byte) { return byte == quoteEnd; });
+                if (*regCursor != quoteEnd) {
+                    if (uint16_t code = stepBack()) return code;
+                }
                 continue;
             }
             bool complete = false;
@@ -275,8 +297,9 @@ private:
     }
 
     MergeTable &table_;
-    DelimitedStrings s_;
-    std::array<bool, 256> closesString_{};
+    const DelimitedBytes &bytes_;
+    const DelimitedStrings &s_;
+    StopScan scan_{};
     bool atStart_ = false;
 };
 
