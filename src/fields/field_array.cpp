@@ -34,31 +34,8 @@ int findByWalk(const MergeTable &table, const FieldEntry *array, const char *nam
     return -1;
 }
 
-// Open addressing over twice as many slots as fields can be; a slot holds
-// a field's index + 1, 0 when empty. Only the first of equal names goes in,
-// so a lookup finds what the walk from index 0 finds.
-constexpr uint32_t INDEX_SLOTS = 2048;
-constexpr uint32_t INDEX_MASK = INDEX_SLOTS - 1;
-static_assert(INDEX_SLOTS >= 2 * FIELD_LIMIT);
-
-// A host reads the fields of a record mostly in their order, so a lookup
-// first tries the field behind the one found last. firstOfName tells which
-// fields the walk from index 0 can find at all.
-struct FieldNameIndex {
-    BlockHandle fields;  // the array and count it was made for
-    int16_t count;
-    int16_t lastFound;
-    uint16_t slots[INDEX_SLOTS];
-    bool firstOfName[FIELD_LIMIT];
-};
-
-// _stricmp, which names that are equal byte for byte need not call.
-bool sameName(const char *fieldName, const char *name) {
-    const char *a = fieldName;
-    const char *b = name;
-    while (*a == *b && *a != '\0') ++a, ++b;
-    return *a == *b || _stricmp(fieldName, name) == 0;
-}
+static_assert(FIELD_INDEX_SLOTS >= 2 * FIELD_LIMIT);
+constexpr uint32_t INDEX_MASK = FIELD_INDEX_SLOTS - 1;
 
 uint32_t nameHash(const char *name) {
     uint32_t hash = 2166136261u;
@@ -89,8 +66,7 @@ FieldNameIndex *buildIndex(MergeTable &table, const FieldEntry *array) {
 // The table's index when it still fits its field array, else a new one;
 // null when there is no memory for it.
 FieldNameIndex *currentIndex(MergeTable &table, const FieldEntry *array) {
-    auto *index = blockLockAs<FieldNameIndex>(table.fieldIndex);
-    if (index != nullptr && index->fields == table.fields && index->count == table.fieldCount) return index;
+    if (FieldNameIndex *index = fieldIndexOf(table)) return index;
     return buildIndex(table, array);
 }
 
@@ -137,23 +113,15 @@ uint16_t fieldsSortNumeric(FieldEntry *array, int16_t count) {
     return 0;
 }
 
-int fieldFindByName(MergeTable &table, const FieldEntry *array, const char *name) {
+int fieldFindByNameInIndex(MergeTable &table, const FieldEntry *array, const char *name) {
     if (array == nullptr) return -1;
     FieldNameIndex *index = currentIndex(table, array);
     if (index == nullptr) return findByWalk(table, array, name);
-    int next = index->lastFound + 1 < index->count ? index->lastFound + 1 : 0;
-    if (index->firstOfName[next] && sameName(array[next].name, name)) {
-        return index->lastFound = static_cast<int16_t>(next);
-    }
     for (uint32_t slot = nameHash(name);; ++slot) {
         uint16_t entry = index->slots[slot & INDEX_MASK];
         if (entry == 0) return -1;
         if (sameName(array[entry - 1].name, name)) return index->lastFound = static_cast<int16_t>(entry - 1);
     }
-}
-
-int fieldFindByName(MergeTable &table, const char *name) {
-    return fieldFindByName(table, blockLockAs<FieldEntry>(table.fields), name);
 }
 
 void fieldIndexFree(MergeTable &table) { blockFree(&table.fieldIndex); }

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "frame/blocks.h"
+#include "platform/windows_api.h"
 #include "tablefile/table.h"
 
 namespace mergedb {
@@ -30,12 +31,56 @@ uint16_t fieldsFree(BlockHandle *arraySlot, int16_t *countSlot);
 uint16_t fieldsAdd(BlockHandle *arraySlot, int16_t *countSlot);
 uint16_t fieldsSortNumeric(FieldEntry *array, int16_t count);
 
+// A table's index of its field names: open addressing over twice as many
+// slots as fields can be; a slot holds a field's index + 1, 0 when empty.
+// Only the first of equal names goes in, so a lookup finds what the walk
+// from index 0 finds. A host reads the fields of a record mostly in their
+// order, so a lookup first tries the field behind the one found last;
+// firstOfName tells which fields the walk from index 0 can find at all.
+inline constexpr uint32_t FIELD_INDEX_SLOTS = 2048;
+
+struct FieldNameIndex {
+    BlockHandle fields;  // the array and count it was made for
+    int16_t count;
+    int16_t lastFound;
+    uint16_t slots[FIELD_INDEX_SLOTS];
+    bool firstOfName[FIELD_LIMIT];
+};
+
+// The table's index, if it still fits the table's field array.
+inline FieldNameIndex *fieldIndexOf(const MergeTable &table) {
+    auto *index = blockLockAs<FieldNameIndex>(table.fieldIndex);
+    return index != nullptr && index->fields == table.fields && index->count == table.fieldCount ? index : nullptr;
+}
+
+// _stricmp, which names that are equal byte for byte need not call.
+inline bool sameName(const char *fieldName, const char *name) {
+    const char *a = fieldName;
+    const char *b = name;
+    while (*a == *b && *a != '\0') ++a, ++b;
+    return *a == *b || _stricmp(fieldName, name) == 0;
+}
+
+// fieldFindByName through the index, which it makes when the field array
+// has changed since the last lookup.
+int fieldFindByNameInIndex(MergeTable &table, const FieldEntry *array, const char *name);
+
 // Index of the first field whose name equals name, ignoring case; -1 when
-// there is none. Looks the name up in the table's name index, which it
-// makes when the field array has changed since.
-int fieldFindByName(MergeTable &table, const char *name);
-// The same in array, which is table.fields locked by the caller.
-int fieldFindByName(MergeTable &table, const FieldEntry *array, const char *name);
+// there is none. array is table.fields, locked by the caller.
+inline int fieldFindByName(MergeTable &table, const FieldEntry *array, const char *name) {
+    FieldNameIndex *index = fieldIndexOf(table);
+    if (index != nullptr && array != nullptr) {
+        int next = index->lastFound + 1 < index->count ? index->lastFound + 1 : 0;
+        if (index->firstOfName[next] && sameName(array[next].name, name)) {
+            return index->lastFound = static_cast<int16_t>(next);
+        }
+    }
+    return fieldFindByNameInIndex(table, array, name);
+}
+
+inline int fieldFindByName(MergeTable &table, const char *name) {
+    return fieldFindByName(table, blockLockAs<FieldEntry>(table.fields), name);
+}
 
 // Frees the table's name index.
 void fieldIndexFree(MergeTable &table);

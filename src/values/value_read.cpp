@@ -139,7 +139,7 @@ uint16_t readText(const MergeTable &table, std::span<const char> value, char *bu
 
 // Writes the value, a non-empty text, in the type asked for. Types that are
 // not known write nothing, not even the length.
-void convertFieldText(const MergeTable &table, void *buffer, std::span<const char> value, uint16_t *length,
+inline void convertFieldText(const MergeTable &table, void *buffer, std::span<const char> value, uint16_t *length,
                       uint16_t type) {
     switch (type) {
     case DB_TYPE_TEXT:
