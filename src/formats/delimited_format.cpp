@@ -28,7 +28,11 @@ bool made = false;
 
 bool sameStrings(const DelimitedStrings &a, const DelimitedStrings &b) {
     auto same = [](std::string_view x, std::string_view y) {
-        return x.size() == y.size() && std::equal(x.begin(), x.end(), y.begin());
+        if (x.size() != y.size()) return false;
+        for (size_t i = 0; i < x.size(); ++i) {
+            if (x[i] != y[i]) return false;
+        }
+        return true;
     };
     return same(a.field, b.field) && same(a.record, b.record) && same(a.quote, b.quote) && same(a.ignore, b.ignore);
 }

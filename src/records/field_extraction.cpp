@@ -214,11 +214,11 @@ uint16_t extractValue(FieldEntry &entry, uint16_t blockExtra, uint16_t capacityE
 }
 
 // A value that is the stretch of the record from start to end, whose bytes
-// the steps would have copied one run after another.
+// the steps would have copied one run after another. The capacity they
+// would have grown to is the one closeValue grows to for the end.
 void takeStretch(ValueBuilder &value, const uint8_t *start, const uint8_t *end) {
     value.bytes = start;
     value.length = static_cast<uint32_t>(end - start);
-    reserve(value, value.length);
 }
 
 // The length of the field or record delimiter that the steps find whole at
