@@ -95,14 +95,24 @@ T *blockLockSized(BlockHandle handle, uint16_t &size) {
     return slot == nullptr ? nullptr : static_cast<T *>(slot->address);
 }
 
+// A block looked up once, for a caller that reads its size and resizes it
+// in one go; slot is null for a dead handle. Good until the next blockAlloc,
+// which may move the registry.
+struct BlockRef {
+    BlockHandle handle;
+    blockregistry::BlockSlot *slot;
+};
+
+inline BlockRef blockRef(BlockHandle handle) { return {handle, blockregistry::slotOf(handle)}; }
+
 // blockResize of a live block, giving its address instead of its handle,
 // which stays the same; null where blockResize gives 0. The caller writes
 // the first written bytes at once, so only bytes behind them that the
 // growth adds are zeroed here. A block that stays within its allocation, as
 // the value and record blocks do on most records, is resized inline.
 template <typename T>
-T *blockResizeLock(BlockHandle handle, uint16_t newSize, uint16_t written) {
-    blockregistry::BlockSlot *slot = blockregistry::slotOf(handle);
+T *blockResizeLock(BlockRef block, uint16_t newSize, uint16_t written) {
+    blockregistry::BlockSlot *slot = block.slot;
     if (slot == nullptr) return nullptr;
 #ifndef MERGEDB_ASAN
     if (blockregistry::keepsRoom(slot->room, newSize)) {
@@ -114,7 +124,7 @@ T *blockResizeLock(BlockHandle handle, uint16_t newSize, uint16_t written) {
     }
 #endif
     (void)written;
-    return blockResize(handle, newSize) == 0 ? nullptr : static_cast<T *>(slot->address);
+    return blockResize(block.handle, newSize) == 0 ? nullptr : static_cast<T *>(slot->address);
 }
 
 // Frees the block in the slot, if any, and leaves 0 in the slot.

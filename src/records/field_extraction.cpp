@@ -56,11 +56,12 @@ uint32_t grownCapacity(uint32_t capacity, uint32_t steps) {
     return grown >= UINT16_MAX ? 0 : static_cast<uint32_t>(grown);
 }
 
+// An entry without a block gets one here; whether its block is alive is
+// seen when the value closes, before anything of the entry changes.
 inline uint16_t openValue(ValueBuilder &value) {
     if (value.entry.value == 0) {
         if (uint16_t code = growFieldValue(value.entry, 1)) return code;
     }
-    if (blockLock(value.entry.value) == nullptr) return ERR_MEMORY;
     value.capacity = value.entry.capacity;
     return 0;
 }
@@ -84,22 +85,20 @@ uint16_t append(ValueBuilder &value, const uint8_t *bytes, uint32_t count) {
     return 0;
 }
 
-// The entry's block resized to size, or null when it cannot be; the caller
-// writes its first written bytes.
-uint8_t *resizeValueBlock(FieldEntry &entry, uint32_t size, uint32_t written) {
-    return blockResizeLock<uint8_t>(entry.value, static_cast<uint16_t>(size), static_cast<uint16_t>(written));
-}
-
-// After a failure: the entry's block grown as far, and written as far, as
-// the steps had come, its length unchanged.
-void keepPartialValue(ValueBuilder &value) {
-    uint8_t *text = blockLockAs<uint8_t>(value.entry.value);
+// After a failure with code: the entry's block grown as far, and written as
+// far, as the steps had come, its length unchanged. A dead block fails the
+// value as it would have before any step.
+uint16_t keepPartialValue(ValueBuilder &value, uint16_t code) {
+    BlockRef block = blockRef(value.entry.value);
+    if (block.slot == nullptr) return ERR_MEMORY;
+    auto *text = static_cast<uint8_t *>(block.slot->address);
     if (value.capacity != value.entry.capacity) {
-        text = resizeValueBlock(value.entry, value.capacity, 0);
-        if (text == nullptr) return;
+        text = blockResizeLock<uint8_t>(block, static_cast<uint16_t>(value.capacity), 0);
+        if (text == nullptr) return code;
         value.entry.capacity = static_cast<uint16_t>(value.capacity);
     }
     std::memcpy(text, building, value.length);
+    return code;
 }
 
 // Ends the text with a NUL and stores it and its length. The block of a
@@ -107,16 +106,15 @@ void keepPartialValue(ValueBuilder &value) {
 // length + capacityExtra; an empty value keeps its block, grown if the
 // capacity had to be. A failed fit still stores the length.
 inline uint16_t closeValue(ValueBuilder &value, uint16_t blockExtra, uint16_t capacityExtra) {
-    if (uint16_t code = reserve(value, value.length + 1)) {
-        keepPartialValue(value);
-        return code;
-    }
     FieldEntry &entry = value.entry;
+    BlockRef block = blockRef(entry.value);
+    if (block.slot == nullptr) return ERR_MEMORY;
+    if (uint16_t code = reserve(value, value.length + 1)) return keepPartialValue(value, code);
     entry.length = static_cast<uint16_t>(value.length);
     bool empty = value.length == 0;
-    uint32_t size = empty ? (value.capacity == entry.capacity ? blockSize(entry.value) : value.capacity)
+    uint32_t size = empty ? (value.capacity == entry.capacity ? block.slot->size : value.capacity)
                           : value.length + blockExtra;
-    uint8_t *text = resizeValueBlock(entry, size, value.length + 1);
+    uint8_t *text = blockResizeLock<uint8_t>(block, static_cast<uint16_t>(size), static_cast<uint16_t>(value.length + 1));
     if (text == nullptr) return ERR_MEMORY;
     entry.capacity = static_cast<uint16_t>(empty ? value.capacity : value.length + capacityExtra);
     copyBytes(text, value.bytes, value.length);
@@ -205,10 +203,7 @@ uint16_t extractValue(FieldEntry &entry, uint16_t blockExtra, uint16_t capacityE
     ValueBuilder value{entry, 0, 0};
     if (uint16_t code = openValue(value)) return code;
     if (!takeWhole(value)) {
-        if (uint16_t code = build(value)) {
-            keepPartialValue(value);
-            return code;
-        }
+        if (uint16_t code = build(value)) return keepPartialValue(value, code);
     }
     return closeValue(value, blockExtra, capacityExtra);
 }

@@ -86,7 +86,7 @@ uint16_t sinkRun(MergeTable &table, Ordinary ordinary) {
 uint16_t finishScan(EditNode &node, BlockHandle block, uint16_t scanCode) {
     auto size = static_cast<uint16_t>(scanCode == 0 ? sinkWritten() : sink.capacity);
     if (block == 0) block = blockAlloc(size);
-    auto *bytes = blockResizeLock<uint8_t>(block, size, size);
+    auto *bytes = blockResizeLock<uint8_t>(blockRef(block), size, size);
     if (bytes == nullptr) {
         blockFree(&block);
         return scanCode != 0 ? scanCode : uint16_t{ERR_MEMORY};
