@@ -53,12 +53,19 @@ inline FieldNameIndex *fieldIndexOf(const MergeTable &table) {
     return index != nullptr && index->fields == table.fields && index->count == table.fieldCount ? index : nullptr;
 }
 
-// _stricmp, which names that are equal byte for byte need not call.
+// _stricmp, which names that are equal byte for byte need not call, nor
+// names that first differ in two ASCII bytes that are no letters of one
+// case pair.
 inline bool sameName(const char *fieldName, const char *name) {
     const char *a = fieldName;
     const char *b = name;
     while (*a == *b && *a != '\0') ++a, ++b;
-    return *a == *b || _stricmp(fieldName, name) == 0;
+    if (*a == *b) return true;
+    auto x = static_cast<unsigned char>(*a | 0x20);
+    auto y = static_cast<unsigned char>(*b | 0x20);
+    bool asciiPair = static_cast<unsigned char>(*a) < 128 && static_cast<unsigned char>(*b) < 128;
+    if (asciiPair && (x != y || x < 'a' || x > 'z')) return false;
+    return _stricmp(fieldName, name) == 0;
 }
 
 // fieldFindByName through the index, which it makes when the field array
@@ -74,6 +81,9 @@ inline int fieldFindByName(MergeTable &table, const FieldEntry *array, const cha
         if (index->firstOfName[next] && sameName(array[next].name, name)) {
             return index->lastFound = static_cast<int16_t>(next);
         }
+        // A host that reads one field again and again.
+        int last = index->lastFound;
+        if (last >= 0 && index->firstOfName[last] && sameName(array[last].name, name)) return last;
     }
     return fieldFindByNameInIndex(table, array, name);
 }
