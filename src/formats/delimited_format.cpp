@@ -1,6 +1,6 @@
 #include "formats/delimited_format.h"
 
-#include <algorithm>
+#include <cstring>
 
 namespace mergedb {
 namespace {
@@ -13,8 +13,9 @@ std::string_view stringOf(const char (&field)[N]) {
     return {field, length};
 }
 
-// The strings the last DelimitedBytes were made from, kept in arrays of
-// their own, so that the views in them outlive the table.
+// The arrays the last DelimitedBytes were made from, copied whole, so that
+// the views in them outlive the table and the next call can compare the
+// table's arrays with them at once.
 struct MadeFrom {
     char field[DELIMITER_SIZE];
     char record[DELIMITER_SIZE];
@@ -26,28 +27,20 @@ MadeFrom madeFrom{};
 DelimitedBytes lastBytes{};
 bool made = false;
 
-bool sameStrings(const DelimitedStrings &a, const DelimitedStrings &b) {
-    auto same = [](std::string_view x, std::string_view y) {
-        if (x.size() != y.size()) return false;
-        for (size_t i = 0; i < x.size(); ++i) {
-            if (x[i] != y[i]) return false;
-        }
-        return true;
-    };
-    return same(a.field, b.field) && same(a.record, b.record) && same(a.quote, b.quote) && same(a.ignore, b.ignore);
+bool madeFromTable(const MergeTable &table) {
+    return made && std::memcmp(madeFrom.field, table.fieldDelimiter, DELIMITER_SIZE) == 0 &&
+           std::memcmp(madeFrom.record, table.recordDelimiter, DELIMITER_SIZE) == 0 &&
+           std::memcmp(madeFrom.quote, table.quote, QUOTE_SIZE) == 0 &&
+           std::memcmp(madeFrom.ignore, table.ignore, DELIMITER_SIZE) == 0;
 }
 
-template <size_t N>
-std::string_view keep(char (&kept)[N], std::string_view text) {
-    std::fill(std::begin(kept), std::end(kept), '\0');
-    std::copy(text.begin(), text.end(), kept);
-    return {kept, text.size()};
-}
-
-void makeBytes(const DelimitedStrings &strings) {
+void makeBytes(const MergeTable &table) {
+    std::memcpy(madeFrom.field, table.fieldDelimiter, DELIMITER_SIZE);
+    std::memcpy(madeFrom.record, table.recordDelimiter, DELIMITER_SIZE);
+    std::memcpy(madeFrom.quote, table.quote, QUOTE_SIZE);
+    std::memcpy(madeFrom.ignore, table.ignore, DELIMITER_SIZE);
     DelimitedStrings &s = lastBytes.strings;
-    s = {keep(madeFrom.field, strings.field), keep(madeFrom.record, strings.record),
-         keep(madeFrom.quote, strings.quote), keep(madeFrom.ignore, strings.ignore)};
+    s = {stringOf(madeFrom.field), stringOf(madeFrom.record), stringOf(madeFrom.quote), stringOf(madeFrom.ignore)};
     lastBytes.opens = {};
     lastBytes.stops = {};
     lastBytes.lastBytes = {};
@@ -70,8 +63,7 @@ DelimitedStrings delimitedStrings(const MergeTable &table) {
 }
 
 const DelimitedBytes &delimitedBytes(const MergeTable &table) {
-    DelimitedStrings strings = delimitedStrings(table);
-    if (!made || !sameStrings(strings, lastBytes.strings)) makeBytes(strings);
+    if (!madeFromTable(table)) makeBytes(table);
     return lastBytes;
 }
 

@@ -38,9 +38,9 @@ struct DelimitedBytes {
     StopBytes lastBytes;
 };
 
-// The table's DelimitedBytes. They are made again only when the strings
-// differ from those of the last call, so a walk makes them once; the
-// result holds until the next call.
+// The table's DelimitedBytes. They are made again only when the table's
+// strings differ from those of the last call, so a walk makes them once;
+// the result holds until the next call.
 const DelimitedBytes &delimitedBytes(const MergeTable &table);
 
 // Whether all of text stands at p, byte for byte, ending at or before limit.

@@ -54,7 +54,8 @@ inline bool keepsRoom(uint32_t room, uint16_t newSize) {
 
 inline BlockSlot *slotOf(BlockHandle handle) {
     uint32_t index = handle & INDEX_MASK;
-    if (index == 0 || index >= slotCount) return nullptr;
+    // Slot 0 never holds a block, so its null address answers for handle 0.
+    if (index >= slotCount) return nullptr;
     BlockSlot &slot = slots[index];
     if (slot.address == nullptr || slot.generation != (handle >> INDEX_BITS)) return nullptr;
     return &slot;
