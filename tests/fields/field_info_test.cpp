@@ -91,6 +91,21 @@ TEST_F(FieldTable, LookupFoldsAsciiCaseAndItemsWriteExactlyTheirSlots) {
     EXPECT_EQ(dbGetFieldInfoMerge(table, nullptr, name, 1), NO_MEMORY);
 }
 
+TEST_F(FieldTable, LookupsInOrderAndAgainFindTheFirstOfEqualNames) {
+    for (const char *name : {"a", "Same", "SAME", "[x", "{x", "b"}) add(name);
+    // In field order: each lookup guesses the field behind the last one.
+    EXPECT_EQ(find("a"), 0);
+    EXPECT_EQ(find("same"), 1);
+    EXPECT_EQ(find("SAME"), 1);  // the guess 2 holds a later equal name
+    EXPECT_EQ(find("Same"), 1);  // the field found last, asked again
+    EXPECT_EQ(find("[X"), 3);
+    EXPECT_EQ(find("{X"), 4);  // '[' and '{' differ by the case bit, but are no letters
+    EXPECT_EQ(find("{x"), 4);
+    EXPECT_EQ(find("B"), 5);
+    EXPECT_EQ(find("a"), 0);
+    EXPECT_EQ(find("c"), -1);
+}
+
 TEST_F(FieldTable, TableItemsAndDeadHandles) {
     char path[PATH_BUFFER_SIZE] = "";
     EXPECT_EQ(dbGetTableInfoMerge(table, path, 3), DB_RESULT_ERROR(ERR_UNSUPPORTED));

@@ -29,6 +29,33 @@ TEST(FrameBlocks, ResizeKeepsContentAndZeroesGrowth) {
     EXPECT_EQ(handle, 0u);
 }
 
+// A block that shrinks keeps its allocation; growing again must still give
+// zeros, not the bytes the block held before, except where the caller of
+// blockResizeLock says it writes them.
+TEST(FrameBlocks, GrowthAfterShrinkingZeroesWhatTheCallerDoesNotWrite) {
+    BlockHandle handle = blockAlloc(100);
+    std::memset(blockLock(handle), 0xAB, 100);
+    ASSERT_EQ(blockResize(handle, 10), handle);
+    ASSERT_EQ(blockResize(handle, 60), handle);
+    const auto *bytes = blockLockAs<uint8_t>(handle);
+    EXPECT_EQ(bytes[9], 0xAB);
+    for (int i = 10; i < 60; ++i) ASSERT_EQ(bytes[i], 0) << i;
+    std::memset(blockLock(handle), 0xCD, 60);
+    ASSERT_EQ(blockResize(handle, 5), handle);
+    auto *resized = blockResizeLock<uint8_t>(blockRef(handle), 90, 20);
+    ASSERT_NE(resized, nullptr);
+    EXPECT_EQ(blockSize(handle), 90);
+    EXPECT_EQ(resized[4], 0xCD);
+    for (int i = 20; i < 90; ++i) ASSERT_EQ(resized[i], 0) << i;
+    // Far beyond its allocation the block moves, keeping its handle.
+    resized = blockResizeLock<uint8_t>(blockRef(handle), 5000, 0);
+    ASSERT_NE(resized, nullptr);
+    EXPECT_EQ(resized[4], 0xCD);
+    for (int i = 90; i < 5000; ++i) ASSERT_EQ(resized[i], 0) << i;
+    EXPECT_EQ(blockResizeLock<uint8_t>(blockRef(0), 10, 0), nullptr);
+    blockFree(&handle);
+}
+
 TEST(FrameBlocks, FreedAndInventedHandlesLockToNull) {
     BlockHandle handle = blockAlloc(8);
     BlockHandle stale = handle;

@@ -54,6 +54,32 @@ TEST(PlatformFiles, ReadsSeeksAndSizesFollowTheDriverLayer) {
     EXPECT_EQ(fileClose(&file), 0);
 }
 
+// The position that reads and writes go to: moved by each, by seeks from
+// the start, the current place and the end, and past the end, where a write
+// fills the gap with zeros.
+TEST(PlatformFiles, ReadsAndWritesGoWhereTheFileStands) {
+    TempDir dir;
+    dir.write("f", std::string("0123456789"));
+    FileObject file{};
+    ASSERT_EQ(fileOpen(dir.file("f").c_str(), MODE_OPEN_WRITE | MODE_SHARE_NONE, &file), 0);
+    char buffer[8] = {};
+    EXPECT_EQ(fileRead(&file, buffer, 4), 4);
+    EXPECT_EQ(fileTell(&file), 4u);
+    EXPECT_EQ(fileWrite(&file, "ab", 2), 2);
+    EXPECT_EQ(fileSeek(&file, 1, 1), 7u);
+    EXPECT_EQ(fileRead(&file, buffer, 8), 3);
+    EXPECT_EQ(std::string(buffer, 3), "789");
+    EXPECT_EQ(fileSeek(&file, 2, 2), 12u);
+    EXPECT_EQ(fileWrite(&file, "z", 1), 1);
+    EXPECT_EQ(fileSeek(&file, 0, 0), 0u);
+    EXPECT_EQ(fileRead(&file, buffer, 8), 8);
+    EXPECT_EQ(std::string(buffer, 8), "0123ab67");
+    EXPECT_EQ(fileSeek(&file, static_cast<uint32_t>(-20), 1), FILE_FAILURE);
+    EXPECT_EQ(fileTell(&file), 8u);
+    EXPECT_EQ(fileClose(&file), 0);
+    EXPECT_EQ(dir.read("f"), test::bytesOf(std::string("0123ab6789\0\0z", 13)));
+}
+
 TEST(PlatformFiles, RenameNeverReplacesAndCopyOverwrites) {
     TempDir dir;
     dir.write("a", "first");

@@ -13,6 +13,7 @@
 
 #include "edits/change_list.h"
 #include "formats/tagged_format.h"
+#include "records/backward.h"
 #include "records/field_extraction.h"
 #include "records/record_scanner.h"
 #include "support/test_support.h"
@@ -75,6 +76,52 @@ uint16_t modelScan(const Bytes &file, size_t at, const Strings &s, Bytes &record
     }
     record.assign(file.begin() + static_cast<ptrdiff_t>(at), file.begin() + static_cast<ptrdiff_t>(p));
     return 0;
+}
+
+// The walk back from a record's first byte at p to the first byte of the
+// record in front of it: strings are known by their last bytes, counted
+// from the end, and offset 0 stops the walk.
+uint32_t modelLocateBack(const Bytes &file, size_t p, const Strings &s) {
+    size_t pos = p - 1;
+    bool atStart = false;
+    auto ends = [](const std::string &text, uint8_t byte) {
+        return !text.empty() && static_cast<uint8_t>(text.back()) == byte;
+    };
+    auto stepBack = [&] { pos == 0 ? void(atStart = true) : void(--pos); };
+    auto matchBack = [&](const std::string &text) {
+        bool complete = false;
+        for (size_t i = text.size(); i-- > 0;) {
+            if (file[pos] != static_cast<uint8_t>(text[i])) return false;
+            complete = i == 0;
+            stepBack();
+            if (atStart) return complete;
+        }
+        return complete;
+    };
+    int passed = 0;
+    while (!atStart) {
+        uint8_t b = file[pos];
+        if (ends(s.record, b)) {
+            if (matchBack(s.record) && ++passed == 2) return static_cast<uint32_t>(pos + s.record.size() + !atStart);
+        } else if (ends(s.field, b)) {
+            matchBack(s.field);
+        } else if (ends(s.ignore, b)) {
+            matchBack(s.ignore);
+        } else if (ends(s.quote, b)) {
+            if (!matchBack(s.quote)) continue;
+            while (!atStart) {
+                if (!ends(s.quote, file[pos])) {
+                    stepBack();
+                } else if (matchBack(s.quote) && !atStart &&
+                           (ends(s.record, file[pos]) || ends(s.field, file[pos]) || ends(s.ignore, file[pos]))) {
+                    break;
+                }
+            }
+        } else {
+            stepBack();
+        }
+    }
+    return static_cast<uint32_t>(pos);
 }
 
 // A field entry as the rules leave it.
@@ -259,16 +306,21 @@ Bytes randomDelimited(std::mt19937 &random, const Strings &s, size_t pieces) {
     return out;
 }
 
+// A table file behind a plain first record, which lets the table open: long
+// enough that records meet the window's fills in all places, short enough
+// that none can grow past the longest record.
+Bytes randomTextFile(std::mt19937 &random, const Strings &s) {
+    Bytes file = test::bytesOf("x" + s.record);
+    Bytes rest = randomDelimited(random, s, 6000);
+    file.insert(file.end(), rest.begin(), rest.end());
+    return file;
+}
+
 TEST_F(ReadingModel, DelimitedScannerFindsTheRecordsOfTheRules) {
     for (const Strings &s : CONFIGS) {
-        // Long enough that records meet the window's fills in all places,
-        // short enough that none can grow past the longest record.
-        // A plain first record lets the table open.
-        Bytes file = test::bytesOf("x" + s.record);
-        Bytes rest = randomDelimited(random, s, 6000);
-        file.insert(file.end(), rest.begin(), rest.end());
+        Bytes file = randomTextFile(random, s);
         ASSERT_LT(file.size(), LONGEST_RECORD);
-        openText(file, s);
+        ASSERT_NO_FATAL_FAILURE(openText(file, s));
         size_t at = 0;
         for (;;) {
             Bytes expected;
@@ -286,9 +338,23 @@ TEST_F(ReadingModel, DelimitedScannerFindsTheRecordsOfTheRules) {
     }
 }
 
+TEST_F(ReadingModel, DelimitedWalkBackFindsTheRecordStartsOfTheRules) {
+    for (const Strings &s : CONFIGS) {
+        Bytes file = randomTextFile(random, s);
+        ASSERT_NO_FATAL_FAILURE(openText(file, s));
+        // From offsets all over the file, not only record starts: the walk
+        // accepts any.
+        for (size_t at = 1; at < file.size(); at += 1 + random() % 40) {
+            ASSERT_EQ(windowSeek(t(), static_cast<uint32_t>(at)), 0);
+            ASSERT_EQ(locateRecordStart(t(), false), 0) << s.field << " at " << at;
+            ASSERT_EQ(windowTell(t()), modelLocateBack(file, at, s)) << s.field << " at " << at;
+        }
+    }
+}
+
 TEST_F(ReadingModel, DelimitedFieldsSplitAsTheRulesSay) {
     for (const Strings &s : CONFIGS) {
-        openText(Bytes(), s);
+        ASSERT_NO_FATAL_FAILURE(openText(Bytes(), s));
         t().current = nodeAlloc();
         std::vector<ModelEntry> model(1 + random() % 6);
         for (int round = 0; round < 1000; ++round) {
