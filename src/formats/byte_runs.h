@@ -127,51 +127,6 @@ inline const uint8_t *nextStop(StopScan &scan, const uint8_t *p) {
     }
 }
 
-namespace byteruns {
-
-inline uint64_t wordAt(const void *p) {
-    uint64_t word;
-    std::memcpy(&word, p, sizeof word);
-    return word;
-}
-
-inline constexpr uint64_t ONES = 0x0101010101010101ull;
-inline constexpr uint64_t HIGHS = 0x8080808080808080ull;
-
-// The high bit of every byte of word that lies below n (at most 128), and
-// of every byte from 127 on when high is set. Marks above the lowest may be
-// wrong; the lowest is right.
-constexpr uint64_t marksBelow(uint64_t word, uint8_t n) { return (word - n * ONES) & ~word & HIGHS; }
-constexpr uint64_t marksFrom127(uint64_t word) { return (((word & ~HIGHS) + ONES) | word) & HIGHS; }
-
-// How many bytes from p on, at most max, pass none of the marks.
-template <typename Marks, typename Passes>
-size_t unmarkedBytes(const uint8_t *p, size_t max, Marks marks, Passes passes) {
-    size_t count = 0;
-    for (; max - count >= 8; count += 8) {
-        if (uint64_t found = marks(wordAt(p + count))) return count + (std::countr_zero(found) >> 3);
-    }
-    while (count < max && passes(p[count])) ++count;
-    return count;
-}
-
-}  // namespace byteruns
-
-// strnlen, eight bytes at a time.
-inline size_t lengthBeforeZero(const char *text, size_t max) {
-    return byteruns::unmarkedBytes(
-        reinterpret_cast<const uint8_t *>(text), max, [](uint64_t w) { return byteruns::marksBelow(w, 1); },
-        [](uint8_t b) { return b != 0; });
-}
-
-// How many bytes from text on, at most max, are printable ASCII (32-126).
-inline size_t printableBytes(const char *text, size_t max) {
-    return byteruns::unmarkedBytes(
-        reinterpret_cast<const uint8_t *>(text), max,
-        [](uint64_t w) { return byteruns::marksBelow(w, 32) | byteruns::marksFrom127(w); },
-        [](uint8_t b) { return b >= 32 && b < 127; });
-}
-
 // The last stop at or before p, which lies at or before the scan's last
 // answer, looking no further back than the buffer's start; null when there
 // is none. The same scan serves a walk forward or a walk backward, not both.
@@ -198,24 +153,64 @@ inline const uint8_t *prevStop(StopScan &scan, const uint8_t *p) {
     }
 }
 
+namespace byteruns {
+
+inline uint64_t wordAt(const void *p) {
+    uint64_t word;
+    std::memcpy(&word, p, sizeof word);
+    return word;
+}
+
+inline constexpr uint64_t ONES = 0x0101010101010101ull;
+inline constexpr uint64_t HIGHS = 0x8080808080808080ull;
+
+// The high bit of every byte of word that is no printable ASCII: below 32,
+// or 127 and above. Marks above the lowest may be wrong; the lowest is right.
+constexpr uint64_t unprintableBytes(uint64_t word) {
+    uint64_t below32 = (word - 32 * ONES) & ~word & HIGHS;
+    uint64_t from127 = (((word & ~HIGHS) + ONES) | word) & HIGHS;
+    return below32 | from127;
+}
+
+}  // namespace byteruns
+
+// How many bytes from text on, at most max, are printable ASCII (32-126).
+inline size_t printableBytes(const char *text, size_t max) {
+    const auto *p = reinterpret_cast<const uint8_t *>(text);
+    size_t count = 0;
+    for (; max - count >= 8; count += 8) {
+        if (uint64_t found = byteruns::unprintableBytes(byteruns::wordAt(p + count))) {
+            return count + (std::countr_zero(found) >> 3);
+        }
+    }
+    while (count < max && p[count] >= 32 && p[count] < 127) ++count;
+    return count;
+}
+
+namespace byteruns {
+
+// count bytes, from sizeof(Word) to twice that many, as two words that
+// overlap in the middle.
+template <typename Word>
+void copyHeadAndTail(uint8_t *d, const uint8_t *s, size_t count) {
+    Word head;
+    Word tail;
+    std::memcpy(&head, s, sizeof head);
+    std::memcpy(&tail, s + count - sizeof tail, sizeof tail);
+    std::memcpy(d, &head, sizeof head);
+    std::memcpy(d + count - sizeof tail, &tail, sizeof tail);
+}
+
+}  // namespace byteruns
+
 // memcpy for the short values that fill most fields, without a call.
 inline void copyBytes(void *dst, const void *src, size_t count) {
     auto *d = static_cast<uint8_t *>(dst);
     const auto *s = static_cast<const uint8_t *>(src);
     if (count >= 8 && count <= 16) {
-        uint64_t head;
-        uint64_t tail;
-        std::memcpy(&head, s, 8);
-        std::memcpy(&tail, s + count - 8, 8);
-        std::memcpy(d, &head, 8);
-        std::memcpy(d + count - 8, &tail, 8);
+        byteruns::copyHeadAndTail<uint64_t>(d, s, count);
     } else if (count >= 4 && count < 8) {
-        uint32_t head;
-        uint32_t tail;
-        std::memcpy(&head, s, 4);
-        std::memcpy(&tail, s + count - 4, 4);
-        std::memcpy(d, &head, 4);
-        std::memcpy(d + count - 4, &tail, 4);
+        byteruns::copyHeadAndTail<uint32_t>(d, s, count);
     } else if (count < 4) {
         for (size_t i = 0; i < count; ++i) d[i] = s[i];
     } else {
