@@ -4,8 +4,8 @@
 //
 // A stop scan finds the stop bytes of a buffer 64 bytes at a time: it makes
 // a mask of the stops of one piece (with SSE2 where the processor has it),
-// and each stop in that piece then costs a bit scan. Nothing at or behind the
-// buffer's end is read.
+// and each stop in that piece then costs a bit scan. Nothing outside the
+// buffer is read.
 #pragma once
 
 #include <algorithm>
