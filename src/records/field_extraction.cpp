@@ -356,13 +356,16 @@ uint16_t loadFields(MergeTable &table, BlockHandle fields) {
     if (entries == nullptr) return ERR_MEMORY;
     if (uint16_t code = parseAttach(record)) return code;
     uint16_t code = 0;
+    // Taken once: the stores of the values could touch the table, so the
+    // compiler would read it anew for every field.
+    const int16_t count = table.fieldCount;
     if (table.kind == DB_KIND_DELIMITED) {
         const DelimitedBytes &bytes = delimitedBytes(table);
         DelimitedSplit split{bytes, stopScanStart(bytes.stops, parseCursor.cursor, parseCursor.limit)};
-        for (int16_t i = 0; code == 0 && i < table.fieldCount; ++i) code = extractDelimitedField(split, entries[i]);
+        for (int16_t i = 0; code == 0 && i < count; ++i) code = extractDelimitedField(split, entries[i]);
     } else if (isTaggedKind(table.kind)) {
         StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, parseCursor.cursor, parseCursor.limit);
-        for (int16_t i = 0; code == 0 && i < table.fieldCount; ++i) code = extractTaggedField(stops, entries[i]);
+        for (int16_t i = 0; code == 0 && i < count; ++i) code = extractTaggedField(stops, entries[i]);
     } else {
         code = ERR_FORMAT;
     }
