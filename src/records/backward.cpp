@@ -1,7 +1,6 @@
 #include "records/backward.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "formats/byte_runs.h"
