@@ -57,7 +57,8 @@ uint32_t grownCapacity(uint32_t capacity, uint32_t steps) {
 }
 
 // An entry without a block gets one here; whether its block is alive is
-// seen when the value closes, before anything of the entry changes.
+// seen when the value closes, before anything of the entry changes. This
+// and closeValue run for every field, so they are asked to be inline.
 inline uint16_t openValue(ValueBuilder &value) {
     if (value.entry.value == 0) {
         if (uint16_t code = growFieldValue(value.entry, 1)) return code;
@@ -67,9 +68,9 @@ inline uint16_t openValue(ValueBuilder &value) {
 }
 
 // Raises the capacity until it reaches needed, by as many steps as the rule
-// would take one byte at a time.
-// Whether it grows is a matter of the value's length against the last one,
-// which no branch predicts, so the steps are counted without a branch.
+// would take one byte at a time. Whether it grows depends on the value's
+// length against the last one, which no branch predicts, so the steps are
+// counted without a branch.
 uint16_t reserve(ValueBuilder &value, uint32_t needed) {
     uint32_t missing = needed > value.capacity ? needed - value.capacity : 0;
     uint32_t grown = grownCapacity(value.capacity, (missing + FIELD_GROWTH_STEP - 1) / FIELD_GROWTH_STEP);
@@ -234,7 +235,7 @@ size_t delimiterAt(const DelimitedBytes &bytes, const uint8_t *p) {
 // delimiter; false, with nothing moved, for any other shape.
 bool takeWholeDelimited(ValueBuilder &value, DelimitedSplit &split) {
     const DelimitedBytes &bytes = split.bytes;
-    uint8_t *cursor = parseCursor.cursor;
+    const uint8_t *cursor = parseCursor.cursor;
     const uint8_t *limit = parseCursor.limit;
     if (cursor >= limit) return false;
     const uint8_t *start = cursor;
@@ -254,7 +255,7 @@ bool takeWholeDelimited(ValueBuilder &value, DelimitedSplit &split) {
     size_t delimiter = delimiterAt(bytes, behind);
     if (delimiter == 0) return false;
     takeStretch(value, start, end);
-    parseCursor.cursor = cursor + (behind - cursor) + delimiter;
+    parseCursor.cursor += (behind - cursor) + delimiter;
     return true;
 }
 
