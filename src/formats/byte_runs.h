@@ -127,6 +127,14 @@ inline const uint8_t *nextStop(StopScan &scan, const uint8_t *p) {
     }
 }
 
+// The first stop from p on that is the given byte, passing over the other
+// stops; the buffer's end when there is none.
+inline const uint8_t *nextStopOf(StopScan &scan, const uint8_t *p, uint8_t byte) {
+    p = nextStop(scan, p);
+    while (p < scan.end && *p != byte) p = nextStop(scan, p + 1);
+    return p;
+}
+
 // The last stop at or before p, which lies at or before the scan's last
 // answer, looking no further back than the buffer's start; null when there
 // is none. The same scan serves a walk forward or a walk backward, not both.
@@ -172,6 +180,18 @@ constexpr uint64_t unprintableBytes(uint64_t word) {
     return below32 | from127;
 }
 
+// count bytes, from sizeof(Word) to twice that many, as two words that
+// overlap in the middle.
+template <typename Word>
+void copyHeadAndTail(uint8_t *d, const uint8_t *s, size_t count) {
+    Word head;
+    Word tail;
+    std::memcpy(&head, s, sizeof head);
+    std::memcpy(&tail, s + count - sizeof tail, sizeof tail);
+    std::memcpy(d, &head, sizeof head);
+    std::memcpy(d + count - sizeof tail, &tail, sizeof tail);
+}
+
 }  // namespace byteruns
 
 // How many bytes from text on, at most max, are printable ASCII (32-126).
@@ -186,22 +206,6 @@ inline size_t printableBytes(const char *text, size_t max) {
     while (count < max && p[count] >= 32 && p[count] < 127) ++count;
     return count;
 }
-
-namespace byteruns {
-
-// count bytes, from sizeof(Word) to twice that many, as two words that
-// overlap in the middle.
-template <typename Word>
-void copyHeadAndTail(uint8_t *d, const uint8_t *s, size_t count) {
-    Word head;
-    Word tail;
-    std::memcpy(&head, s, sizeof head);
-    std::memcpy(&tail, s + count - sizeof tail, sizeof tail);
-    std::memcpy(d, &head, sizeof head);
-    std::memcpy(d + count - sizeof tail, &tail, sizeof tail);
-}
-
-}  // namespace byteruns
 
 // memcpy for the short values that fill most fields, without a call.
 inline void copyBytes(void *dst, const void *src, size_t count) {

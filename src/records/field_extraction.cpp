@@ -165,13 +165,6 @@ uint16_t taggedToken(ValueBuilder &value, bool &ended) {
     }
 }
 
-// The first byte from p on that is a quote's first byte, or the scan's end.
-const uint8_t *nextQuote(StopScan &stops, const uint8_t *p, uint8_t quoteStart) {
-    p = nextStop(stops, p);
-    while (p < stops.end && *p != quoteStart) p = nextStop(stops, p + 1);
-    return p;
-}
-
 // The inside of a quoted stretch, from behind its opening quote up to the
 // quote that closes it, on which the cursor stays. Only the quote means
 // anything here.
@@ -181,7 +174,7 @@ uint16_t quotedStretch(ValueBuilder &value, DelimitedSplit &split) {
     const auto quoteStart = static_cast<uint8_t>(strings.quote[0]);
     while (value.length < FIELD_VALUE_LIMIT && cursor < parseCursor.limit) {
         if (*cursor != quoteStart) {
-            const uint8_t *stop = std::min(nextQuote(split.stops, cursor, quoteStart), runLimit(value));
+            const uint8_t *stop = std::min(nextStopOf(split.stops, cursor, quoteStart), runLimit(value));
             if (uint16_t code = copyRun(value, stop)) return code;
             continue;
         }
@@ -244,7 +237,7 @@ bool takeWholeDelimited(ValueBuilder &value, DelimitedSplit &split) {
     if ((bytes.opens[*cursor] & OPENS_QUOTE) != 0) {
         if (bytes.strings.quote.size() != 1) return false;
         start = cursor + 1;
-        end = nextQuote(split.stops, start, *cursor);
+        end = nextStopOf(split.stops, start, *cursor);
         if (end >= limit || !quoteClosesAt(end, limit, bytes.strings)) return false;
         behind = end + 1;
     } else {

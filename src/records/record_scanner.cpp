@@ -195,8 +195,7 @@ bool quoteCloses(MergeTable &table, const ScanStrings &scan) {
 const uint8_t *delimitedLanePass(const ScanStrings &scan, StopScan &stops, const uint8_t *p, Place &place) {
     if (place == Place::InStretch) {
         if (*p != scan.quoteStart) {
-            p = nextStop(stops, p);
-            while (p < stops.end && *p != scan.quoteStart) p = nextStop(stops, p + 1);
+            p = nextStopOf(stops, p, static_cast<uint8_t>(scan.quoteStart));
             return p < stops.end ? p : nullptr;
         }
         size_t n = matchedBytes(p, scan.bytes.strings.quote);
