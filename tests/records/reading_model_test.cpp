@@ -33,11 +33,15 @@ struct Strings {
 const Strings CONFIGS[] = {
     {",", "\r\n", "\"", ""}, {",", "\n", "\"", " "}, {"::", "\r\n", "''", "--"},
     {";", ";;\n", ";\"", ";-"}, {"\t", "\n", "", ""}, {",", "\r\n", "\"\"", "\""},
-    {",", ",\n", "\"", ""}, {",", "\n", "',", ""},
+    {",", ",\n", "\"", ""}, {",", "\n", "',", ""}, {"\xA0", "\xFE\xA0\xFE", "", ""},
 };
 
 bool standsAt(const Bytes &b, size_t at, const std::string &s) {
-    return at + s.size() <= b.size() && std::equal(s.begin(), s.end(), b.begin() + static_cast<ptrdiff_t>(at));
+    if (at + s.size() > b.size()) return false;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (b[at + i] != static_cast<uint8_t>(s[i])) return false;
+    }
+    return true;
 }
 
 bool opens(const std::string &s, uint8_t byte) { return !s.empty() && static_cast<uint8_t>(s[0]) == byte; }
@@ -359,6 +363,9 @@ TEST_F(ReadingModel, DelimitedFieldsSplitAsTheRulesSay) {
         std::vector<ModelEntry> model(1 + random() % 6);
         for (int round = 0; round < 1000; ++round) {
             Bytes record = randomDelimited(random, s, random() % 24);
+            // Now and then a value past the limit, whose rest starts the
+            // next field.
+            if (round % 50 == 0) record.insert(record.begin(), FIELD_VALUE_LIMIT + 5, 'a');
             ASSERT_NO_FATAL_FAILURE(splitBoth(record, model, s));
         }
     }
@@ -392,8 +399,27 @@ TEST_F(ReadingModel, TaggedFieldsSplitAsTheRulesSay) {
             const Bytes &piece = pieces[random() % std::size(pieces)];
             record.insert(record.end(), piece.begin(), piece.end());
         }
+        // Now and then text up to the limit, and a token that takes the
+        // value past it.
+        if (round % 50 == 0) {
+            const uint8_t extended[] = {TOKEN_LEAD_EXTENDED_CHAR, 0x41, 1, TOKEN_LEAD_EXTENDED_CHAR};
+            record.insert(record.begin(), std::begin(extended), std::end(extended));
+            record.insert(record.begin(), FIELD_VALUE_LIMIT - 2, 'a');
+        }
         ASSERT_NO_FATAL_FAILURE(splitBoth(record, model, Strings{}));
     }
+}
+
+TEST_F(ReadingModel, ASplitNeedsAKnownKindAndACurrentRecord) {
+    ASSERT_NO_FATAL_FAILURE(openText(Bytes(), CONFIGS[0]));
+    t().current = nodeAlloc();
+    std::vector<ModelEntry> model(1);
+    ASSERT_NO_FATAL_FAILURE(splitBoth(test::bytesOf("a\r\n"), model, CONFIGS[0]));
+    t().kind = 42;
+    EXPECT_EQ(loadFields(t(), t().fields), ERR_FORMAT);
+    nodeFree(t().current);
+    t().current = 0;
+    EXPECT_EQ(loadFields(t(), t().fields), ERR_MEMORY);
 }
 
 }  // namespace

@@ -57,35 +57,6 @@ protected:
     uint32_t table = 0;
 };
 
-TEST_F(ScannerTest, DelimitedRecordsKeepTheirDelimitersAndQuotedStretches) {
-    std::string text = "a,\"b\r\nc\"\r\n"     // a record delimiter inside a stretch
-                       "x\"p\"q\",z\r\n"      // a quote followed by a letter is text
-                       "\r\r\n"               // a lone first byte of the delimiter is text
-                       "\r\n"                 // an empty line is a record
-                       "tail without end";
-    ASSERT_EQ(openText(bytesOf(text)), 0u);
-    uint16_t end = 0;
-    std::vector<std::string> records = scanAll(&end);
-    EXPECT_EQ(end, ERR_END_OF_FILE);
-    ASSERT_EQ(records.size(), 4u);
-    EXPECT_EQ(records[0], "a,\"b\r\nc\"\r\n");
-    EXPECT_EQ(records[1], "x\"p\"q\",z\r\n");
-    EXPECT_EQ(records[2], "\r\r\n");
-    EXPECT_EQ(records[3], "\r\n");
-}
-
-TEST_F(ScannerTest, MultiByteDelimitersAcrossFillsAndHighBytes) {
-    // Records of 1000 bytes with a three-byte delimiter whose bytes are all
-    // 128 or more, so that some delimiters are split by the window's fills.
-    const std::string delimiter = "\xFE\xA0\xFE";
-    std::string text;
-    for (int i = 0; i < 40; ++i) text += std::string(997, static_cast<char>('a' + i % 26)) + delimiter;
-    ASSERT_EQ(openText(bytesOf(text), "\xA0", delimiter.c_str(), "", ""), 0u);
-    std::vector<std::string> records = scanAll();
-    ASSERT_EQ(records.size(), 40u);
-    for (int i = 0; i < 40; ++i) EXPECT_EQ(records[i], text.substr(i * 1000, 1000)) << i;
-}
-
 TEST_F(ScannerTest, RecordLengthLimits) {
     auto recordOf = [](size_t size) { return std::string(size - 1, 'v') + "\n"; };
     ASSERT_EQ(openText(bytesOf(recordOf(4096) + recordOf(28672) + recordOf(28673) + "z\n"), ",", "\n"), 0u);
