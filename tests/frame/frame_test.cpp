@@ -1,5 +1,4 @@
-// The driver frame: blocks, sessions, messages, databases and the constant
-// answers.
+// The driver frame: blocks, sessions, messages and databases.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -121,16 +120,6 @@ TEST(FrameDatabase, OpenTestsThePathAndCloseFreesTheRecord) {
     EXPECT_EQ(dbCloseDBMerge(&database), 0u);
 }
 
-TEST(FrameConstantAnswers, NoQueriesIndexesOrTransactions) {
-    EXPECT_EQ(dbGetIndexNamesMerge(), DB_RESULT_END_OF_DATA);
-    EXPECT_EQ(dbGetDBNamesMerge(), DB_RESULT_END_OF_DATA);
-    EXPECT_EQ(dbGetIndexInfoMerge(), 0x03FE000Bu);
-    EXPECT_EQ(dbExecQueryMerge(), 0x03FE000Bu);
-    EXPECT_EQ(dbCreateDBMerge(), 0x03FE000Bu);
-    EXPECT_EQ(dbCommitMerge(), 0u);
-    EXPECT_EQ(dbRollbackMerge(), 0u);
-    EXPECT_EQ(dbSwitchToIndexMerge(), 0u);
-}
 
 }  // namespace
 }  // namespace mergedb
