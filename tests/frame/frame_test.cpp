@@ -120,6 +120,5 @@ TEST(FrameDatabase, OpenTestsThePathAndCloseFreesTheRecord) {
     EXPECT_EQ(dbCloseDBMerge(&database), 0u);
 }
 
-
 }  // namespace
 }  // namespace mergedb
