@@ -3,13 +3,11 @@
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "codepage.h"
 
-namespace tool {
+namespace mergedb::host {
 namespace {
 
 // Buffers that the driver fills without being told their size.
@@ -21,34 +19,32 @@ constexpr uint16_t START_WALK = 1;
 constexpr uint16_t GO_ON = 0;
 constexpr uint16_t TABLE_KIND = 1;
 constexpr uint16_t TABLE_FIELD_COUNT = 2;
-constexpr uint16_t FIELD_INDEX = 3;
 constexpr uint16_t FIELD_NUMBERS = 4;
-constexpr uint16_t OPTION_ANSI_TEXT = 1;
 
-// The message module beside the tool as in the build tree, else the one of
-// the installation that holds the tool, else the one of the configured
-// installation prefix.
+// Where a binary that holds this code may find the message module: beside
+// it, as in the build tree, or in the library folder of its installation.
+void addPlaces(std::vector<std::filesystem::path> &places, const std::filesystem::path &binary) {
+    places.push_back(binary.parent_path() / MERGEDB_MESSAGES_FILE);
+    places.push_back(binary.parent_path().parent_path() / MERGEDB_LIBDIR / MERGEDB_MESSAGES_FILE);
+}
+
+// The message module near the program, else near the loadable module that
+// holds this code, else the one of the configured installation prefix.
 void *loadMessages() {
+    std::vector<std::filesystem::path> places;
     std::error_code error;
     std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    std::vector<std::filesystem::path> places;
-    if (!error) {
-        places.push_back(self.parent_path() / MERGEDB_MESSAGES_FILE);
-        places.push_back(self.parent_path().parent_path() / MERGEDB_LIBDIR / MERGEDB_MESSAGES_FILE);
+    if (!error) addPlaces(places, self);
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void *>(&addPlaces), &info) != 0 && info.dli_fname != nullptr &&
+        info.dli_fname[0] == '/') {
+        addPlaces(places, info.dli_fname);
     }
     places.push_back(std::filesystem::path(MERGEDB_INSTALL_LIBDIR) / MERGEDB_MESSAGES_FILE);
     for (const std::filesystem::path &place : places) {
         if (void *module = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL)) return module;
     }
     return nullptr;
-}
-
-uint16_t sniffSubtype(const std::string &file) {
-    static constexpr char TAGGED_MAGIC[4] = {'\xFF', 'Z', 'R', 'N'};
-    char head[4] = {};
-    std::ifstream in(file, std::ios::binary);
-    in.read(head, sizeof head);
-    return in && std::memcmp(head, TAGGED_MAGIC, sizeof head) == 0 ? DB_SUBTYPE_TAGGED : DB_SUBTYPE_DELIMITED;
 }
 
 // The names of a walk of the driver, which mode 1 starts and mode 0 goes on
@@ -66,91 +62,93 @@ std::vector<std::string> walkNames(const Session &session, const std::string &co
     }
 }
 
+// The driver's text for a result, or what stands in for it without the
+// message module.
+std::string driverMessage(DbResult result) {
+    char text[MESSAGE_BUFFER] = "";
+    dbErrMsgMerge(result, text);
+    if (text[0] != '\0') return toUtf8(text, Encoding::Cp437);
+    return "driver error " + std::to_string(DB_RESULT_CODE(result)) + " (the message module was not found)";
+}
+
 // A text of zero length would mark the field as blank instead of emptying it.
 uint16_t putLength(const std::string &text) { return static_cast<uint16_t>(std::max<size_t>(text.size(), 1)); }
 
 }  // namespace
 
-Session::Session(bool utf8) : utf8_(utf8) {
+Session::Session() {
     // The module stays loaded: the driver keeps its handle for its lifetime.
     dbInitMerge(1, 0, 0, 0, &session_, loadMessages());
 }
 
 Session::~Session() { dbExitMerge(&session_); }
 
-std::string Session::show(std::string_view oem) const { return utf8_ ? oemToUtf8(oem) : std::string(oem); }
-
 std::string Session::dataTypeName() const {
     char name[NAME_BUFFER] = "";
     check(dbGetTypeNamesMerge(0, 0, name, START_WALK), "data type");
-    return show(name);
+    return toUtf8(name, Encoding::Cp437);
 }
 
 void Session::check(DbResult result, const std::string &context) const {
     if (result == DB_RESULT_OK) return;
-    char text[MESSAGE_BUFFER] = "";
-    dbErrMsgMerge(result, text);
-    std::string message = text[0] != '\0' ? show(text)
-                                          : "driver error " + std::to_string(DB_RESULT_CODE(result)) +
-                                                " (the message module was not found)";
-    throw Failure(context, message);
+    throw DriverError(context, driverMessage(result), DB_RESULT_CODE(result));
 }
 
 Database::Database(const Session &session, uint16_t subtype, const std::string &path)
-    : session_(session), path_(path) {
-    session.check(dbOpenDBMerge(subtype, 0, 0, path.empty() ? nullptr : path.c_str(), &handle_),
-                  path.empty() ? "." : path);
+    : session_(session), label_(path.empty() ? "." : toUtf8(path, Encoding::Cp437)) {
+    session.check(dbOpenDBMerge(subtype, 0, 0, path.empty() ? nullptr : path.c_str(), &handle_), label_);
 }
 
 Database::~Database() { dbCloseDBMerge(&handle_); }
 
-std::string Database::filePath(const std::string &name) const { return path_.empty() ? name : path_ + "/" + name; }
-
 std::vector<std::string> Database::tableNames() const {
-    return walkNames(session_, path_,
+    return walkNames(session_, label_,
                      [this](char *name, uint16_t mode) { return dbGetTableNamesMerge(handle_, name, mode); });
 }
 
 std::vector<std::pair<uint16_t, std::string>> Database::tableKinds() const {
     std::vector<uint16_t> kinds;
-    std::vector<std::string> names = walkNames(session_, path_, [this, &kinds](char *name, uint16_t mode) {
+    std::vector<std::string> names = walkNames(session_, label_, [this, &kinds](char *name, uint16_t mode) {
         uint16_t kind = 0;
         DbResult result = dbGetDBSubTypesMerge(handle_, name, &kind, mode);
         if (result == DB_RESULT_OK) kinds.push_back(kind);
         return result;
     });
     std::vector<std::pair<uint16_t, std::string>> named;
-    for (size_t i = 0; i < names.size(); ++i) named.emplace_back(kinds[i], session_.show(names[i]));
+    for (size_t i = 0; i < names.size(); ++i) named.emplace_back(kinds[i], toUtf8(names[i], Encoding::Cp437));
     return named;
 }
 
 std::string Database::textInfo(uint16_t item) const {
     char text[NAME_BUFFER] = "";
     session_.check(dbGetDBInfoMerge(handle_, text, item), "database information");
-    return session_.show(text);
+    return toUtf8(text, Encoding::Cp437);
 }
 
 bool Database::exists(const std::string &name) const {
     uint32_t exists = 0;
-    session_.check(dbExistsMerge(0, handle_, name.c_str(), &exists), name);
+    session_.check(dbExistsMerge(0, handle_, name.c_str(), &exists), toUtf8(name, Encoding::Cp437));
     return exists != 0;
 }
 
-void Database::erase(const std::string &name) const { session_.check(dbEraseMerge(0, handle_, name.c_str()), name); }
-
-void Database::create(const TablePath &path, uint16_t kind, const std::vector<std::string> &fields) const {
-    uint32_t list = 0;
-    for (const std::string &field : fields) session_.check(dbBuildMerge(&list, field.c_str()), path.label);
-    session_.check(dbCreateMerge(handle_, path.name.c_str(), list, kind), path.label);
+void Database::erase(const std::string &name) const {
+    session_.check(dbEraseMerge(0, handle_, name.c_str()), toUtf8(name, Encoding::Cp437));
 }
 
-Table::Table(const Database &database, const TablePath &path, const Delimiters &delimiters, Access access)
-    : session_(database.session()), label_(path.label), buffer_(LONG_TEXT_BUFFER) {
+void Database::create(const std::string &name, const std::string &label, uint16_t kind,
+                      const std::vector<std::string> &fields) const {
+    uint32_t list = 0;
+    for (const std::string &field : fields) session_.check(dbBuildMerge(&list, field.c_str()), label);
+    session_.check(dbCreateMerge(handle_, name.c_str(), list, kind), label);
+}
+
+Table::Table(const Database &database, const std::string &name, const std::string &label, uint16_t subtype,
+             const Delimiters &delimiters, Access access)
+    : session_(database.session()), label_(label), buffer_(LONG_TEXT_BUFFER) {
     bool readOnly = access == Access::Read;
-    check(dbOpenTableMerge(sniffSubtype(database.filePath(path.name)), database.handle(), path.name.c_str(),
-                           readOnly ? 1 : 0, readOnly ? 0 : 1, &handle_, delimiters.field.c_str(),
-                           delimiters.record.c_str(), delimiters.quote.c_str(), delimiters.ignore.c_str(), 0));
-    if (delimiters.ansi) check(dbSetTableOptionMerge(handle_, OPTION_ANSI_TEXT));
+    check(dbOpenTableMerge(subtype, database.handle(), name.c_str(), readOnly ? 1 : 0, readOnly ? 0 : 1, &handle_,
+                           delimiters.field.c_str(), delimiters.record.c_str(), delimiters.quote.c_str(),
+                           delimiters.ignore.c_str(), 0));
 }
 
 Table::~Table() {
@@ -176,22 +174,13 @@ std::vector<std::string> Table::fieldNames() const {
     });
 }
 
-uint16_t Table::fieldIndex(const std::string &name) const {
-    uint16_t index = 0;
-    session_.check(dbGetFieldInfoMerge(handle_, name.c_str(), &index, FIELD_INDEX),
-                   label_ + ": field " + session_.show(name));
-    return index;
-}
-
 std::array<uint16_t, 4> Table::fieldNumbers(uint16_t index) const {
     std::array<uint16_t, 4> numbers{};
     check(dbGetFieldInfoHMerge(handle_, index, numbers.data(), FIELD_NUMBERS));
     return numbers;
 }
 
-bool Table::find(bool first, bool blankRule) {
-    return moved(dbFindRecordMerge(handle_, 0, 0, 0, first ? 1 : 0, blankRule ? 1 : 0));
-}
+Moved Table::jump(uint32_t offset) { return moved(dbGetRecordMerge(handle_, 0, nullptr, offset)); }
 
 std::string Table::value(uint16_t index) {
     uint16_t length = 0;
@@ -199,24 +188,15 @@ std::string Table::value(uint16_t index) {
     return std::string(buffer_.data(), std::min<size_t>(length, buffer_.size() - 1));
 }
 
-std::vector<std::string> Table::values(const std::vector<uint16_t> &indexes) {
-    std::vector<std::string> values;
-    values.reserve(indexes.size());
-    for (uint16_t index : indexes) values.push_back(value(index));
-    return values;
-}
-
 void Table::clear() { check(dbClearRecordMerge(handle_)); }
 
-void Table::put(uint16_t index, const std::string &text) {
-    check(dbPutFieldValueHMerge(handle_, index, text.c_str(), DB_TYPE_LONG_TEXT, putLength(text)));
+void Table::put(uint16_t index, const std::string &bytes) {
+    check(dbPutFieldValueHMerge(handle_, index, bytes.c_str(), DB_TYPE_LONG_TEXT, putLength(bytes)));
 }
 
-void Table::putByName(const std::string &name, const std::string &text) {
-    check(dbPutFieldValueMerge(handle_, name.c_str(), text.c_str(), DB_TYPE_LONG_TEXT, putLength(text)));
+void Table::putByName(const std::string &name, const std::string &bytes) {
+    check(dbPutFieldValueMerge(handle_, name.c_str(), bytes.c_str(), DB_TYPE_LONG_TEXT, putLength(bytes)));
 }
-
-void Table::putBlank(uint16_t index) { check(dbPutFieldValueHMerge(handle_, index, "", DB_TYPE_LONG_TEXT, 0)); }
 
 void Table::insert() { check(dbInsertMerge(handle_, 0, nullptr)); }
 
@@ -235,10 +215,11 @@ void Table::close() {
     edited_ = false;
 }
 
-bool Table::moved(DbResult result) {
-    if (result == DB_RESULT_END_OF_DATA) return false;
-    check(result);
-    return true;
+Moved Table::moved(DbResult result) {
+    if (result == DB_RESULT_OK) return Moved::Record;
+    if (result == DB_RESULT_END_OF_DATA) return Moved::End;
+    moveError_ = driverMessage(result);
+    return Moved::Unsplit;
 }
 
 void Table::check(DbResult result) const { session_.check(result, label_); }
@@ -252,4 +233,4 @@ std::string_view kindName(uint16_t kind) {
     }
 }
 
-}  // namespace tool
+}  // namespace mergedb::host
