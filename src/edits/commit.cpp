@@ -86,23 +86,30 @@ uint16_t writeNewFile(MergeTable &table, FileObject &newFile) {
 // host can still close it.
 MergeTable closedTable() { return MergeTable{}; }
 
-// Steps 1 to 4 of a commit, under the directory's lock, so that no other
-// process opens the old file after its close or the new file before it is
-// open here: the old file goes to the backup name and is opened there, and
-// the new file is made under the table's name and takes the old file's
-// permissions and owner.
+// The steps of a commit that swap the files, under the directory's lock, so
+// that no other process opens the old file after its close or the new file
+// before it is open here: the old file goes to the backup name and is
+// opened there, and the new file is made under the table's name.
 uint16_t swapInNewFile(MergeTable &table, const char *savedName, const char *backup, FileObject &newFile) {
     const Env &env = *table.file.env;
     DirectoryLock lock(env, savedName);
+    uint64_t position = table.file.position;
     fileClose(&table.file);
-    if (fileRename(env, backup, table.fileName) != 0) return ERR_RENAME;
+    if (fileRename(env, backup, table.fileName) != 0) {
+        // The table stays as it was, held again at once, so that no other
+        // process can change the file under a commit that is tried again.
+        fileOpen(env, table.fileName, table.accessFlags, &table.file, LockHeld::Yes);
+        table.file.position = position;
+        return ERR_RENAME;
+    }
     if (fileOpen(env, backup, MODE_OLD_FILE, &table.file, LockHeld::Yes) != 0) return ERR_OPEN;
     std::memcpy(table.fileName, backup, PATH_BUFFER_SIZE);
     return fileCreate(env, savedName, MODE_CREATE_REPLACE, &newFile, LockHeld::Yes);
 }
 
-// The whole new file, on the disk before the backup may go. A file that
-// 32-bit offsets can't reach again would not open.
+// The whole new file, with the old file's permissions and owner, on the
+// disk before the backup may go. A file that 32-bit offsets can't reach
+// would not open again.
 uint16_t fillNewFile(MergeTable &table, FileObject &newFile) {
     if (uint16_t code = fileCopyOwnership(table.file, newFile)) return code;
     if (uint16_t code = writeNewFile(table, newFile)) return code;
