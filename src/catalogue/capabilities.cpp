@@ -213,7 +213,7 @@ extern "C" DbResult MERGEDB_CALL dbExistsMerge(uint32_t, uint32_t handle, const 
     const MergeDatabase *database = databaseLock(handle);
     if (database == nullptr || name == nullptr || exists == nullptr) return errorResult(ERR_MEMORY);
     char path[PATH_BUFFER_SIZE];
-    *exists = joinTablePath(*database, name, TableName::Whole, path) && fileExists(path) == 0 ? 1 : 0;
+    *exists = joinTablePath(*database, name, TableName::Whole, path) && fileExists(*database->env, path) == 0 ? 1 : 0;
     return DB_RESULT_OK;
 }
 
@@ -222,5 +222,5 @@ extern "C" DbResult MERGEDB_CALL dbEraseMerge(uint32_t, uint32_t handle, const c
     if (database == nullptr || name == nullptr) return errorResult(ERR_MEMORY);
     char path[PATH_BUFFER_SIZE];
     if (!joinTablePath(*database, name, TableName::Whole, path)) return errorResult(ERR_DELETE);
-    return errorResult(fileDelete(path));
+    return errorResult(fileDelete(*database->env, path));
 }

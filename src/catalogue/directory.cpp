@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "frame/result.h"
-#include "tablefile/file_service.h"
+#include "platform/windows_api.h"
 
 namespace mergedb {
 namespace {
@@ -14,9 +14,7 @@ namespace {
 constexpr uint16_t WALK_FIRST = 1;
 
 // Normal files and archive files, and so every plain file; no directories.
-constexpr uint8_t TABLE_WALK_MASK = FILE_ATTRIBUTE_NORMAL;
-
-constexpr char ALL_ENTRIES[] = "*.*";
+constexpr uint8_t TABLE_WALK_MASK = ATTRIBUTE_NORMAL;
 
 // Extensions of files that are never tables, compared without case.
 constexpr const char *SKIPPED_EXTENSIONS[] = {"DLL", "EXE", "COM", "OBJ", "ZRQ", "SET", "DO", "ML", "BIF"};
@@ -43,47 +41,41 @@ constexpr LANGID SUBLANGUAGE_SIMPLIFIED = 0x0800;
 constexpr LANGID LANGUAGE_JAPANESE_ID = 0x11;
 constexpr LANGID LANGUAGE_KOREAN_ID = 0x12;
 
-// The code of the call that just failed; never 0, so a failure stays one.
-uint16_t lastFailure() {
-    uint16_t code = portError(GetLastError());
-    return code == 0 ? PORT_GENERAL : code;
-}
-
-uint16_t findNextEntry(FindState &find) {
-    return FindNextFileA(find.findHandle, &find.findData) ? 0 : lastFailure();
+uint16_t findNextEntry(const Env &env, FindState &find) {
+    return env.walkNext(find.walk, &find.entry) ? WALK_ENTRY : WALK_END;
 }
 
 bool isDotName(const char *name) { return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0; }
 
 // A directory is left out unless the mask asks for directories.
-bool isUnwantedDirectory(DWORD attributes, uint8_t mask) {
-    return (mask & FILE_ATTRIBUTE_DIRECTORY) == 0 && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+bool isUnwantedDirectory(uint32_t attributes, uint8_t mask) {
+    return (mask & ATTRIBUTE_DIRECTORY) == 0 && (attributes & ATTRIBUTE_DIRECTORY) != 0;
 }
 
 // An entry passes when its attributes share a bit with the mask, or when it
 // has none at all and the mask holds the normal bit.
-bool attributesPass(DWORD attributes, uint8_t mask) {
-    return (attributes & mask) != 0 || ((mask & FILE_ATTRIBUTE_NORMAL) != 0 && attributes == 0);
+bool attributesPass(uint32_t attributes, uint8_t mask) {
+    return (attributes & mask) != 0 || ((mask & ATTRIBUTE_NORMAL) != 0 && attributes == 0);
 }
 
 // Steps the walk over what its mask leaves out: first "." and ".." (when
 // testDotNames) and unwanted directories, then entries whose attributes do
 // not pass. The second loop does not repeat the first test.
-uint16_t skipFiltered(FindState &find, uint8_t mask, bool testDotNames) {
-    const WIN32_FIND_DATAA &entry = find.findData;
-    while ((testDotNames && isDotName(entry.cFileName)) || isUnwantedDirectory(entry.dwFileAttributes, mask)) {
-        if (uint16_t code = findNextEntry(find)) return code;
+uint16_t skipFiltered(const Env &env, FindState &find, uint8_t mask, bool testDotNames) {
+    const DirEntry &entry = find.entry;
+    while ((testDotNames && isDotName(entry.name)) || isUnwantedDirectory(entry.attributes, mask)) {
+        if (uint16_t code = findNextEntry(env, find)) return code;
     }
-    while (!attributesPass(entry.dwFileAttributes, mask)) {
-        if (uint16_t code = findNextEntry(find)) return code;
+    while (!attributesPass(entry.attributes, mask)) {
+        if (uint16_t code = findNextEntry(env, find)) return code;
     }
-    return 0;
+    return WALK_ENTRY;
 }
 
 // path: directory, then name behind a separator where one is needed.
 uint16_t buildPath(const char *directory, const char *name, char (&path)[PATH_BUFFER_SIZE]) {
     size_t length = strnlen(directory, PATH_BUFFER_SIZE);
-    if (length == PATH_BUFFER_SIZE) return PORT_NAME_TOO_LONG;
+    if (length == PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
     std::memcpy(path, directory, length + 1);
     char *end = path + length;
     return pathAppend(path, name, &end);
@@ -92,77 +84,78 @@ uint16_t buildPath(const char *directory, const char *name, char (&path)[PATH_BU
 // Hands the walk's entry to the caller.
 uint16_t takeEntry(const FindState &find, const char *directory, char (&resultPath)[PATH_BUFFER_SIZE],
                    uint8_t &attributesOut) {
-    if (uint16_t code = buildPath(directory, find.findData.cFileName, resultPath)) return code;
-    attributesOut = static_cast<uint8_t>(find.findData.dwFileAttributes);
-    return 0;
+    if (uint16_t code = buildPath(directory, find.entry.name, resultPath)) return code;
+    attributesOut = static_cast<uint8_t>(find.entry.attributes);
+    return WALK_ENTRY;
 }
 
 // One step of the table name walk: 0 with the entry in resultPath, or the
 // code that ended it.
 uint16_t tableWalkStep(MergeDatabase &database, uint16_t firstOrNext, char (&resultPath)[PATH_BUFFER_SIZE]) {
+    const Env &env = *database.env;
     FindState &find = database.find;
     uint8_t attributes = 0;
     uint16_t code = 0;
     if (firstOrNext == WALK_FIRST) {
         // A walk that was left open is given up, not leaked.
-        dirFindClose(find);
-        code = dirFindFirst(database.path, TABLE_WALK_MASK, find, resultPath, attributes);
+        dirFindClose(env, find);
+        code = dirFindFirst(env, database.path, TABLE_WALK_MASK, find, resultPath, attributes);
         database.findOpen = code == 0 ? 1 : 0;
     } else {
-        code = dirFindNext(find, resultPath, attributes);
+        code = dirFindNext(env, find, resultPath, attributes);
     }
-    while (code == 0 && isSkippedExtension(resultPath)) code = dirFindNext(find, resultPath, attributes);
-    if (code == PORT_NO_MORE_FILES && database.findOpen != 0) dirFindClose(find);
+    while (code == 0 && isSkippedExtension(resultPath)) code = dirFindNext(env, find, resultPath, attributes);
+    if (code == WALK_END && database.findOpen != 0) dirFindClose(env, find);
     return code;
 }
 
 }  // namespace
 
-uint16_t dirFindFirst(const char *directory, uint8_t mask, FindState &find, char (&resultPath)[PATH_BUFFER_SIZE],
-                      uint8_t &attributesOut) {
-    find.findHandle = INVALID_HANDLE_VALUE;
-    if (directory == nullptr) return PORT_NOT_FOUND;
-    if ((mask & FILE_ATTRIBUTE_NORMAL) != 0) mask |= FILE_ATTRIBUTE_ARCHIVE;
-    char pattern[PATH_BUFFER_SIZE];
-    if (buildPath(directory, ALL_ENTRIES, pattern) != 0) return PORT_NAME_TOO_LONG;
-    find.findHandle = FindFirstFileA(pattern, &find.findData);
-    if (find.findHandle == INVALID_HANDLE_VALUE) return lastFailure();
-    uint16_t code = skipFiltered(find, mask, true);
+uint16_t dirFindFirst(const Env &env, const char *directory, uint8_t mask, FindState &find,
+                      char (&resultPath)[PATH_BUFFER_SIZE], uint8_t &attributesOut) {
+    find.walk = nullptr;
+    if (directory == nullptr) return WALK_FAILED;
+    if (strnlen(directory, PATH_BUFFER_SIZE) == PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
+    if ((mask & ATTRIBUTE_NORMAL) != 0) mask |= ATTRIBUTE_ARCHIVE;
+    find.walk = env.walkFirst(directory, &find.entry);
+    if (find.walk == nullptr) return WALK_FAILED;
+    uint16_t code = skipFiltered(env, find, mask, true);
     if (code == 0) code = takeEntry(find, directory, resultPath, attributesOut);
     if (code != 0) {
-        dirFindClose(find);
+        dirFindClose(env, find);
         return code;
     }
     find.attributeMask = mask;
-    // The pattern was built from it, so the directory fits.
     std::memcpy(find.dirPrefix, directory, std::strlen(directory) + 1);
-    return 0;
+    return WALK_ENTRY;
 }
 
-uint16_t dirFindNext(FindState &find, char (&resultPath)[PATH_BUFFER_SIZE], uint8_t &attributesOut) {
-    uint16_t code = findNextEntry(find);
-    if (code == 0) code = skipFiltered(find, find.attributeMask, false);
+uint16_t dirFindNext(const Env &env, FindState &find, char (&resultPath)[PATH_BUFFER_SIZE],
+                     uint8_t &attributesOut) {
+    if (find.walk == nullptr) return WALK_END;
+    uint16_t code = findNextEntry(env, find);
+    if (code == 0) code = skipFiltered(env, find, find.attributeMask, false);
     if (code == 0) code = takeEntry(find, find.dirPrefix, resultPath, attributesOut);
     return code;
 }
 
-void dirFindClose(FindState &find) {
-    if (find.findHandle != INVALID_HANDLE_VALUE) FindClose(find.findHandle);
-    find.findHandle = INVALID_HANDLE_VALUE;
+void dirFindClose(const Env &env, FindState &find) {
+    if (find.walk != nullptr) env.walkClose(find.walk);
+    find.walk = nullptr;
 }
 
 uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **end) {
     char *position = *end;
     if (position != buffer && *lastChar(buffer, position, languageClass()) != PATH_SEPARATOR) {
         // The separator needs room for itself and a terminator.
-        if (position - buffer + 2 > PATH_BUFFER_SIZE) return PORT_NAME_TOO_LONG;
+        if (position - buffer + 2 > PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
         *position++ = PATH_SEPARATOR;
         *position = '\0';
         *end = position;
     }
     size_t used = static_cast<size_t>(position - buffer);
     size_t length = std::strlen(name);
-    if (used + length + 1 > PATH_BUFFER_SIZE) return PORT_NAME_TOO_LONG;
+    if (used + length + 1 > PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
     std::memcpy(position, name, length + 1);
     *end = position + length;
     return 0;

@@ -18,23 +18,28 @@ inline constexpr int LANGUAGE_OTHER = 14;
 inline constexpr int LANGUAGE_JAPANESE = 26;
 inline constexpr int LANGUAGE_KOREAN = 27;
 
+// What a step of a walk over a directory gives: an entry, the end of the
+// directory, a name too long for a path, or a directory that can't be read.
+enum WalkCode : uint16_t { WALK_ENTRY = 0, WALK_END, WALK_NAME_TOO_LONG, WALK_FAILED };
+
 // Opens a walk over directory and finds its first entry that passes mask
 // (attribute bits; the normal bit 0x80 brings in archive, 0x20, and entries
 // without attributes). resultPath receives the directory joined with the
-// entry's name. 0 or a PORT_ code; a failure leaves no walk open.
-uint16_t dirFindFirst(const char *directory, uint8_t mask, FindState &find, char (&resultPath)[PATH_BUFFER_SIZE],
-                      uint8_t &attributesOut);
+// entry's name. A failure leaves no walk open.
+uint16_t dirFindFirst(const Env &env, const char *directory, uint8_t mask, FindState &find,
+                      char (&resultPath)[PATH_BUFFER_SIZE], uint8_t &attributesOut);
 
-// The next entry of the walk that passes its mask. 0 or a PORT_ code; the
-// walk stays open on failure.
-uint16_t dirFindNext(FindState &find, char (&resultPath)[PATH_BUFFER_SIZE], uint8_t &attributesOut);
+// The next entry of the walk that passes its mask; the walk stays open on
+// failure.
+uint16_t dirFindNext(const Env &env, FindState &find, char (&resultPath)[PATH_BUFFER_SIZE],
+                     uint8_t &attributesOut);
 
 // Closes the walk if one is open. Safe to call twice.
-void dirFindClose(FindState &find);
+void dirFindClose(const Env &env, FindState &find);
 
 // Appends name to the text of buffer that ends at end, with a separator
 // between them where the text lacks one, and moves end behind it. 0 or
-// PORT_NAME_TOO_LONG when the result would not fit the buffer.
+// WALK_NAME_TOO_LONG when the result would not fit the buffer.
 uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **end);
 
 // Copies the file name part of path into out.

@@ -84,10 +84,37 @@ uint16_t writeNewFile(MergeTable &table, FileObject &newFile) {
 // A table record that names no file and no block: what the host's handle
 // holds after a compaction whose close let go of the table, so that the
 // host can still close it.
-MergeTable closedTable() {
-    MergeTable table{};
-    table.file.handle = INVALID_HANDLE_VALUE;
-    return table;
+MergeTable closedTable() { return MergeTable{}; }
+
+// The steps of a commit that swap the files, under the directory's lock, so
+// that no other process opens the old file after its close or the new file
+// before it is open here: the old file goes to the backup name and is
+// opened there, and the new file is made under the table's name.
+uint16_t swapInNewFile(MergeTable &table, const char *savedName, const char *backup, FileObject &newFile) {
+    const Env &env = *table.file.env;
+    DirectoryLock lock(env, savedName);
+    uint64_t position = table.file.position;
+    fileClose(&table.file);
+    if (fileRename(env, backup, table.fileName) != 0) {
+        // The table stays as it was, held again at once, so that no other
+        // process can change the file under a commit that is tried again.
+        fileOpen(env, table.fileName, table.accessFlags, &table.file, LockHeld::Yes);
+        table.file.position = position;
+        return ERR_RENAME;
+    }
+    if (fileOpen(env, backup, MODE_OLD_FILE, &table.file, LockHeld::Yes) != 0) return ERR_OPEN;
+    std::memcpy(table.fileName, backup, PATH_BUFFER_SIZE);
+    return fileCreate(env, savedName, MODE_CREATE_REPLACE, &newFile, LockHeld::Yes);
+}
+
+// The whole new file, with the old file's permissions and owner, on the
+// disk before the backup may go. A file that 32-bit offsets can't reach
+// would not open again.
+uint16_t fillNewFile(MergeTable &table, FileObject &newFile) {
+    if (uint16_t code = fileCopyOwnership(table.file, newFile)) return code;
+    if (uint16_t code = writeNewFile(table, newFile)) return code;
+    if (newFile.position > LARGEST_FILE) return ERR_WRITE;
+    return fileSync(&newFile);
 }
 
 }  // namespace
@@ -97,19 +124,19 @@ uint16_t commitTable(MergeTable &table) {
     char backup[PATH_BUFFER_SIZE];
     std::memcpy(savedName, table.fileName, PATH_BUFFER_SIZE);
     if (!backupName(savedName, backup)) return ERR_RENAME;
-    fileClose(&table.file);
-    if (fileRename(backup, table.fileName) != 0) return ERR_RENAME;
-    if (fileOpen(backup, MODE_OLD_FILE, &table.file) != 0) return ERR_OPEN;
-    std::memcpy(table.fileName, backup, PATH_BUFFER_SIZE);
+    const Env &env = *table.file.env;
     FileObject newFile{};
-    if (fileCreate(savedName, MODE_CREATE_REPLACE, &newFile) != 0) return ERR_CREATE;
-    if (uint16_t code = writeNewFile(table, newFile)) {
+    if (uint16_t code = swapInNewFile(table, savedName, backup, newFile)) return code;
+    if (uint16_t code = fillNewFile(table, newFile)) {
         fileClose(&newFile);
-        fileDelete(savedName);
+        fileDelete(env, savedName);
         return code;
     }
+    // The rename and the new file's name reach the disk with the directory,
+    // so that a power cut from here on leaves the new table whole.
+    fileSyncDirectory(env, savedName);
     fileClose(&table.file);
-    fileDelete(table.fileName);
+    fileDelete(env, table.fileName);
     table.file = newFile;
     std::memcpy(table.fileName, savedName, PATH_BUFFER_SIZE);
     return 0;

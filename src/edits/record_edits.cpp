@@ -84,6 +84,28 @@ uint16_t startImage(EditNode &node) {
     return 0;
 }
 
+// Puts the file's end back where it was before an append that failed: the
+// bytes behind fileSize go, and a final byte 26 that the append wrote over
+// comes back, so that the next append does not follow a fragment.
+void restoreEnd(MergeTable &table, uint32_t oldSize) {
+    if (fileTruncate(&table.file, oldSize) != 0 || oldSize == table.fileSize) return;
+    if (fileSeek(&table.file, table.fileSize, 0) != FILE_FAILURE) fileWrite(&table.file, &END_OF_FILE_MARK, 1);
+}
+
+// Writes the image at fileSize, over a final byte 26. A file that would
+// grow beyond what 32-bit offsets reach is not written to.
+uint16_t appendImage(MergeTable &table, const EditNode &node) {
+    uint32_t oldSize = fileSize(&table.file);
+    if (oldSize == FILE_FAILURE || node.dataLength > LARGEST_FILE - table.fileSize) return ERR_WRITE;
+    if (fileSeek(&table.file, table.fileSize, 0) == FILE_FAILURE) return ERR_SEEK;
+    const auto *image = blockLockAs<uint8_t>(node.data);
+    if (fileWrite(&table.file, image, static_cast<uint16_t>(node.dataLength)) != static_cast<int16_t>(node.dataLength)) {
+        restoreEnd(table, oldSize);
+        return ERR_WRITE;
+    }
+    return 0;
+}
+
 uint16_t insertRecord(MergeTable &table) {
     if (table.current == 0) table.current = nodeAlloc();
     auto *node = blockLockAs<EditNode>(table.current);
@@ -92,12 +114,7 @@ uint16_t insertRecord(MergeTable &table) {
     if (uint16_t code = startImage(*node)) return code;
     if (uint16_t code = buildImage(table, *node)) return code;
     node->flags = 0;
-    // Appending at fileSize writes over a final byte 26.
-    if (fileSeek(&table.file, table.fileSize, 0) == FILE_FAILURE) return ERR_SEEK;
-    const auto *image = blockLockAs<uint8_t>(node->data);
-    if (fileWrite(&table.file, image, static_cast<uint16_t>(node->dataLength)) != static_cast<int16_t>(node->dataLength)) {
-        return ERR_WRITE;
-    }
+    if (uint16_t code = appendImage(table, *node)) return code;
     node->offset = table.fileSize;
     node->originalLength = node->dataLength;
     table.atEof = 0;

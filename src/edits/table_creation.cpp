@@ -114,17 +114,17 @@ uint16_t writeTaggedFile(FileObject &file, std::span<const NameSlot> names, uint
 }
 
 // The work of a tagged database. The caller frees the list.
-uint16_t createTaggedTable(const char *path, BlockHandle list, uint16_t kind) {
+uint16_t createTaggedTable(const Env &env, const char *path, BlockHandle list, uint16_t kind) {
     if (fieldListCount > FIELD_LIMIT) return ERR_TOO_MANY_FIELDS;
     std::span<const NameSlot> names = fieldListSlots(list);
     if (names.empty()) return ERR_MEMORY;
     if (!isTaggedKind(kind)) return ERR_FORMAT;
-    FileObject file{INVALID_HANDLE_VALUE, nullptr, 0};
-    if (uint16_t code = fileCreate(path, MODE_CREATE_REPLACE, &file)) return code;
+    FileObject file;
+    if (uint16_t code = fileCreate(env, path, MODE_CREATE_REPLACE, &file)) return code;
     uint16_t code = writeTaggedFile(file, names, kind);
     fileClose(&file);
     // An incomplete file would not open as a table: it goes.
-    if (code != 0) fileDelete(path);
+    if (code != 0) fileDelete(env, path);
     return code;
 }
 
@@ -135,9 +135,9 @@ uint16_t creationPath(const MergeDatabase &database, const char *tableName, char
     return joinTablePath(database, tableName, TableName::Whole, path) ? 0 : ERR_CREATE;
 }
 
-uint16_t createEmptyFile(const char *path) {
-    FileObject file{INVALID_HANDLE_VALUE, nullptr, 0};
-    if (uint16_t code = fileCreate(path, MODE_CREATE_REPLACE, &file)) return code;
+uint16_t createEmptyFile(const Env &env, const char *path) {
+    FileObject file;
+    if (uint16_t code = fileCreate(env, path, MODE_CREATE_REPLACE, &file)) return code;
     return fileClose(&file);
 }
 
@@ -162,8 +162,9 @@ extern "C" DbResult MERGEDB_CALL dbCreateMerge(uint32_t databaseHandle, const ch
     }
     char path[PATH_BUFFER_SIZE];
     uint16_t code = creationPath(*database, tableName, path);
-    if (database->subtype == DB_SUBTYPE_DELIMITED) return errorResult(code != 0 ? code : createEmptyFile(path));
-    if (code == 0) code = createTaggedTable(path, list, kind);
+    const Env &env = *database->env;
+    if (database->subtype == DB_SUBTYPE_DELIMITED) return errorResult(code != 0 ? code : createEmptyFile(env, path));
+    if (code == 0) code = createTaggedTable(env, path, list, kind);
     fieldListFree(list);
     return errorResult(code);
 }

@@ -19,14 +19,14 @@ extern "C" DbResult MERGEDB_CALL dbOpenDBMerge(uint16_t subtype, uint32_t, uint3
         // The path is tested on the bytes as handed in; one that does not fit
         // the record cannot name a directory we could use.
         size_t length = strnlen(path, PATH_BUFFER_SIZE);
-        if (length >= PATH_BUFFER_SIZE || pathExists(path) != 0) {
+        if (length >= PATH_BUFFER_SIZE || fileExists(platformEnv(), path) != 0) {
             blockFree(&handle);
             return errorResult(ERR_BAD_PATH);
         }
         std::memcpy(database->path, path, length + 1);
     }
+    database->env = &platformEnv();
     database->subtype = subtype;
-    database->find.findHandle = INVALID_HANDLE_VALUE;
     *databaseOut = handle;
     return DB_RESULT_OK;
 }
@@ -37,7 +37,7 @@ extern "C" DbResult MERGEDB_CALL dbCloseDBMerge(uint32_t *databaseSlot) {
     MergeDatabase *database = databaseLock(*databaseSlot);
     if (database == nullptr) return errorResult(ERR_MEMORY);
     // A walk over the tables left unfinished would keep its directory open.
-    dirFindClose(database->find);
+    dirFindClose(*database->env, database->find);
     blockFree(databaseSlot);
     return DB_RESULT_OK;
 }

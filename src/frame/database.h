@@ -3,20 +3,21 @@
 
 #include <cstdint>
 
-#include "platform/windows_api.h"
+#include "platform/env.h"
 #include "tablefile/table.h"
 
 namespace mergedb {
 
 // State of a walk over a database's directory.
 struct FindState {
-    HANDLE findHandle;  // INVALID_HANDLE_VALUE when no walk is open
-    WIN32_FIND_DATAA findData;
+    EnvWalk *walk;  // null when no walk is open
+    DirEntry entry;
     char dirPrefix[PATH_BUFFER_SIZE];
     uint8_t attributeMask;
 };
 
 struct MergeDatabase {
+    const Env *env;  // what the files of the database and its tables go through
     uint16_t subtype;
     char path[PATH_BUFFER_SIZE];
     int16_t subtypeCursor;

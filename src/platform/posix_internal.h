@@ -1,15 +1,17 @@
-// Shared pieces of the POSIX stand-in for the Windows calls.
+// What the POSIX files of the platform layer share among themselves.
 #pragma once
 
-#include <sys/stat.h>
+#include <cstddef>
+#include <string>
+#include <string_view>
 
-#include "platform/fault_points.h"
-#include "platform/windows_api.h"
+namespace mergedb::posix {
 
-// The Windows error number for an errno value.
-DWORD posixToWindowsError(int error);
+// A path of the ANSI page as the disk has it: UTF-8.
+std::string ansiToUtf8(std::string_view ansi);
 
-// A file with no write permission bit at all stands for a file with the
-// read-only attribute (root could write it, but Windows would refuse).
-bool isReadOnlyAttribute(const struct stat &info);
+// A name from the disk in the ANSI page, cut to fit size bytes with its
+// end. A character the page lacks, and a byte that is no UTF-8, become "?".
+void utf8ToAnsi(std::string_view utf8, char *out, size_t size);
 
+}  // namespace mergedb::posix

@@ -1,12 +1,17 @@
 // Text calls of the Windows kind on POSIX: code page conversion and string
-// resources.
+// resources; and the conversion of file names between the ANSI page and the
+// UTF-8 of the disk.
 //
 // A resource module is a shared object that exports mergeStringTable; the
 // module handle is what dlopen returned for it.
+#include <algorithm>
 #include <cstring>
 #include <dlfcn.h>
+#include <iterator>
+#include <optional>
 
 #include "mergedb/mergedb.h"
+#include "platform/posix_internal.h"
 #include "platform/windows_api.h"
 
 namespace {
@@ -38,7 +43,6 @@ BOOL CharToOemBuffA(LPCSTR source, LPSTR destination, DWORD length) {
     return TRUE;
 }
 
-// A text that the module lacks leaves an empty string, as on Windows.
 // A text the module lacks gives 0 and leaves the buffer as it was.
 int LoadStringA(HINSTANCE module, UINT id, LPSTR buffer, int size) {
     if (module == nullptr || buffer == nullptr || size <= 0) return 0;
@@ -52,3 +56,66 @@ int LoadStringA(HINSTANCE module, UINT id, LPSTR buffer, int size) {
     }
     return 0;
 }
+
+namespace mergedb::posix {
+namespace {
+
+void appendUtf8(std::string &out, char32_t character) {
+    auto put = [&out](char32_t value) { out.push_back(static_cast<char>(value)); };
+    if (character < 0x80) {
+        put(character);
+    } else if (character < 0x800) {
+        put(0xC0 | (character >> 6));
+        put(0x80 | (character & 0x3F));
+    } else {
+        put(0xE0 | (character >> 12));
+        put(0x80 | ((character >> 6) & 0x3F));
+        put(0x80 | (character & 0x3F));
+    }
+}
+
+// The character of a UTF-8 sequence at position, which moves behind it; a
+// byte that begins no whole sequence gives nothing and moves by one.
+std::optional<char32_t> nextCharacter(std::string_view text, size_t &position) {
+    auto lead = static_cast<unsigned char>(text[position++]);
+    if (lead < 0x80) return lead;
+    size_t trailing = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC0 ? 1 : 0;
+    if (trailing == 0 || lead > 0xF4 || position + trailing > text.size()) return std::nullopt;
+    char32_t character = lead & (0x3F >> trailing);
+    for (size_t i = 0; i < trailing; ++i) {
+        auto next = static_cast<unsigned char>(text[position + i]);
+        if ((next & 0xC0) != 0x80) return std::nullopt;
+        character = (character << 6) | (next & 0x3F);
+    }
+    position += trailing;
+    return character;
+}
+
+char ansiByte(std::optional<char32_t> character) {
+    if (!character) return '?';
+    if (*character < 0x80) return static_cast<char>(*character);
+    const char16_t *found = std::find(std::begin(ANSI_UPPER_HALF), std::end(ANSI_UPPER_HALF), *character);
+    return found == std::end(ANSI_UPPER_HALF) ? '?' : static_cast<char>(0x80 + (found - ANSI_UPPER_HALF));
+}
+
+}  // namespace
+
+std::string ansiToUtf8(std::string_view ansi) {
+    std::string out;
+    out.reserve(ansi.size());
+    for (char byte : ansi) {
+        auto value = static_cast<unsigned char>(byte);
+        appendUtf8(out, value < 0x80 ? char32_t{value} : char32_t{ANSI_UPPER_HALF[value - 0x80]});
+    }
+    return out;
+}
+
+void utf8ToAnsi(std::string_view utf8, char *out, size_t size) {
+    size_t written = 0;
+    for (size_t position = 0; position < utf8.size() && written + 1 < size;) {
+        out[written++] = ansiByte(nextCharacter(utf8, position));
+    }
+    out[written] = '\0';
+}
+
+}  // namespace mergedb::posix

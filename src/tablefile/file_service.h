@@ -1,32 +1,19 @@
-// The file service: every file access of the library goes through here.
+// The file service: every file access of the library goes through here, on
+// to the Env of the database.
 //
-// The portable layer (port...) sits on the operating system, takes ANSI paths
-// and reports PORT_ codes. The driver layer (file...) takes the host's OEM
-// paths and reports driver codes or -1.
+// Paths are the host's, in the OEM page; they are converted to the ANSI
+// page on the way to the Env. Failures come back as one driver code per
+// operation, or as -1 (FILE_FAILURE for offsets). Offsets are 32 bits wide,
+// so a file that the driver reads or writes stays below 4 GiB.
 #pragma once
 
 #include <cstdint>
 
-#include "tablefile/table.h"
+#include "platform/env.h"
 
 namespace mergedb {
 
-// Portable codes.
-inline constexpr uint16_t PORT_GENERAL = 0x8200;
-inline constexpr uint16_t PORT_DENIED = 0x8201;
-inline constexpr uint16_t PORT_BAD_HANDLE = 0x8202;
-inline constexpr uint16_t PORT_COPY_FAILED = 0x8203;
-inline constexpr uint16_t PORT_DISK_FULL = 0x8204;
-inline constexpr uint16_t PORT_END_OF_FILE = 0x8205;
-inline constexpr uint16_t PORT_OPEN_FAILED = 0x8206;
-inline constexpr uint16_t PORT_SEEK = 0x8207;
-inline constexpr uint16_t PORT_DIRECTORY_BUSY = 0x8208;
-inline constexpr uint16_t PORT_NOT_FOUND = 0x8209;
-inline constexpr uint16_t PORT_TOO_MANY_OPEN = 0x820A;
-inline constexpr uint16_t PORT_NAME_TOO_LONG = 0x820B;
-inline constexpr uint16_t PORT_NO_MORE_FILES = 0x820C;
-inline constexpr uint16_t PORT_LOCKED = 0x820E;
-inline constexpr uint16_t PORT_CANNOT_MAKE = 0x8210;
+inline constexpr uint16_t PATH_BUFFER_SIZE = 256;
 
 // Bits of the mode word.
 inline constexpr uint32_t MODE_READ_ONLY = 0x01;
@@ -46,34 +33,71 @@ inline constexpr uint32_t MODE_OPEN_EXCLUSIVE = MODE_OPEN_WRITE | MODE_SHARE_NON
 inline constexpr uint32_t MODE_CREATE_REPLACE =
     MODE_SHARE_NONE | MODE_BASE | MODE_TRUNCATE | MODE_CREATE | MODE_READ_WRITE;  // 302
 
+// A position of all ones can't be told from a failure, so the largest file
+// has one byte less.
 inline constexpr uint32_t FILE_FAILURE = 0xFFFFFFFFu;
+inline constexpr uint32_t LARGEST_FILE = FILE_FAILURE - 1;
 
-// Portable layer.
-uint16_t portError(DWORD osError);
-uint16_t portOpen(const char *path, uint32_t mode, FileObject *file, uint8_t existing);
-uint16_t portClose(FileObject *file);
-uint16_t portRead(FileObject *file, uint32_t offset, uint16_t count, void *buffer, uint16_t *got);
-uint16_t portWrite(FileObject *file, uint16_t origin, uint32_t offset, uint16_t count, const void *buffer,
-                   uint16_t *written);
-uint16_t portSeek(FileObject *file, uint32_t offset, uint16_t origin, uint32_t *position);
-uint16_t portTell(FileObject *file, uint32_t *position);
-uint16_t portSize(FileObject *file, uint32_t *size);
-uint16_t portDelete(const char *path);
-uint16_t portCopy(const char *source, const char *target);
-uint16_t portRename(const char *fromPath, const char *toPath);
-uint16_t pathExists(const char *path);
+// One open file: the Env it goes through and the position where the next
+// read or write goes, which only the calls here move.
+struct FileObject {
+    const Env *env = nullptr;
+    EnvFile *handle = nullptr;  // null when no file is open
+    uint64_t position = 0;
+};
 
-// Driver layer.
-uint16_t fileOpen(const char *path, uint32_t mode, FileObject *file);
-uint16_t fileCreate(const char *path, uint32_t mode, FileObject *file);
+// The lock of the directory that holds a path (the host's), for the time of
+// a few file calls (env.h). Every open and delete takes it, and a commit
+// holds it from the close of the table's file until its new file is open,
+// so that no other process can open either file between the two.
+class DirectoryLock {
+public:
+    DirectoryLock(const Env &env, const char *path);
+    ~DirectoryLock();
+    DirectoryLock(const DirectoryLock &) = delete;
+    DirectoryLock &operator=(const DirectoryLock &) = delete;
+
+private:
+    const Env &env_;
+    EnvLock *lock_;
+};
+
+// Whether the caller of an open holds the directory's lock already.
+enum class LockHeld : bool { No, Yes };
+
+// Opens an existing file, or with MODE_CREATE makes one, with the access and
+// share mode of the mode word: 0, or ERR_OPEN and ERR_CREATE. A failed open
+// leaves no file in the object.
+uint16_t fileOpen(const Env &env, const char *path, uint32_t mode, FileObject *file, LockHeld held = LockHeld::No);
+uint16_t fileCreate(const Env &env, const char *path, uint32_t mode, FileObject *file,
+                    LockHeld held = LockHeld::No);
+// 0 or ERR_CLOSE; the object holds no file afterwards either way.
 uint16_t fileClose(FileObject *file);
+// Bytes read at the position, fewer only at the end of the file; -1 on a
+// failure. Counts stay below 32768.
 int16_t fileRead(FileObject *file, void *buffer, uint16_t count);
+// Bytes written at the position, or -1 when the write failed or fell short.
 int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count);
+// Moves the position: origin 0 to offset, 1 and 2 by offset taken as signed
+// from the position and from the end. The new position, or FILE_FAILURE.
 uint32_t fileSeek(FileObject *file, uint32_t offset, uint16_t origin);
-uint32_t fileTell(FileObject *file);
+uint32_t fileTell(const FileObject *file);
+// The file's size, or FILE_FAILURE, also for a file beyond LARGEST_FILE.
 uint32_t fileSize(FileObject *file);
-uint16_t fileRename(const char *toPath, const char *fromPath);
-uint16_t fileDelete(const char *path);
-int fileExists(const char *path);
+// Cuts or extends the file to size bytes; 0 or ERR_WRITE.
+uint16_t fileTruncate(FileObject *file, uint32_t size);
+// The file's bytes reach the disk; 0 or ERR_WRITE.
+uint16_t fileSync(FileObject *file);
+// to takes the permissions and owner of from, as far as it can; 0 or
+// ERR_CREATE.
+uint16_t fileCopyOwnership(FileObject &from, FileObject &to);
+// Renames; never replaces another file. The caller holds the lock of the
+// directory. 0 or ERR_RENAME.
+uint16_t fileRename(const Env &env, const char *toPath, const char *fromPath);
+uint16_t fileDelete(const Env &env, const char *path);
+// 0 when a file or directory of that name exists, -1 when not.
+int fileExists(const Env &env, const char *path);
+// The directory that holds path keeps its entries across a power cut.
+void fileSyncDirectory(const Env &env, const char *path);
 
 }  // namespace mergedb

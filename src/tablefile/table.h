@@ -1,21 +1,12 @@
-// MergeTable, the record behind a table handle, and FileObject, the state of
-// one open file.
+// MergeTable, the record behind a table handle.
 #pragma once
 
 #include <cstdint>
 
 #include "frame/blocks.h"
-#include "platform/windows_api.h"
+#include "tablefile/file_service.h"
 
 namespace mergedb {
-
-struct FileObject {
-    HANDLE handle;     // INVALID_HANDLE_VALUE when no file is open
-    char *pathCopy;    // own copy of the opened path, terminator included
-    uint32_t pathSize; // bytes in pathCopy
-};
-
-inline constexpr uint16_t PATH_BUFFER_SIZE = 256;
 
 // Sizes of the delimited-text strings, terminator included.
 inline constexpr uint16_t DELIMITER_SIZE = 21;

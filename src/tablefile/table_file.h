@@ -7,9 +7,10 @@
 
 namespace mergedb {
 
-// Opens the file with table.accessFlags, measures it and makes the first
-// fill of the window. Leaves nothing open on failure.
-uint16_t tableFileOpen(MergeTable &table, const char *path);
+// Opens the file through env with table.accessFlags, measures it and makes
+// the first fill of the window. A file beyond the largest that 32-bit
+// offsets reach is refused with ERR_OPEN. Leaves nothing open on failure.
+uint16_t tableFileOpen(MergeTable &table, const Env &env, const char *path);
 
 // Frees the window and closes the file.
 uint16_t tableFileClose(MergeTable &table);

@@ -44,10 +44,11 @@ uint32_t accessFlagsFor(uint16_t access, uint16_t exclusive) {
     return flags | (exclusive == 0 ? MODE_SHARE_READ : MODE_SHARE_NONE);
 }
 
-// fileSize leaves out a final byte 26: it is no data.
+// fileSize leaves out a final byte 26: it is no data. A file whose size
+// the offsets can't reach is no table.
 uint16_t measureFile(MergeTable &table) {
     table.fileSize = fileSize(&table.file);
-    if (table.fileSize == FILE_FAILURE) return ERR_READ;
+    if (table.fileSize == FILE_FAILURE) return ERR_OPEN;
     if (table.fileSize != 0) {
         uint8_t last = 0;
         if (fileSeek(&table.file, table.fileSize - 1, 0) == FILE_FAILURE) return ERR_SEEK;
@@ -82,8 +83,8 @@ uint32_t tableDocOffset(const MergeTable &table) {
     return bytes[0] | (bytes[1] << 8) | (bytes[2] << 16) | (static_cast<uint32_t>(bytes[3]) << 24);
 }
 
-uint16_t tableFileOpen(MergeTable &table, const char *path) {
-    if (fileOpen(path, table.accessFlags, &table.file) != 0) return ERR_OPEN;
+uint16_t tableFileOpen(MergeTable &table, const Env &env, const char *path) {
+    if (fileOpen(env, path, table.accessFlags, &table.file) != 0) return ERR_OPEN;
     std::strcpy(table.fileName, path);
     table.window = blockAlloc(WINDOW_BLOCK_SIZE);
     if (table.window == 0) {
@@ -140,7 +141,6 @@ extern "C" DbResult MERGEDB_CALL dbOpenTableMerge(uint16_t subtype, uint32_t dat
     BlockHandle handle = blockAlloc(sizeof(MergeTable));
     auto *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
-    table->file.handle = INVALID_HANDLE_VALUE;
     char path[PATH_BUFFER_SIZE];
     uint16_t code = joinTablePath(*database, tableName, TableName::BaseName, path) ? 0 : ERR_OPEN;
     if (code == 0 && subtype == DB_SUBTYPE_DELIMITED) {
@@ -151,7 +151,7 @@ extern "C" DbResult MERGEDB_CALL dbOpenTableMerge(uint16_t subtype, uint32_t dat
         return errorResult(code);
     }
     table->accessFlags = accessFlagsFor(access, exclusive);
-    if (uint16_t opened = tableFileOpen(*table, path)) {
+    if (uint16_t opened = tableFileOpen(*table, *database->env, path)) {
         blockFree(&handle);
         return errorResult(opened);
     }

@@ -10,7 +10,7 @@
 #include "catalogue/directory.h"
 #include "support/test_platform.h"
 #include "support/test_support.h"
-#include "tablefile/file_service.h"
+#include "platform/windows_api.h"
 
 namespace mergedb {
 namespace {
@@ -51,7 +51,7 @@ TEST(CatalogueWalk, ListsPlainFilesAndSkipsTheRest) {
     std::strcpy(databaseLock(slashed)->path, dir.file("").c_str());
     EXPECT_EQ(walk(database), tables);
     EXPECT_EQ(walk(database), tables);
-    EXPECT_EQ(databaseLock(database)->find.findHandle, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(databaseLock(database)->find.walk, nullptr);
     EXPECT_EQ(walk(slashed), tables);
 
     char name[PATH_BUFFER_SIZE];
@@ -80,7 +80,7 @@ TEST(CatalogueWalk, NothingToListReadsAsTheEnd) {
     EXPECT_EQ(dbGetTableNamesMerge(removed, name, 0), DB_RESULT_END_OF_DATA);
     std::filesystem::remove(dir.file("gone"));
     EXPECT_EQ(walk(database), Names{});
-    EXPECT_EQ(databaseLock(database)->find.findHandle, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(databaseLock(database)->find.walk, nullptr);
     EXPECT_EQ(walk(removed), Names{});
     for (uint32_t *slot : {&database, &removed}) dbCloseDBMerge(slot);
 }
@@ -93,7 +93,7 @@ TEST(CataloguePaths, AppendAddsOneSeparatorWithinTheBuffer) {
         uint16_t code = pathAppend(buffer, name, &end);
         return code != 0 ? "error " + std::to_string(code) : buffer + ("|" + std::to_string(end - buffer));
     };
-    const std::string full = "error " + std::to_string(PORT_NAME_TOO_LONG);
+    const std::string full = "error " + std::to_string(WALK_NAME_TOO_LONG);
     SystemLocale english("C");
     EXPECT_EQ(append("dir", "x") + append(native("dir/"), "x") + append("", "x"), native("dir/x|5dir/x|5x|1"));
     EXPECT_EQ(append(std::string(250, 'd'), "1234"), std::string(250, 'd') + native("/1234|255"));

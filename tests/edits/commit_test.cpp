@@ -2,9 +2,13 @@
 // whole under the table's name or the backup name, and the 200th delete
 // rewrites the table behind the same handle.
 #include <cstdio>
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 #include "edits/edits_test_support.h"
-#include "platform/fault_injection.h"
+#include "support/fault_env.h"
 
 namespace mergedb {
 namespace {
@@ -106,6 +110,30 @@ TEST_F(CommitTest, ALeftoverBackupStopsTheCommitAndASecondCloseRepeatsIt) {
     EXPECT_EQ(dbCloseTableMerge(&table), DB_RESULT_ERROR(ERR_CREATE));
     expectOldBytesUnder("big.bk");
 }
+
+#if !defined(_WIN32)
+// The new file of a commit is the table still: its permission bits, and
+// where the process may set them (as root), its owner and group.
+TEST_F(CommitTest, TheNewFileKeepsTheModeAndTheOwner) {
+    editFreshTable();
+    const std::string path = dir.file("big.txt");
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    bool asRoot = geteuid() == 0;
+    if (asRoot) {
+        ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    }
+    ASSERT_EQ(dbCloseTableMerge(&table), 0u);
+    table = 0;
+    struct stat info;
+    ASSERT_EQ(stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0640u);
+    if (asRoot) {
+        EXPECT_EQ(info.st_uid, 65534u);
+        EXPECT_EQ(info.st_gid, 65534u);
+    }
+    EXPECT_NE(dir.read("big.txt"), original);
+}
+#endif
 
 TEST_F(CommitTest, TheTwoHundredthDeleteCompactsBehindTheSameHandle) {
     std::string text;

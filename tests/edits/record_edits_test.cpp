@@ -3,6 +3,7 @@
 #include <random>
 
 #include "edits/edits_test_support.h"
+#include "support/fault_env.h"
 
 namespace mergedb {
 namespace {
@@ -42,6 +43,24 @@ TEST_F(RecordEditsTest, DelimitedInsertUpdateDeleteLeaveExactBytes) {
     close();
     EXPECT_EQ(dir.read("t.txt"), bytesOf("a,b\n\"\",\"longer value\"\n\"x\",\"y,z\"\n"));
     EXPECT_FALSE(dir.exists("t.bk"));
+}
+
+// A full disk, or any failed write, in the middle of an append: the file
+// keeps its old end, the final byte 26 included, and the next insert is a
+// record of its own.
+TEST_F(RecordEditsTest, AnAppendThatFailsLeavesTheFileAsItWas) {
+    const Bytes before = bytesOf("a,b\n\x1A");
+    dir.write("t.txt", before);
+    open("t.txt");
+    putAll({std::string(3000, 'x'), "y"});
+    faultArm(FaultKind::ShortWrite, 1);
+    EXPECT_EQ(dbInsertMerge(table, 0, nullptr), DB_RESULT_ERROR(ERR_WRITE));
+    faultReset();
+    EXPECT_EQ(dir.read("t.txt"), before);
+    putAll({"c", "d"});
+    ASSERT_EQ(dbInsertMerge(table, 0, nullptr), 0u);
+    EXPECT_EQ(dir.read("t.txt"), bytesOf("a,b\n\"c\",\"d\"\n"));
+    EXPECT_EQ(walk().size(), 2u);
 }
 
 TEST_F(RecordEditsTest, TaggedEditsKeepHeaderPrefixAndHead) {

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "frame/blocks.h"
-#include "platform/fault_injection.h"
+#include "support/fault_env.h"
 #include "support/test_support.h"
 
 namespace mergedb {

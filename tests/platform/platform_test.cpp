@@ -1,12 +1,13 @@
-// The POSIX stand-in for the Windows calls keeps their contracts, and the
-// file service maps its failures as the driver expects.
+// The platform's Env behind the file service keeps the contracts that the
+// driver expects of Windows, and the POSIX stand-ins for the text and
+// runtime calls keep theirs.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <string>
 
-#include "platform/fault_injection.h"
 #include "platform/windows_api.h"
 #include "support/test_support.h"
 #include "tablefile/file_service.h"
@@ -16,162 +17,109 @@ namespace {
 
 using test::TempDir;
 
-TEST(PlatformFiles, ErrorsMapToPortableCodes) {
-    EXPECT_EQ(portError(0), 0);
-    EXPECT_EQ(portError(2), PORT_NOT_FOUND);
-    EXPECT_EQ(portError(32), PORT_DENIED);
-    EXPECT_EQ(portError(183), PORT_DENIED);
-    EXPECT_EQ(portError(112), PORT_DISK_FULL);
-    EXPECT_EQ(portError(206), PORT_NAME_TOO_LONG);
-    EXPECT_EQ(portError(1117), PORT_GENERAL);
-    EXPECT_EQ(portError(17), PORT_GENERAL);
+const Env &env = platformEnv();
 
-    TempDir dir;
-    FileObject file{};
-    EXPECT_EQ(portOpen(dir.file("none").c_str(), MODE_OPEN_WRITE, &file, 1), PORT_NOT_FOUND);
-    EXPECT_EQ(file.handle, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(portOpen(dir.file("none").c_str(), MODE_OPEN_READ | MODE_CREATE, &file, 1), PORT_DENIED);
-    EXPECT_EQ(portClose(&file), 0);
-}
-
-TEST(PlatformFiles, ReadsSeeksAndSizesFollowTheDriverLayer) {
-    TempDir dir;
-    dir.write("f", std::string(140, 'q'));
-    FileObject file{};
-    ASSERT_EQ(fileOpen(dir.file("f").c_str(), MODE_OPEN_READ | MODE_SHARE_NONE, &file), 0);
-    char buffer[100];
-    EXPECT_EQ(fileRead(&file, buffer, 100), 100);
-    EXPECT_EQ(fileRead(&file, buffer, 100), 40);
-    EXPECT_EQ(fileRead(&file, buffer, 100), 0);
-    EXPECT_EQ(fileSeek(&file, 0, 2), 140u);
-    EXPECT_EQ(fileSize(&file), 140u);
-    EXPECT_EQ(fileTell(&file), 140u);
-    // A read-only open shares for everyone, whatever bits it was given.
-    FileObject second{};
-    ASSERT_EQ(fileOpen(dir.file("f").c_str(), MODE_OPEN_READ | MODE_SHARE_NONE, &second), 0);
-    EXPECT_EQ(fileWrite(&second, "x", 1), -1);
-    EXPECT_EQ(fileClose(&second), 0);
-    EXPECT_EQ(fileClose(&file), 0);
-}
-
-// The position that reads and writes go to: moved by each, by seeks from
-// the start, the current place and the end, and past the end, where a write
-// fills the gap with zeros.
 TEST(PlatformFiles, ReadsAndWritesGoWhereTheFileStands) {
     TempDir dir;
     dir.write("f", std::string("0123456789"));
-    FileObject file{};
-    ASSERT_EQ(fileOpen(dir.file("f").c_str(), MODE_OPEN_WRITE | MODE_SHARE_NONE, &file), 0);
+    FileObject file;
+    ASSERT_EQ(fileOpen(env, dir.file("f").c_str(), MODE_OPEN_WRITE | MODE_SHARE_NONE, &file), 0);
     char buffer[8] = {};
     EXPECT_EQ(fileRead(&file, buffer, 4), 4);
     EXPECT_EQ(fileTell(&file), 4u);
     EXPECT_EQ(fileWrite(&file, "ab", 2), 2);
     EXPECT_EQ(fileSeek(&file, 1, 1), 7u);
     EXPECT_EQ(fileRead(&file, buffer, 8), 3);
+    EXPECT_EQ(fileRead(&file, buffer, 8), 0);
     EXPECT_EQ(std::string(buffer, 3), "789");
     EXPECT_EQ(fileSeek(&file, 2, 2), 12u);
     EXPECT_EQ(fileWrite(&file, "z", 1), 1);
-    EXPECT_EQ(fileSeek(&file, 0, 0), 0u);
-    EXPECT_EQ(fileRead(&file, buffer, 8), 8);
-    EXPECT_EQ(std::string(buffer, 8), "0123ab67");
+    EXPECT_EQ(fileSize(&file), 13u);
     EXPECT_EQ(fileSeek(&file, static_cast<uint32_t>(-20), 1), FILE_FAILURE);
-    EXPECT_EQ(fileTell(&file), 8u);
+    EXPECT_EQ(fileTell(&file), 13u);
+    // Offsets are unsigned: a seek to 3 GiB lands there.
+    EXPECT_EQ(fileSeek(&file, 0xC0000000u, 0), 0xC0000000u);
+    EXPECT_EQ(fileSeek(&file, FILE_FAILURE, 0), FILE_FAILURE);
+    EXPECT_EQ(fileTruncate(&file, 11), 0);
     EXPECT_EQ(fileClose(&file), 0);
-    EXPECT_EQ(dir.read("f"), test::bytesOf(std::string("0123ab6789\0\0z", 13)));
+    EXPECT_EQ(dir.read("f"), test::bytesOf(std::string("0123ab6789\0", 11)));
 }
 
-TEST(PlatformFiles, RenameNeverReplacesAndCopyOverwrites) {
-    TempDir dir;
-    dir.write("a", "first");
-    dir.write("b", "second");
-    EXPECT_EQ(fileRename(dir.file("b").c_str(), dir.file("a").c_str()), ERR_RENAME);
-    EXPECT_FALSE(MoveFileA(dir.file("a").c_str(), dir.file("b").c_str()));
-    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(fileRename(dir.file("a").c_str(), dir.file("a").c_str()), 0);
-    EXPECT_EQ(fileRename(dir.file("c").c_str(), dir.file("a").c_str()), 0);
-    EXPECT_EQ(dir.read("c"), test::bytesOf("first"));
-    EXPECT_FALSE(dir.exists("a"));
-    EXPECT_EQ(portCopy(dir.file("c").c_str(), dir.file("b").c_str()), 0);
-    EXPECT_EQ(dir.read("b"), test::bytesOf("first"));
-    EXPECT_EQ(portCopy(dir.file("none").c_str(), dir.file("b").c_str()), PORT_OPEN_FAILED);
-
-    // An open file is neither moved nor deleted.
-    FileObject file{};
-    ASSERT_EQ(fileOpen(dir.file("c").c_str(), MODE_OPEN_WRITE | MODE_SHARE_READ, &file), 0);
-    EXPECT_EQ(fileDelete(dir.file("c").c_str()), ERR_DELETE);
-    EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
-    EXPECT_EQ(fileRename(dir.file("d").c_str(), dir.file("c").c_str()), ERR_RENAME);
-    EXPECT_EQ(fileClose(&file), 0);
-    EXPECT_EQ(fileDelete(dir.file("c").c_str()), 0);
-    EXPECT_EQ(fileDelete(dir.file("c").c_str()), ERR_DELETE);
-}
-
-TEST(PlatformFiles, ExistsAndFindSeeFilesAndDirectories) {
-    TempDir dir;
-    dir.write("x.txt", "1");
-    EXPECT_EQ(fileExists(dir.path().c_str()), 0);
-    // A trailing separator names nothing, but the root of the drive or file
-    // system that holds the directory exists.
-    EXPECT_EQ(fileExists(dir.file("").c_str()), -1);
-    EXPECT_EQ(fileExists(std::filesystem::path(dir.path()).root_path().string().c_str()), 0);
-    EXPECT_EQ(fileExists(dir.file("x.txt").c_str()), 0);
-    EXPECT_EQ(fileExists(dir.file("y.txt").c_str()), -1);
-    EXPECT_EQ(pathExists(dir.file("missing/y.txt").c_str()), PORT_NOT_FOUND);
-
-    WIN32_FIND_DATAA data;
-    HANDLE find = FindFirstFileA(dir.file("*.*").c_str(), &data);
-    ASSERT_NE(find, INVALID_HANDLE_VALUE);
-    int files = 0;
-    do {
-        if (std::strcmp(data.cFileName, "x.txt") == 0) {
-            EXPECT_EQ(data.dwFileAttributes, FILE_ATTRIBUTE_ARCHIVE);
-            ++files;
-        }
-    } while (FindNextFileA(find, &data));
-    EXPECT_EQ(GetLastError(), ERROR_NO_MORE_FILES);
-    EXPECT_TRUE(FindClose(find));
-    EXPECT_EQ(files, 1);
-}
-
-// The error numbers that the calls leave for GetLastError, as Windows
-// gives them: a missing file or directory, a file that exists, a directory
-// taken for a file, and an open that the share mode of another refuses.
-TEST(PlatformFiles, ErrorNumbersAsOnWindows) {
+// The share mode of an open refuses the opens of others that it forbids; a
+// read-only open shares for everyone, whatever bits it was given. What
+// stands at a path decides too: a missing file, a file that must be new, a
+// directory.
+TEST(PlatformFiles, OpensFollowShareModesAndWhatIsThere) {
     TempDir dir;
     dir.write("f", "x");
     std::filesystem::create_directory(dir.file("d"));
-    auto openError = [](const std::string &path, DWORD access, DWORD share, DWORD disposition) {
-        HANDLE handle = CreateFileA(path.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-        DWORD error = handle == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
-        if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
-        return error;
+    auto opens = [&](const std::string &name, uint32_t mode) {
+        FileObject file;
+        bool opened = fileOpen(env, dir.file(name).c_str(), mode, &file) == 0;
+        fileClose(&file);
+        return opened;
     };
-    const DWORD readWrite = GENERIC_READ | GENERIC_WRITE;
-    EXPECT_EQ(openError(dir.file("none"), GENERIC_READ, 0, OPEN_EXISTING), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(openError(dir.file("f"), readWrite, 0, CREATE_NEW), ERROR_FILE_EXISTS);
-    EXPECT_EQ(openError(dir.file("d"), readWrite, 0, OPEN_EXISTING), ERROR_ACCESS_DENIED);
+    EXPECT_FALSE(opens("none", MODE_OPEN_WRITE));
+    EXPECT_FALSE(opens("f", MODE_CREATE_REPLACE | MODE_NEW_ONLY));
+    EXPECT_FALSE(opens("d", MODE_OPEN_READ));
+    EXPECT_FALSE(opens("none", MODE_OPEN_READ | MODE_CREATE));
 
-    HANDLE held = CreateFileA(dir.file("f").c_str(), readWrite, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
-    ASSERT_NE(held, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(openError(dir.file("f"), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING),
-              ERROR_SUCCESS);
-    EXPECT_EQ(openError(dir.file("f"), readWrite, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING),
-              ERROR_SHARING_VIOLATION);
-    EXPECT_EQ(openError(dir.file("f"), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING), ERROR_SHARING_VIOLATION);
-    EXPECT_TRUE(CloseHandle(held));
+    FileObject held;
+    ASSERT_EQ(fileOpen(env, dir.file("f").c_str(), MODE_OPEN_WRITE | MODE_SHARE_READ, &held), 0);
+    EXPECT_TRUE(opens("f", MODE_OPEN_READ | MODE_SHARE_NONE));
+    EXPECT_FALSE(opens("f", MODE_OPEN_WRITE | MODE_SHARE_ALL));
+    EXPECT_EQ(fileWrite(&held, "y", 1), 1);
+    EXPECT_EQ(fileClose(&held), 0);
+    ASSERT_EQ(fileOpen(env, dir.file("f").c_str(), MODE_OPEN_READ | MODE_SHARE_NONE, &held), 0);
+    EXPECT_TRUE(opens("f", MODE_OPEN_READ));
+    EXPECT_EQ(fileWrite(&held, "x", 1), -1);
+    EXPECT_EQ(fileClose(&held), 0);
+}
 
-    WIN32_FIND_DATAA data;
-    EXPECT_EQ(FindFirstFileA(dir.file("*.none").c_str(), &data), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(FindFirstFileA(dir.file("none/*.*").c_str(), &data), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_PATH_NOT_FOUND);
-    EXPECT_FALSE(DeleteFileA(dir.file("none").c_str()));
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-    EXPECT_FALSE(DeleteFileA(dir.file("d").c_str()));
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-    EXPECT_FALSE(MoveFileA(dir.file("none").c_str(), dir.file("g").c_str()));
-    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+TEST(PlatformFiles, RenameNeverReplacesAndAnOpenFileStays) {
+    TempDir dir;
+    dir.write("a", "first");
+    dir.write("b", "second");
+    EXPECT_EQ(fileRename(env, dir.file("b").c_str(), dir.file("a").c_str()), ERR_RENAME);
+    EXPECT_EQ(fileRename(env, dir.file("a").c_str(), dir.file("a").c_str()), 0);
+    EXPECT_EQ(fileRename(env, dir.file("c").c_str(), dir.file("a").c_str()), 0);
+    EXPECT_EQ(dir.read("c"), test::bytesOf("first"));
+    EXPECT_FALSE(dir.exists("a"));
+    EXPECT_EQ(fileRename(env, dir.file("e").c_str(), dir.file("none").c_str()), ERR_RENAME);
+
+    FileObject file;
+    ASSERT_EQ(fileOpen(env, dir.file("c").c_str(), MODE_OPEN_READ, &file), 0);
+    EXPECT_EQ(fileDelete(env, dir.file("c").c_str()), ERR_DELETE);
+    EXPECT_EQ(fileRename(env, dir.file("d").c_str(), dir.file("c").c_str()), ERR_RENAME);
+    EXPECT_EQ(fileClose(&file), 0);
+    EXPECT_EQ(fileDelete(env, dir.file("c").c_str()), 0);
+    EXPECT_EQ(fileDelete(env, dir.file("c").c_str()), ERR_DELETE);
+}
+
+TEST(PlatformFiles, ExistsAndTheWalkSeeFilesAndDirectories) {
+    TempDir dir;
+    dir.write("x.txt", "1");
+    std::filesystem::create_directory(dir.file("sub"));
+    EXPECT_EQ(fileExists(env, dir.path().c_str()), 0);
+    // A trailing separator names nothing, but the root of the drive or file
+    // system that holds the directory exists.
+    EXPECT_EQ(fileExists(env, dir.file("").c_str()), -1);
+    EXPECT_EQ(fileExists(env, std::filesystem::path(dir.path()).root_path().string().c_str()), 0);
+    EXPECT_EQ(fileExists(env, dir.file("x.txt").c_str()), 0);
+    EXPECT_EQ(fileExists(env, dir.file("missing/y.txt").c_str()), -1);
+
+    std::map<std::string, uint32_t> entries;
+    DirEntry entry;
+    EnvWalk *walk = env.walkFirst(dir.path().c_str(), &entry);
+    ASSERT_NE(walk, nullptr);
+    do {
+        entries[entry.name] = entry.attributes;
+    } while (env.walkNext(walk, &entry));
+    env.walkClose(walk);
+    EXPECT_EQ(entries["x.txt"], ATTRIBUTE_ARCHIVE);
+    EXPECT_EQ(entries["sub"] & ATTRIBUTE_DIRECTORY, ATTRIBUTE_DIRECTORY);
+    EXPECT_EQ(entries.size(), 4u);
+    EXPECT_EQ(env.walkFirst(dir.file("missing").c_str(), &entry), nullptr);
 }
 
 TEST(PlatformRuntime, SplitPathAndCaseFolding) {
@@ -233,25 +181,6 @@ TEST(PlatformText, BothWholeTablesAsOnWindows) {
         }
     }
     EXPECT_EQ(digest, 0xEF631F94u);
-}
-
-TEST(PlatformFaults, TheArmedCallFailsAndTheRestGoOn) {
-    TempDir dir;
-    dir.write("f", std::string(10, 'q'));
-    FileObject file{};
-    ASSERT_EQ(fileOpen(dir.file("f").c_str(), MODE_OPEN_WRITE | MODE_SHARE_NONE, &file), 0);
-    faultReset();
-    faultArm(FaultKind::Read, 2);
-    char buffer[4];
-    EXPECT_EQ(fileRead(&file, buffer, 4), 4);
-    EXPECT_EQ(fileRead(&file, buffer, 4), -1);
-    EXPECT_EQ(fileRead(&file, buffer, 4), 4);
-    faultArm(FaultKind::ShortWrite, 1);
-    EXPECT_EQ(fileWrite(&file, "abcd", 4), -1);
-    EXPECT_EQ(fileWrite(&file, "abcd", 4), 4);
-    EXPECT_EQ(faultCalls(FaultKind::Read), 3u);
-    faultReset();
-    EXPECT_EQ(fileClose(&file), 0);
 }
 
 }  // namespace

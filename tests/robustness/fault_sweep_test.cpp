@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "platform/fault_injection.h"
+#include "support/fault_env.h"
 #include "robustness/robustness_support.h"
 #include "tablefile/table.h"
 
@@ -17,8 +17,8 @@ using test::Edit;
 using test::LargeTable;
 using test::Where;
 
-constexpr FaultKind KINDS[] = {FaultKind::Open, FaultKind::Close,  FaultKind::Read,   FaultKind::Write,
-                               FaultKind::ShortWrite, FaultKind::Seek, FaultKind::Rename, FaultKind::Delete};
+constexpr FaultKind KINDS[] = {FaultKind::Open,       FaultKind::Close, FaultKind::Read,   FaultKind::Write,
+                               FaultKind::ShortWrite, FaultKind::Sync,  FaultKind::Rename, FaultKind::Delete};
 
 // Updates and deletes spread over the table, fewer than compact it.
 const std::vector<Edit> COMMIT_EDITS = {{0, false}, {3, true}, {4, true}, {700, false}, {701, true}, {1999, false}};
@@ -107,8 +107,8 @@ protected:
             counts += " " + std::to_string(nth - 1);
             points += static_cast<int>(nth - 1);
         }
-        std::printf("%s of a %s table: %d failure points (open, close, read, write, short write, seek, rename, "
-                    "delete:%s)\n",
+        std::printf("%s of a %s table: %d failure points (open, close, read, write, short write, sync, "
+                    "rename, delete:%s)\n",
                     what, table.tagged ? "tagged" : "delimited", points, counts.c_str());
     }
 };

@@ -7,7 +7,9 @@
 #include <random>
 #include <stdexcept>
 
+#include "frame/database.h"
 #include "platform/windows_api.h"
+#include "support/fault_env.h"
 #include "support/test_platform.h"
 
 namespace mergedb::test {
@@ -68,6 +70,7 @@ uint32_t openDatabase(const TempDir &dir, uint16_t subtype) {
     if (dbOpenDBMerge(subtype, 0, 0, dir.path().c_str(), &database) != 0) {
         throw std::runtime_error("dbOpenDBMerge failed");
     }
+    databaseLock(database)->env = &faultEnv();
     return database;
 }
 

@@ -41,8 +41,8 @@ private:
 // The English resource module, loaded once and handed to dbInitMerge.
 void *messagesModule();
 
-// dbInitMerge with the English module, then dbOpenDBMerge on dir. Gives the
-// database handle.
+// dbInitMerge with the English module, then dbOpenDBMerge on dir, with the
+// files of the database going through faultEnv(). Gives the database handle.
 uint32_t openDatabase(const TempDir &dir, uint16_t subtype = DB_SUBTYPE_DELIMITED);
 
 // Opens a delimited table with the given strings; gives the DbResult.

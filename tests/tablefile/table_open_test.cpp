@@ -2,6 +2,12 @@
 // as its result and leaves nothing open.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#endif
+
 #include "frame/blocks.h"
 #include "support/test_platform.h"
 #include "support/test_support.h"
@@ -66,6 +72,69 @@ TEST_F(TableOpenTest, AReadOnlyFileDoesNotOpenForWriting) {
     EXPECT_EQ(test::openDelimited(database, "locked.txt", &table), DB_RESULT_ERROR(ERR_OPEN));
     EXPECT_EQ(table, 0xDEADBEEFu);
     expectNothingLeftOpen("locked.txt");
+}
+
+// A directory, and on POSIX a pipe that nobody writes to, are refused at
+// once, without waiting for a writer.
+TEST_F(TableOpenTest, OnlyRegularFilesOpen) {
+    uint32_t table = 0;
+    std::filesystem::create_directory(dir.file("dir.txt"));
+    EXPECT_EQ(test::openDelimited(database, "dir.txt", &table, ",", "\n", "", "", 1), DB_RESULT_ERROR(ERR_OPEN));
+#if !defined(_WIN32)
+    ASSERT_EQ(mkfifo(dir.file("pipe.txt").c_str(), 0644), 0);
+    EXPECT_EQ(test::openDelimited(database, "pipe.txt", &table, ",", "\n", "", "", 1), DB_RESULT_ERROR(ERR_OPEN));
+    EXPECT_EQ(test::openDelimited(database, "pipe.txt", &table), DB_RESULT_ERROR(ERR_OPEN));
+#endif
+    EXPECT_EQ(blockLiveCount(), liveBefore);
+}
+
+// Offsets are 32 bits wide, and a position of all ones stands for a
+// failure: a file of 0xFFFFFFFF bytes or more is refused, a smaller one
+// opens. Records beyond 2 GiB are read, reached by a jump and by the walk
+// back from the end, and an insert lands behind them. The files are sparse.
+TEST_F(TableOpenTest, TablesUpToTheLargest32BitSizeOpen) {
+    uint32_t table = 0;
+    for (uint64_t size : {uint64_t{0xFFFFFFFF}, uint64_t{1} << 32}) {
+        dir.write("huge.txt", "a,b\n");
+        std::filesystem::resize_file(dir.file("huge.txt"), size);
+        EXPECT_EQ(test::openDelimited(database, "huge.txt", &table, ",", "\n", "", "", 1), DB_RESULT_ERROR(ERR_OPEN))
+            << size;
+    }
+    EXPECT_EQ(blockLiveCount(), liveBefore);
+
+    // The zeros between the first record and the last two form one record
+    // too long to read.
+    const uint32_t gap = 0x90000000u;
+    dir.write("big.txt", "h,0\n");
+    std::filesystem::resize_file(dir.file("big.txt"), gap);
+    {
+        std::ofstream out(dir.file("big.txt"), std::ios::binary | std::ios::app);
+        out << "\nx,1\ny,2\n";
+    }
+    ASSERT_EQ(test::openDelimited(database, "big.txt", &table, ",", "\n", ""), 0u);
+    auto first = [&] {
+        char value[8] = {};
+        uint16_t length = 0;
+        EXPECT_EQ(dbGetFieldValueHMerge(table, 0, value, DB_TYPE_TEXT, &length), 0u);
+        return std::string(value);
+    };
+    uint32_t mark = 0;
+    ASSERT_EQ(dbLastMerge(table, 0, nullptr), 0u);
+    EXPECT_EQ(first(), "y");
+    ASSERT_EQ(dbPrevMerge(table, 0, nullptr), 0u);
+    EXPECT_EQ(first(), "x");
+    ASSERT_EQ(dbGetRecordMerge(table, 1, &mark, gap + 1), 0u);
+    EXPECT_EQ(mark, gap + 1);
+    EXPECT_EQ(first(), "x");
+    ASSERT_EQ(dbNextMerge(table, 0, nullptr), 0u);
+    EXPECT_EQ(first(), "y");
+    EXPECT_EQ(dbNextMerge(table, 0, nullptr), DB_RESULT_END_OF_DATA);
+    ASSERT_EQ(dbPutFieldValueHMerge(table, 0, "z", DB_TYPE_TEXT, 1), 0u);
+    ASSERT_EQ(dbInsertMerge(table, 0, nullptr), 0u);
+    ASSERT_EQ(dbLastMerge(table, 0, nullptr), 0u);
+    EXPECT_EQ(first(), "z");
+    EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+    EXPECT_EQ(std::filesystem::file_size(dir.file("big.txt")), gap + 13u);
 }
 
 TEST_F(TableOpenTest, TheHeaderTestRefusesEveryBadField) {

@@ -27,7 +27,7 @@ protected:
         handle = blockAlloc(sizeof(MergeTable));
         table = tableLock(handle);
         table->accessFlags = MODE_OPEN_READ;
-        ASSERT_EQ(tableFileOpen(*table, dir.file("w.dat").c_str()), 0);
+        ASSERT_EQ(tableFileOpen(*table, platformEnv(), dir.file("w.dat").c_str()), 0);
         ASSERT_EQ(windowLoad(*table), 0);
     }
 

@@ -1,13 +1,15 @@
-// Test control of the platform layer: make the Nth call of a kind fail.
-//
-// Nothing is armed unless a test arms it, so the library behaves as usual.
+// An Env in front of the platform's that makes the nth call of a kind fail,
+// for the tests of what a failure leaves behind. test::openDatabase puts it
+// under every database of the tests; nothing fails until a test arms it.
 #pragma once
 
 #include <cstdint>
 
+#include "platform/env.h"
+
 namespace mergedb {
 
-enum class FaultKind { Open, Close, Read, Write, ShortWrite, Seek, Rename, Delete, Count };
+enum class FaultKind { Open, Close, Read, Write, ShortWrite, Size, Truncate, Sync, Rename, Delete, Count };
 
 // From now on, the nth call of kind (1 for the next one) fails. A ShortWrite
 // fault makes the nth write put down only half of its bytes.
@@ -18,5 +20,7 @@ void faultReset();
 
 // Calls of a kind since the last faultReset.
 uint32_t faultCalls(FaultKind kind);
+
+const Env &faultEnv();
 
 }  // namespace mergedb
