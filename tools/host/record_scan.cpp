@@ -29,6 +29,18 @@ constexpr size_t VARIABLE_HEAD = 4;  // lead, sub-code and the length word
 // leads 200 to 207, which have none.
 constexpr std::array<uint8_t, 16> FIXED_LENGTHS = {4, 9, 11, 3, 3, 5, 6, 7, 0, 0, 0, 0, 0, 0, 0, 0};
 
+// The bytes where the scan of a tagged record must look closer: those that
+// begin a token longer than one byte or no token at all, and the record's
+// end mark, or behind it the line ends.
+constexpr std::array<bool, 256> taggedStops(unsigned char first, unsigned char second) {
+    std::array<bool, 256> stops{};
+    for (int byte = 0; byte < 256; ++byte) stops[byte] = byte == 0 || byte == 127 || byte >= 192;
+    stops[first] = stops[second] = true;
+    return stops;
+}
+constexpr std::array<bool, 256> TAGGED_STOPS = taggedStops(RECORD_END_MARK, RECORD_END_MARK);
+constexpr std::array<bool, 256> TAGGED_STOPS_BEHIND_MARK = taggedStops(LINE_END, RECORD_LINE_END);
+
 }  // namespace
 
 // The bytes of the data in large reads, with a look a few bytes ahead.
@@ -52,6 +64,16 @@ public:
         cursor_ = filled_ = 0;
     }
 
+    // Keeps the bytes from the position on in the buffer, as many as the
+    // longest record and one more, so that they can be looked at again.
+    void mark() { mark_ = position(); }
+    // The bytes from the mark to the position, or nothing when there are
+    // more than the buffer keeps.
+    std::optional<std::string_view> sinceMark() const {
+        if (mark_ < start_) return std::nullopt;
+        return std::string_view(buffer_.data() + (mark_ - start_), position() - mark_);
+    }
+
     // The byte at position + ahead; -1 at or past the end of the data.
     int peek(size_t ahead = 0) {
         if (position() + ahead >= end_) return -1;
@@ -69,11 +91,14 @@ private:
     // Keeps the unread bytes and reads behind them until need bytes stand
     // from the cursor on, or the data ends.
     void refill(size_t need) {
-        size_t kept = filled_ - cursor_;
-        std::memmove(buffer_.data(), buffer_.data() + cursor_, kept);
-        start_ += cursor_;
-        cursor_ = 0;
+        bool keepMarked = mark_ >= start_ && position() - mark_ <= LONGEST_RECORD;
+        size_t from = keepMarked ? static_cast<size_t>(mark_ - start_) : cursor_;
+        size_t kept = filled_ - from;
+        std::memmove(buffer_.data(), buffer_.data() + from, kept);
+        start_ += from;
+        cursor_ -= from;
         filled_ = kept;
+        need += cursor_;
         while (filled_ < need && start_ + filled_ < end_) {
             size_t wanted = static_cast<size_t>(std::min<uint64_t>(buffer_.size() - filled_, end_ - start_ - filled_));
             ssize_t got = ::pread(fd_, buffer_.data() + filled_, wanted, static_cast<off_t>(start_ + filled_));
@@ -92,6 +117,7 @@ private:
     int fd_ = -1;
     std::vector<char> buffer_;
     uint64_t start_ = 0;  // the file offset of buffer_[0]
+    uint64_t mark_ = 0;
     size_t cursor_ = 0;
     size_t filled_ = 0;
     uint64_t end_ = 0;
@@ -122,7 +148,7 @@ uint64_t RecordScanner::dataEnd() const { return source_->end(); }
 
 std::optional<ScannedRecord> RecordScanner::next() {
     if (ended_ || source_->atEnd()) return std::nullopt;
-    record_.clear();
+    source_->mark();
     ScannedRecord record = format_.tagged ? taggedRecord() : delimitedRecord();
     if (record.fault == RecordFault::None && record.length > LONGEST_RECORD) record.fault = RecordFault::TooLong;
     if (record.fault != RecordFault::None && record.fault != RecordFault::TooLong) ended_ = true;
@@ -130,15 +156,7 @@ std::optional<ScannedRecord> RecordScanner::next() {
     return record;
 }
 
-void RecordScanner::take(size_t count) { keep(source_->buffered().substr(0, count)); }
-
-// Keeps bytes at the position, which peek or buffered has shown, and moves
-// behind them. Of a record longer than the driver reads, only as much is
-// kept as tells that.
-void RecordScanner::keep(std::string_view bytes) {
-    if (record_.size() <= LONGEST_RECORD) record_.append(bytes.substr(0, LONGEST_RECORD + 1 - record_.size()));
-    source_->skip(bytes.size());
-}
+void RecordScanner::take(size_t count) { source_->skip(count); }
 
 // Takes the bytes of text that stand at the position, as far as they match;
 // true when all of it matched. The driver keeps the bytes of a part match as
@@ -166,7 +184,7 @@ ScannedRecord RecordScanner::delimitedRecord() {
         std::string_view run = source_->buffered();
         size_t plain = 0;
         while (plain < run.size() && !special_[static_cast<unsigned char>(run[plain])]) ++plain;
-        keep(run.substr(0, plain));
+        take(plain);
         int c = source_->peek();
         if (c < 0) {
             record.fault = RecordFault::Unterminated;
@@ -185,7 +203,7 @@ ScannedRecord RecordScanner::delimitedRecord() {
             while (!closed && !source_->atEnd()) {
                 std::string_view inside = source_->buffered();
                 size_t plain = std::min(inside.find(d.quote.front()), inside.size());
-                keep(inside.substr(0, plain));
+                take(plain);
                 if (plain == inside.size() || !takeString(d.quote)) continue;
                 int behind = source_->peek();
                 closed = behind >= 0 && (behind == firstOf(d.field) || behind == firstOf(d.record) ||
@@ -203,8 +221,9 @@ ScannedRecord RecordScanner::delimitedRecord() {
     }
     record.length = source_->position() - record.offset;
     bool lfOnly = format_.lineEndsGuessed() && d.record == "\n" && format_.mixedLineEnds.empty();
-    if (lfOnly && record.fault == RecordFault::None && record_.size() == record.length) {
-        record.otherLineEnd = record.length >= 2 && record_[record.length - 2] == '\r';
+    std::optional<std::string_view> bytes = source_->sinceMark();
+    if (lfOnly && record.fault == RecordFault::None && bytes) {
+        record.otherLineEnd = bytes->size() >= 2 && (*bytes)[bytes->size() - 2] == '\r';
     }
     return record;
 }
@@ -245,6 +264,13 @@ ScannedRecord RecordScanner::taggedRecord() {
     record.offset = source_->position();
     bool marked = false;
     while (!source_->atEnd()) {
+        // A run of one-byte tokens that mark nothing goes at once.
+        const std::array<bool, 256> &stops = marked ? TAGGED_STOPS_BEHIND_MARK : TAGGED_STOPS;
+        std::string_view run = source_->buffered();
+        size_t plain = 0;
+        while (plain < run.size() && !stops[static_cast<unsigned char>(run[plain])]) ++plain;
+        take(plain);
+        if (source_->atEnd()) break;
         int lead = source_->peek();
         int code = source_->peek(1);
         if (!takeToken(record)) break;
@@ -263,7 +289,9 @@ ScannedRecord RecordScanner::taggedRecord() {
 // quote followed by a whole delimiter or ignore string.
 void RecordScanner::countFields(ScannedRecord &record) const {
     const Delimiters &d = format_.delimiters;
-    std::string_view bytes = record_;
+    std::optional<std::string_view> kept = source_->sinceMark();
+    if (!kept) return;
+    std::string_view bytes = *kept;
     size_t at = 0;
     auto standsAt = [&bytes](const std::string &text, size_t position) {
         return !text.empty() && position < bytes.size() && bytes[position] == text.front() &&

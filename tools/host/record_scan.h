@@ -68,7 +68,6 @@ private:
     ScannedRecord taggedRecord();
     // Copies bytes of the record being scanned, as far as they are kept.
     void take(size_t count);
-    void keep(std::string_view bytes);
     bool takeString(const std::string &text);
     bool takeToken(ScannedRecord &record);
     void countFields(ScannedRecord &record) const;
@@ -76,7 +75,6 @@ private:
     TableFormat format_;
     std::unique_ptr<RecordSource> source_;
     std::array<bool, 256> special_{};  // the first bytes of the delimited strings
-    std::string record_;               // the bytes of the record being scanned, up to the longest record
     uint64_t firstRecord_ = 0;
     bool ended_ = false;
 };
