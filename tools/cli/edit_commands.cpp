@@ -153,7 +153,7 @@ void mindEnd(const Invocation &invocation, const host::TableFile &file, const ho
 // with each data record's number; the header record is none.
 template <typename Visit>
 void walkNumbers(OpenTable &open, Visit visit) {
-    size_t number = open.format.header && !open.format.tagged ? 0 : 1;
+    size_t number = open.format.headerRecord() ? 0 : 1;
     bool skipFirst = number == 0;
     for (Moved moved = open.table.first(); moved != Moved::End; moved = open.table.next()) {
         if (skipFirst) {
@@ -182,7 +182,6 @@ public:
             mix(record, value);
         }
         sequence_ = sequence_ * FNV_PRIME ^ record;
-        ++records_;
     }
     bool operator==(const Digest &other) const = default;
 
@@ -193,7 +192,6 @@ private:
         for (char c : bytes) hash = (hash ^ static_cast<unsigned char>(c)) * FNV_PRIME;
     }
     uint64_t sequence_ = FNV_OFFSET;
-    size_t records_ = 0;
 };
 
 // What the first pass of a delete found: the records that go, by number and
@@ -215,6 +213,7 @@ void deleteThroughDriver(OpenTable &open, const DeletePlan &plan) {
         }
     });
     open.table.close();
+    mindBackupAfterCommit(open.file);
 }
 
 // The rewritten table must read whole through the driver, and hold the
@@ -282,7 +281,7 @@ int runInsert(const Invocation &invocation) {
     if (empty && open.format.header) throw Failure(open.file.label, "has no header record yet to name its fields");
     std::vector<Change> changes;
     if (!empty) {
-        bool onHeader = !open.format.tagged && open.format.header && table.first() == Moved::Record;
+        bool onHeader = open.format.headerRecord() && table.first() == Moved::Record;
         changes = changesOf(invocation, host::fieldNames(table, open.format, onHeader), open.format, open.file.label,
                             values);
     }
@@ -339,6 +338,7 @@ int runUpdate(const Invocation &invocation) {
         ++next;
     });
     open.table.close();
+    mindBackupAfterCommit(open.file);
     report("updated", fitting.size());
     return 0;
 }

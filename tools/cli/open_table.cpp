@@ -163,6 +163,14 @@ void mindBackup(const TableFile &file, Access access) {
     note(file.label, "note: " + leftover + "; see mergedb recover " + file.label);
 }
 
+void mindBackupAfterCommit(const TableFile &file) {
+    std::error_code error;
+    if (!std::filesystem::exists(file.backupPath(), error)) return;
+    note(file.label, "note: the commit is done, but " + file.backupName + " lies beside the table: the driver " +
+                         "could not remove the old table, or another table of that backup name is being " +
+                         "committed; see mergedb recover " + file.label);
+}
+
 OpenTable::OpenTable(const Invocation &invocation, const std::string &argument, Access access, const Prepare &prepare) try
     : file(enteredTable(invocation, argument, access)),
       format(prepared(host::resolveFormat(file, formatRequest(invocation)), file, prepare)),

@@ -36,6 +36,10 @@ void enterDirectory(const host::TableFile &file);
 // reads; refuses an edit, whose commit would fail on it.
 void mindBackup(const host::TableFile &file, host::Access access);
 
+// Says on stderr that the backup lies beside the table after a commit that
+// succeeded: the driver leaves it when it can't remove it.
+void mindBackupAfterCommit(const host::TableFile &file);
+
 // A table open through the driver, in its directory, with the checks that
 // come before: the backup, and for an edit the permissions that a commit
 // needs. prepare, if given, runs after these checks, before the driver

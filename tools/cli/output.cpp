@@ -14,6 +14,15 @@ namespace {
 using host::characterCount;
 
 constexpr size_t PROGRESS_STEP = 1000;
+
+// Whether a count of progress stands on stderr's line, which a note must
+// clear first.
+bool progressShown = false;
+
+void clearProgress() {
+    if (progressShown) std::fputs("\r\033[K", stderr);
+    progressShown = false;
+}
 constexpr const char *COLUMN_GAP = "  ";
 
 // RFC 4180: a field with a comma, a quote or a line break goes in quotes,
@@ -147,20 +156,19 @@ std::unique_ptr<RecordWriter> makeWriter(std::string_view format, bool withHeade
 
 void note(const std::string &label, const std::string &text) {
     std::fflush(stdout);
+    clearProgress();
     std::fprintf(stderr, "mergedb: %s: %s\n", label.c_str(), text.c_str());
 }
 
 Progress::Progress(std::string label, bool printsRecords)
     : label_(std::move(label)), enabled_(isatty(STDERR_FILENO) && !(printsRecords && isatty(STDOUT_FILENO))) {}
 
-Progress::~Progress() {
-    if (shown_) std::fputs("\r\033[K", stderr);
-}
+Progress::~Progress() { clearProgress(); }
 
 void Progress::tick() {
     if (++count_ % PROGRESS_STEP != 0 || !enabled_) return;
     std::fprintf(stderr, "\r%s: %zu records", label_.c_str(), count_);
-    shown_ = true;
+    progressShown = true;
 }
 
 }  // namespace mergedb::cli

@@ -47,7 +47,6 @@ public:
 private:
     std::string label_;
     bool enabled_;
-    bool shown_ = false;
     size_t count_ = 0;
 };
 

@@ -84,12 +84,12 @@ void writeBackward(const Invocation &invocation, OpenTable &open) {
     IssuePrinter issues(open.file.label);
     uint16_t count = open.table.fieldCount();
     size_t expected = host::scanTable(open.file, open.format, count, issues.sink());
-    bool onHeader = !open.format.tagged && open.format.header && open.table.first() == Moved::Record;
+    bool onHeader = open.format.headerRecord() && open.table.first() == Moved::Record;
     std::vector<std::string> names = host::fieldNames(open.table, open.format, onHeader);
     Selection fields = selection(invocation, names, open.file.label);
     writer->header(fields.names);
     size_t written = 0;
-    bool firstIsData = !open.format.header || open.format.tagged;
+    bool firstIsData = !open.format.headerRecord();
     for (Moved moved = open.table.last(); moved != Moved::End && written < expected; moved = open.table.previous()) {
         if (moved == Moved::Unsplit) continue;
         std::vector<std::string> values;

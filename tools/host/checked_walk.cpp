@@ -62,10 +62,6 @@ std::string whereText(const ScannedRecord &record, size_t fileRecord, bool heade
     return "record " + std::to_string(fileRecord - (header ? 1 : 0)) + at;
 }
 
-}  // namespace
-
-namespace {
-
 std::string withoutBom(std::string bytes, const TableFormat &format, bool firstOfFile) {
     if (firstOfFile && format.bomLength != 0 && bytes.starts_with(UTF8_BOM)) bytes.erase(0, UTF8_BOM.size());
     return bytes;
@@ -93,7 +89,7 @@ std::vector<std::string> fieldNames(Table &table, const TableFormat &format, boo
 CheckedWalk::CheckedWalk(Table &table, const TableFile &file, const TableFormat &format, IssueSink sink)
     : table_(table), format_(format), scanner_(file, format), sink_(std::move(sink)) {
     fieldCount_ = table.fieldCount();
-    names_ = fieldNames(table, format, !format.tagged && format.header && step());
+    names_ = fieldNames(table, format, format.headerRecord() && step());
 }
 
 Moved CheckedWalk::move(const std::optional<ScannedRecord> &expected) {
@@ -109,7 +105,7 @@ Moved CheckedWalk::move(const std::optional<ScannedRecord> &expected) {
 
 void CheckedWalk::report(const ScannedRecord &record, const std::string &what) {
     ++issues_;
-    if (sink_) sink_({whereText(record, fileRecords_, format_.header && !format_.tagged), what});
+    if (sink_) sink_({whereText(record, fileRecords_, format_.headerRecord()), what});
 }
 
 bool CheckedWalk::step() {
@@ -131,7 +127,7 @@ bool CheckedWalk::step() {
 bool CheckedWalk::next() {
     while (!ended_) {
         if (step()) {
-            number_ = fileRecords_ - (format_.header && !format_.tagged ? 1 : 0);
+            number_ = fileRecords_ - (format_.headerRecord() ? 1 : 0);
             return true;
         }
     }
@@ -191,7 +187,7 @@ void CheckedWalk::finish() {
 
 size_t scanTable(const TableFile &file, const TableFormat &format, uint16_t fieldCount, const IssueSink &sink) {
     RecordScanner scanner(file, format);
-    bool header = format.header && !format.tagged;
+    bool header = format.headerRecord();
     size_t records = 0;
     size_t read = 0;
     while (std::optional<ScannedRecord> record = scanner.next()) {

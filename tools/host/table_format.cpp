@@ -1,5 +1,6 @@
 #include "table_format.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 
@@ -16,13 +17,11 @@ std::string sampleOf(const TableFile &file) {
     return sample;
 }
 
-std::string countText(size_t count, const char *what) { return std::to_string(count) + " " + what; }
-
 std::string lineEndCounts(const LineEnds &ends) {
     std::string text;
     auto add = [&text](size_t count, const char *what) {
         if (count == 0) return;
-        text += (text.empty() ? "" : ", ") + countText(count, what);
+        text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + what;
     };
     add(ends.crlf, "CR LF");
     add(ends.lf, "LF");

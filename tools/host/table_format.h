@@ -43,6 +43,10 @@ struct TableFormat {
     std::string mixedLineEnds;
 
     uint16_t subtype() const { return tagged ? DB_SUBTYPE_TAGGED : DB_SUBTYPE_DELIMITED; }
+    // The first record of the file names the fields and is no data: a
+    // delimited table's header record (a tagged document's head record is
+    // no record for the driver's walk at all).
+    bool headerRecord() const { return header && !tagged; }
     // What the table's text can store.
     TextTarget textTarget() const { return {encoding, tagged}; }
     // A record that ends otherwise than the line ends found at the start is
