@@ -1,8 +1,6 @@
 // convert: a new table of another kind with the fields and records of a table.
 #include <unistd.h>
 
-#include <map>
-
 #include "commands.h"
 #include "open_table.h"
 #include "output.h"
@@ -61,15 +59,10 @@ struct Target {
 };
 
 Target targetOf(const Invocation &invocation) {
-    std::optional<std::string> name = invocation.value("--kind");
-    if (!name) invocation.fail("missing --kind");
-    const std::map<std::string, uint16_t> kinds = {
-        {"tagged0", DB_KIND_TAGGED_0}, {"tagged1", DB_KIND_TAGGED_1}, {"text", DB_KIND_DELIMITED}};
-    auto kind = kinds.find(*name);
-    if (kind == kinds.end()) invocation.fail("unknown kind '" + *name + "'; tagged0, tagged1 or text");
-    Target target{host::plannedTable(invocation.operands()[1]), kind->second,
+    uint16_t kind = requiredKind(invocation);
+    Target target{host::plannedTable(invocation.operands()[1]), kind,
                   host::newDelimitedFormat(formatRequest(invocation, "--to-"))};
-    target.format.tagged = kind->second != DB_KIND_DELIMITED;
+    target.format.tagged = kind != DB_KIND_DELIMITED;
     if (target.format.tagged) target.format.encoding = host::Encoding::Cp437;
     std::error_code error;
     if (std::filesystem::exists(target.file.path, error) && !invocation.has("--force")) {

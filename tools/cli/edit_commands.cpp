@@ -261,12 +261,6 @@ std::vector<std::string> newFieldNames(const Invocation &invocation, uint16_t ki
     return names;
 }
 
-std::string namesText(const std::vector<std::string> &names) {
-    std::string text;
-    for (const std::string &name : names) text += (text.empty() ? "" : ", ") + name;
-    return text;
-}
-
 }  // namespace
 
 int runInsert(const Invocation &invocation) {
@@ -381,12 +375,7 @@ int runDelete(const Invocation &invocation) {
 }
 
 int runCreate(const Invocation &invocation) {
-    std::optional<std::string> kindName = invocation.value("--kind");
-    if (!kindName) invocation.fail("missing --kind");
-    std::map<std::string, uint16_t> kinds = {
-        {"tagged0", DB_KIND_TAGGED_0}, {"tagged1", DB_KIND_TAGGED_1}, {"text", DB_KIND_DELIMITED}};
-    if (!kinds.contains(*kindName)) invocation.fail("unknown kind '" + *kindName + "'; tagged0, tagged1 or text");
-    uint16_t kind = kinds[*kindName];
+    uint16_t kind = requiredKind(invocation);
     host::TableFormat format = host::newDelimitedFormat(formatRequest(invocation));
     std::vector<std::string> names = newFieldNames(invocation, kind, format);
     host::TableFile file = host::plannedTable(invocation.operands()[0]);
@@ -401,7 +390,7 @@ int runCreate(const Invocation &invocation) {
     std::string made = "created " + file.label + ": ";
     if (kind != DB_KIND_DELIMITED) {
         writeOut(made + "a tagged document of dialect " + (kind == DB_KIND_TAGGED_1 ? "1" : "0") +
-                 " with the fields " + namesText(invocation.values("--field")) + "\n");
+                 " with the fields " + joined(invocation.values("--field")) + "\n");
         return 0;
     }
     if (names.empty()) {
@@ -413,7 +402,7 @@ int runCreate(const Invocation &invocation) {
     for (size_t i = 0; i < names.size(); ++i) table.putByName(std::to_string(i + 1), names[i]);
     table.insert();
     table.close();
-    writeOut(made + "delimited text with a header record of the fields " + namesText(invocation.values("--field")) +
+    writeOut(made + "delimited text with a header record of the fields " + joined(invocation.values("--field")) +
              " (read it with --header)\n");
     return 0;
 }

@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "failure.h"
+#include "output.h"
 
 namespace mergedb::cli {
 namespace {
@@ -11,12 +12,6 @@ constexpr unsigned char UTF8_LATIN1_LEAD = 0xC3;  // the lead byte of U+00C0 to 
 constexpr unsigned char UPPER_FIRST = 0x80;       // U+00C0
 constexpr unsigned char UPPER_LAST = 0x9E;        // U+00DE
 constexpr unsigned char TIMES_SIGN = 0x97;        // U+00D7, which has no lower case
-
-std::string joined(const std::vector<std::string> &names) {
-    std::string text;
-    for (const std::string &name : names) text += (text.empty() ? "" : ", ") + name;
-    return text;
-}
 
 }  // namespace
 

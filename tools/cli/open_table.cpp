@@ -135,6 +135,15 @@ host::FormatRequest formatRequest(const Invocation &invocation, std::string_view
     return request;
 }
 
+uint16_t requiredKind(const Invocation &invocation) {
+    std::optional<std::string> name = invocation.value("--kind");
+    if (!name) invocation.fail("missing --kind");
+    for (uint16_t kind : {DB_KIND_TAGGED_0, DB_KIND_TAGGED_1, DB_KIND_DELIMITED}) {
+        if (host::kindName(kind) == *name) return kind;
+    }
+    invocation.fail("unknown kind '" + *name + "'; tagged0, tagged1 or text");
+}
+
 TableFile namedTable(const Invocation &invocation, const std::string &argument, Access access) {
     if (argument != STANDARD_INPUT) return host::locateTable(argument);
     if (access == Access::Write) invocation.fail("standard input (-) can be read, not changed");

@@ -21,6 +21,9 @@ namespace mergedb::cli {
 // begin with prefix: "--" or "--to-".
 host::FormatRequest formatRequest(const Invocation &invocation, std::string_view prefix = "--");
 
+// The table kind that --kind names: tagged0, tagged1 or text.
+uint16_t requiredKind(const Invocation &invocation);
+
 // The table a command names: "-" is standard input, spooled to a file of
 // its own for the commands that only read. Refuses what no command can use.
 host::TableFile namedTable(const Invocation &invocation, const std::string &argument, host::Access access);

@@ -147,6 +147,12 @@ void writeOut(std::string_view bytes) { std::fwrite(bytes.data(), 1, bytes.size(
 
 std::string recordCount(size_t count) { return std::to_string(count) + (count == 1 ? " record" : " records"); }
 
+std::string joined(const std::vector<std::string> &items) {
+    std::string text;
+    for (const std::string &item : items) text += (text.empty() ? "" : ", ") + item;
+    return text;
+}
+
 std::unique_ptr<RecordWriter> makeWriter(std::string_view format, bool withHeader) {
     if (format == "csv") return std::make_unique<CsvWriter>(withHeader);
     if (format == "json") return std::make_unique<JsonWriter>();

@@ -15,6 +15,9 @@ void writeOut(std::string_view bytes);
 // "1 record", "2 records".
 std::string recordCount(size_t count);
 
+// "a, b, c".
+std::string joined(const std::vector<std::string> &items);
+
 // Takes the records of a walk, in UTF-8.
 class RecordWriter {
 public:

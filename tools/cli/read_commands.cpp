@@ -190,8 +190,7 @@ int tableInfo(const Invocation &invocation) {
     CheckedWalk walk(open.table, file, open.format, issues.sink());
     size_t records = 0;
     while (walk.next()) ++records;
-    std::string names;
-    for (const std::string &name : walk.names()) names += (names.empty() ? "" : ", ") + name;
+    std::string names = joined(walk.names());
     lines += "fields: " + std::to_string(walk.fieldCount()) + (names.empty() ? "" : " (" + names + ")") + "\n";
     lines += "records: " + std::to_string(records) + "\n";
     lines += "reads whole: " +

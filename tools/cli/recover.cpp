@@ -100,9 +100,9 @@ std::vector<TableFile> siblings(const TableFile &file, bool tagged) {
 }
 
 std::string namesOf(const std::vector<TableFile> &tables) {
-    std::string text;
-    for (const TableFile &table : tables) text += (text.empty() ? "" : ", ") + table.label;
-    return text;
+    std::vector<std::string> labels;
+    for (const TableFile &table : tables) labels.push_back(table.label);
+    return joined(labels);
 }
 
 void renameOrFail(const std::filesystem::path &from, const std::filesystem::path &to, const std::string &label) {

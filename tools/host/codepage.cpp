@@ -40,6 +40,21 @@ static_assert(CP1252_UPPER[0x20] == 0x00A0 && CP1252_UPPER[0x7F] == 0x00FF);
 
 constexpr char32_t REPLACEMENT = 0xFFFD;
 
+struct EncodingNames {
+    Encoding encoding;
+    std::string_view name;
+    std::string_view option;
+};
+
+// In the order of the enumeration.
+constexpr EncodingNames ENCODINGS[] = {
+    {Encoding::Utf8, "UTF-8", "utf8"},
+    {Encoding::Cp1252, "Windows-1252", "cp1252"},
+    {Encoding::Cp437, "code page 437", "cp437"},
+};
+static_assert(ENCODINGS[static_cast<size_t>(Encoding::Cp437)].encoding == Encoding::Cp437 &&
+              ENCODINGS[static_cast<size_t>(Encoding::Cp1252)].encoding == Encoding::Cp1252);
+
 const UpperHalf &upperHalf(Encoding page) { return page == Encoding::Cp437 ? CP437_UPPER : CP1252_UPPER; }
 
 std::optional<char> storedByte(char32_t character, TextTarget target) {
@@ -62,30 +77,20 @@ std::string refusal(char32_t character, TextTarget target) {
 
 }  // namespace
 
-std::string_view encodingName(Encoding encoding) {
-    switch (encoding) {
-    case Encoding::Utf8: return "UTF-8";
-    case Encoding::Cp1252: return "Windows-1252";
-    case Encoding::Cp437: return "code page 437";
-    }
-    return "";
-}
+std::string_view encodingName(Encoding encoding) { return ENCODINGS[static_cast<size_t>(encoding)].name; }
 
-std::string_view encodingOption(Encoding encoding) {
-    switch (encoding) {
-    case Encoding::Utf8: return "utf8";
-    case Encoding::Cp1252: return "cp1252";
-    case Encoding::Cp437: return "cp437";
-    }
-    return "";
-}
+std::string_view encodingOption(Encoding encoding) { return ENCODINGS[static_cast<size_t>(encoding)].option; }
 
 std::optional<Encoding> encodingNamed(std::string_view name) {
-    std::string folded(name);
-    std::transform(folded.begin(), folded.end(), folded.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; });
-    if (folded == "utf8" || folded == "utf-8") return Encoding::Utf8;
-    if (folded == "cp1252" || folded == "windows-1252") return Encoding::Cp1252;
-    if (folded == "cp437") return Encoding::Cp437;
+    auto lowered = [](std::string_view text) {
+        std::string low(text);
+        std::transform(low.begin(), low.end(), low.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; });
+        return low;
+    };
+    std::string wanted = lowered(name);
+    for (const EncodingNames &encoding : ENCODINGS) {
+        if (wanted == encoding.option || wanted == lowered(encoding.name)) return encoding.encoding;
+    }
     return std::nullopt;
 }
 

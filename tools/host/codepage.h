@@ -17,7 +17,8 @@ enum class Encoding : uint8_t { Utf8, Cp1252, Cp437 };
 std::string_view encodingName(Encoding encoding);
 // The name an option takes: "utf8", "cp1252", "cp437".
 std::string_view encodingOption(Encoding encoding);
-// utf8 (or utf-8), cp1252 or cp437, in any case; nothing for another name.
+// An encoding by its option or its name, in any case: utf8 or UTF-8, cp1252
+// or Windows-1252, cp437; nothing for another name.
 std::optional<Encoding> encodingNamed(std::string_view name);
 
 void appendUtf8(std::string &out, char32_t character);
