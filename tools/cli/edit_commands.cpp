@@ -1,4 +1,5 @@
-// The commands that change a table: insert, update, delete and create.
+// The commands that add, change and make records and tables: insert,
+// update and create.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,10 +10,10 @@
 #include <set>
 
 #include "commands.h"
+#include "edit_support.h"
 #include "match.h"
 #include "open_table.h"
 #include "output.h"
-#include "rebuild.h"
 #include "store.h"
 
 namespace mergedb::cli {
@@ -23,9 +24,6 @@ using host::CheckedWalk;
 using host::Failure;
 using host::Moved;
 
-// The driver rewrites and reopens a table at every 200th delete; from that
-// many deletes on, the tool rewrites the table once instead.
-constexpr size_t DELETES_PER_COMPACTION = 200;
 constexpr int MOST_FIELDS = 1000;
 
 struct Change {
@@ -34,10 +32,6 @@ struct Change {
     std::string value;  // UTF-8, as given
     std::string bytes;  // as the table stores it
 };
-
-void report(const std::string &done, size_t count, const std::string &how = "") {
-    writeOut(done + " " + recordCount(count) + how + "\n");
-}
 
 Change stored(const Invocation &invocation, const host::TableFormat &format, uint16_t index,
               const Assignment &assignment) {
@@ -54,37 +48,6 @@ std::vector<Change> changesOf(const Invocation &invocation, const std::vector<st
         changes.push_back(stored(invocation, format, fieldIndex(names, assignment.name, label), assignment));
     }
     return changes;
-}
-
-// An edit reads the table whole before it changes a byte of it.
-void requireWholeForEdit(const std::string &label, const CheckedWalk &walk) {
-    if (walk.issues() == 0) return;
-    throw Failure(label, "was not read whole (told above), so nothing was changed; make it read whole first");
-}
-
-// An example that fits every record of a table of several is more often a
-// mistake than a wish.
-void requireChoice(const Invocation &invocation, const std::string &label, size_t fitting, size_t records) {
-    if (invocation.has("--all") || fitting < records || records < 2) return;
-    throw Failure(label, "the example fits all " + std::to_string(records) +
-                             " records; give --all to " + std::string(invocation.command().name) +
-                             " every record (a '*' stands for any run of characters)");
-}
-
-std::string csvLine(CheckedWalk &walk) {
-    std::string line;
-    for (uint16_t i = 0; i < walk.fieldCount(); ++i) {
-        std::string value = walk.value(i);
-        bool quote = value.find_first_of(",\"\r\n") != std::string::npos;
-        std::string field = quote ? "\"" : "";
-        for (char c : value) field += c == '"' && quote ? std::string("\"\"") : std::string(1, c);
-        line += (i == 0 ? "" : ",") + field + (quote ? "\"" : "");
-    }
-    return line;
-}
-
-std::string whereText(const CheckedWalk &walk) {
-    return "record " + std::to_string(walk.number()) + " at byte " + std::to_string(walk.offset());
 }
 
 // What an update would change in the current record.
@@ -147,100 +110,6 @@ void mindEnd(const Invocation &invocation, const host::TableFile &file, const ho
     if (!read || invocation.has("--fix-end")) throw Failure(file.label, "its end could not be read or mended");
     throw Failure(file.label, "its last record has no record delimiter (" + host::delimiterText(delimiter) +
                                   ") behind it, so the new record would join it; --fix-end adds the delimiter first");
-}
-
-// Runs through the table's records in the driver's order, calling visit
-// with each data record's number; the header record is none.
-template <typename Visit>
-void walkNumbers(OpenTable &open, Visit visit) {
-    size_t number = open.format.headerRecord() ? 0 : 1;
-    bool skipFirst = number == 0;
-    for (Moved moved = open.table.first(); moved != Moved::End; moved = open.table.next()) {
-        if (skipFirst) {
-            skipFirst = false;
-            ++number;
-            continue;
-        }
-        visit(number++);
-    }
-}
-
-// Folds each record into a digest of a sequence of records, so that a
-// rewritten table can be held against the records that it must keep. The
-// rewrite copies whole records, so a record boundary in the wrong place
-// would change the number of records or the first or last value of one;
-// those are what the digest takes.
-class Digest {
-public:
-    void add(CheckedWalk &walk) {
-        uint64_t record = FNV_OFFSET;
-        uint16_t count = walk.fieldCount();
-        for (uint16_t field : {uint16_t{0}, static_cast<uint16_t>(count - 1)}) {
-            if (field >= count) continue;
-            std::string value = walk.bytes(field);
-            mix(record, std::to_string(value.size()) + ":");
-            mix(record, value);
-        }
-        sequence_ = sequence_ * FNV_PRIME ^ record;
-    }
-    bool operator==(const Digest &other) const = default;
-
-private:
-    static constexpr uint64_t FNV_OFFSET = 14695981039346656037ull;
-    static constexpr uint64_t FNV_PRIME = 1099511628211ull;
-    static void mix(uint64_t &hash, std::string_view bytes) {
-        for (char c : bytes) hash = (hash ^ static_cast<unsigned char>(c)) * FNV_PRIME;
-    }
-    uint64_t sequence_ = FNV_OFFSET;
-};
-
-// What the first pass of a delete found: the records that go, by number and
-// by their place in the file, and a digest of those that stay.
-struct DeletePlan {
-    std::vector<size_t> numbers;
-    std::vector<host::Extent> extents;
-    Digest kept;
-    size_t records = 0;
-    uint64_t dataEnd = 0;
-};
-
-void deleteThroughDriver(OpenTable &open, const DeletePlan &plan) {
-    auto next = plan.numbers.begin();
-    walkNumbers(open, [&](size_t number) {
-        if (next != plan.numbers.end() && *next == number) {
-            open.table.remove();
-            ++next;
-        }
-    });
-    open.table.close();
-    mindBackupAfterCommit(open.file);
-}
-
-// The rewritten table must read whole through the driver, and hold the
-// kept records and nothing else, in order.
-void checkRewritten(OpenTable &open, const Digest &kept, const host::TableFile &rewritten) {
-    host::Table table(open.database, rewritten.driverName, open.file.label, open.format.subtype(),
-                      open.format.delimiters, Access::Read);
-    size_t issues = 0;
-    CheckedWalk walk(table, rewritten, open.format, [&issues](const host::Issue &) { ++issues; });
-    Digest found;
-    while (walk.next()) found.add(walk);
-    table.close();
-    if (issues != 0 || !(found == kept)) {
-        throw Failure(open.file.label, "the rewritten table did not read back as it should; nothing was changed");
-    }
-}
-
-void deleteByRewrite(OpenTable &open, DeletePlan &plan) {
-    // The byte-order mark in front of the first record stays in front of
-    // whatever record comes first.
-    if (!plan.extents.empty() && plan.extents.front().offset == 0) {
-        plan.extents.front().offset += open.format.bomLength;
-        plan.extents.front().length -= open.format.bomLength;
-    }
-    host::rebuildWithout(open.file, plan.dataEnd, plan.extents,
-                         [&](const host::TableFile &rewritten) { checkRewritten(open, plan.kept, rewritten); });
-    open.table.close();
 }
 
 // The names of a new table's fields, checked against what its head (or,
@@ -334,43 +203,6 @@ int runUpdate(const Invocation &invocation) {
     open.table.close();
     mindBackupAfterCommit(open.file);
     report("updated", fitting.size());
-    return 0;
-}
-
-int runDelete(const Invocation &invocation) {
-    OpenTable open(invocation, invocation.operands()[0], Access::Write);
-    const std::string &label = open.file.label;
-    IssuePrinter issues(label);
-    CheckedWalk walk(open.table, open.file, open.format, issues.sink());
-    Example example(invocation, invocation.values("--where"), "--where NAME=PATTERN", walk.names(), label);
-    DeletePlan plan;
-    bool dryRun = invocation.has("--dry-run");
-    std::vector<std::string> preview;
-    while (walk.next()) {
-        ++plan.records;
-        if (!example.fits(walk)) {
-            plan.kept.add(walk);
-            continue;
-        }
-        plan.numbers.push_back(walk.number());
-        plan.extents.push_back({walk.offset(), walk.length()});
-        if (dryRun) preview.push_back(whereText(walk) + ": " + csvLine(walk));
-    }
-    plan.dataEnd = walk.dataEnd();
-    requireWholeForEdit(label, walk);
-    requireChoice(invocation, label, plan.numbers.size(), plan.records);
-    if (dryRun) {
-        for (const std::string &line : preview) writeOut(line + "\n");
-        report("would delete", plan.numbers.size());
-        return 0;
-    }
-    if (plan.numbers.size() < DELETES_PER_COMPACTION) {
-        deleteThroughDriver(open, plan);
-        report("deleted", plan.numbers.size());
-    } else {
-        deleteByRewrite(open, plan);
-        report("deleted", plan.numbers.size(), ", in one rewrite of the table");
-    }
     return 0;
 }
 

@@ -66,11 +66,7 @@ public:
     void record(const std::vector<std::string> &values) override { line(values); }
 
 private:
-    void line(const std::vector<std::string> &fields) const {
-        std::string text;
-        for (size_t i = 0; i < fields.size(); ++i) text += (i == 0 ? "" : ",") + csvField(fields[i]);
-        writeOut(text + "\n");
-    }
+    void line(const std::vector<std::string> &fields) const { writeOut(csvLine(fields) + "\n"); }
 
     bool withHeader_;
 };
@@ -146,6 +142,12 @@ private:
 void writeOut(std::string_view bytes) { std::fwrite(bytes.data(), 1, bytes.size(), stdout); }
 
 std::string recordCount(size_t count) { return std::to_string(count) + (count == 1 ? " record" : " records"); }
+
+std::string csvLine(const std::vector<std::string> &values) {
+    std::string text;
+    for (size_t i = 0; i < values.size(); ++i) text += (i == 0 ? "" : ",") + csvField(values[i]);
+    return text;
+}
 
 std::string joined(const std::vector<std::string> &items) {
     std::string text;

@@ -15,6 +15,9 @@ void writeOut(std::string_view bytes);
 // "1 record", "2 records".
 std::string recordCount(size_t count);
 
+// Values as a line of CSV, without its line end: RFC 4180 quoting.
+std::string csvLine(const std::vector<std::string> &values);
+
 // "a, b, c".
 std::string joined(const std::vector<std::string> &items);
 
