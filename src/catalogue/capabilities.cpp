@@ -5,7 +5,8 @@
 #include <iterator>
 
 #include "fields/field_array.h"
-#include "frame/database.h"
+#include "catalogue/database.h"
+#include "frame/host_memory.h"
 #include "frame/messages.h"
 #include "frame/result.h"
 #include "tablefile/file_service.h"
@@ -16,8 +17,6 @@ namespace {
 
 constexpr uint16_t WALK_FIRST = 1;
 
-// The longest field value, and the longest record.
-constexpr uint16_t VALUE_LIMIT = 32000;
 
 // Item 12 of a database loads the text of code 0 with this buffer.
 constexpr int NO_ERROR_TEXT_SIZE = 80;
@@ -40,7 +39,7 @@ constexpr InfoItem DATABASE_ITEMS[] = {
     {InfoAnswer::Word, PATH_BUFFER_SIZE},  // 3
     {InfoAnswer::Word, FIELD_NAME_SIZE},   // 4
     {InfoAnswer::Word, 0},                 // 5
-    {InfoAnswer::Word, VALUE_LIMIT},       // 6
+    {InfoAnswer::Word, FIELD_VALUE_LIMIT},       // 6
     {InfoAnswer::ZeroBytes, 1},            // 7
     {InfoAnswer::ZeroBytes, 9},            // 8
     {InfoAnswer::ZeroBytes, 9},            // 9
@@ -53,11 +52,6 @@ constexpr InfoItem DATABASE_ITEMS[] = {
     {InfoAnswer::ZeroBytes, 1},            // 16
 };
 
-// Stores value in the host's area, which need not be aligned.
-template <typename T>
-void putValue(void *out, T value) {
-    std::memcpy(out, &value, sizeof value);
-}
 
 uint16_t loadText(UINT id, int bufferSize, char *out) {
     return loadOemText(id, bufferSize, out) > 0 ? 0 : ERR_GENERAL;
@@ -88,13 +82,13 @@ uint16_t databaseInfo(const MergeDatabase &database, void *out, uint16_t item) {
     case InfoAnswer::NoErrorText:
         return loadText(DB_MSG_OK, NO_ERROR_TEXT_SIZE, text);
     case InfoAnswer::Word:
-        putValue(out, entry.value);
+        storeToHost(out, entry.value);
         return 0;
     case InfoAnswer::ZeroBytes:
         std::memset(out, 0, entry.value);
         return 0;
     case InfoAnswer::DelimitedFlag:
-        putValue(out, uint32_t{database.subtype == DB_SUBTYPE_DELIMITED});
+        storeToHost(out, uint32_t{database.subtype == DB_SUBTYPE_DELIMITED});
         return 0;
     case InfoAnswer::Unsupported:
         break;
@@ -213,7 +207,7 @@ extern "C" DbResult MERGEDB_CALL dbExistsMerge(uint32_t, uint32_t handle, const 
     const MergeDatabase *database = databaseLock(handle);
     if (database == nullptr || name == nullptr || exists == nullptr) return errorResult(ERR_MEMORY);
     char path[PATH_BUFFER_SIZE];
-    *exists = joinTablePath(*database, name, TableName::Whole, path) && fileExists(*database->env, path) == 0 ? 1 : 0;
+    *exists = joinTablePath(database->path, name, TableName::Whole, path) && fileExists(*database->env, path) == 0 ? 1 : 0;
     return DB_RESULT_OK;
 }
 
@@ -221,6 +215,6 @@ extern "C" DbResult MERGEDB_CALL dbEraseMerge(uint32_t, uint32_t handle, const c
     const MergeDatabase *database = databaseLock(handle);
     if (database == nullptr || name == nullptr) return errorResult(ERR_MEMORY);
     char path[PATH_BUFFER_SIZE];
-    if (!joinTablePath(*database, name, TableName::Whole, path)) return errorResult(ERR_DELETE);
+    if (!joinTablePath(database->path, name, TableName::Whole, path)) return errorResult(ERR_DELETE);
     return errorResult(fileDelete(*database->env, path));
 }

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "frame/database.h"
+#include "catalogue/database.h"
 
 namespace mergedb {
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "fields/field_array.h"
+#include "frame/host_memory.h"
 #include "frame/messages.h"
 #include "frame/result.h"
 
@@ -29,11 +30,6 @@ constexpr uint16_t TABLE_ITEM_PATH = 4;
 constexpr uint16_t ONE_DATA_TYPE = 1;
 constexpr uint16_t TYPE_SLOT_3 = 65535;
 constexpr uint16_t TYPE_SLOT_4 = 0;
-
-// Stores value in the u16 slot of out; the host's buffer need not be aligned.
-void putWord(void *out, int slot, uint16_t value) {
-    std::memcpy(static_cast<char *>(out) + slot * sizeof value, &value, sizeof value);
-}
 
 // Copies text, at most size - 1 bytes of it, and its end to out.
 void putString(void *out, const char *text, size_t size) {
@@ -75,15 +71,15 @@ uint16_t fieldInfo(const MergeTable &table, int index, void *out, uint16_t item)
         break;
     case FIELD_ITEM_TYPE:
         // Slots 1 and 2 are the host's and stay as they are.
-        putWord(out, 0, ONE_DATA_TYPE);
-        putWord(out, 3, TYPE_SLOT_3);
-        putWord(out, 4, TYPE_SLOT_4);
+        storeToHost(out, ONE_DATA_TYPE, 0);
+        storeToHost(out, TYPE_SLOT_3, 3);
+        storeToHost(out, TYPE_SLOT_4, 4);
         break;
     case FIELD_ITEM_INDEX:
-        putWord(out, 0, static_cast<uint16_t>(index));
+        storeToHost(out, static_cast<uint16_t>(index));
         break;
     default:
-        for (int i = 0; i < 4; ++i) putWord(out, i, entry.info[i]);
+        for (size_t i = 0; i < 4; ++i) storeToHost(out, entry.info[i], i);
         break;
     }
     return 0;
@@ -97,11 +93,9 @@ uint16_t tableInfo(const MergeTable &table, void *out, uint16_t item) {
     if (item == TABLE_ITEM_PATH) {
         putString(out, table.fileName, PATH_BUFFER_SIZE);
     } else if (item == TABLE_ITEM_KIND) {
-        bool known = table.kind == DB_KIND_DELIMITED || table.kind == DB_KIND_TAGGED_0 ||
-                     table.kind == DB_KIND_TAGGED_1;
-        putWord(out, 0, known ? table.kind : 0);
+        storeToHost(out, table.kind);
     } else {
-        putWord(out, 0, static_cast<uint16_t>(table.fieldCount));
+        storeToHost(out, static_cast<uint16_t>(table.fieldCount));
     }
     return 0;
 }
