@@ -190,8 +190,13 @@ inline constexpr std::array<uint8_t, 9> HEAD_START_1 = {
     FUNCTION_TOKEN, FUNCTION_NAME_LIST, 4, 0, 4, 0, FUNCTION_NAME_LIST, FUNCTION_TOKEN, MARK_LINE_END};
 inline constexpr uint8_t NAME_LIST_SEPARATOR = '~';
 
-// The 16-byte header. Offsets of its fields are in tablefile/table.h.
+// The 16-byte header, and where its fields lie.
 inline constexpr uint16_t TAGGED_HEADER_SIZE = 16;
+inline constexpr int HEADER_DOC_OFFSET = 4;
+inline constexpr int HEADER_PRODUCT_TYPE = 8;
+inline constexpr int HEADER_FILE_TYPE = 9;
+inline constexpr int HEADER_MAJOR_VERSION = 10;
+inline constexpr int HEADER_MINOR_VERSION = 11;
 inline constexpr std::array<uint8_t, 4> TAGGED_MAGIC = {0xFF, 'Z', 'R', 'N'};
 bool isTaggedMagic(const uint8_t *header);
 bool isAcceptedProductType(uint8_t productType);

@@ -72,13 +72,6 @@ struct MergeTable {
     BlockHandle fieldIndex;
 };
 
-// Where the fields of a tagged document's header lie.
-inline constexpr int HEADER_DOC_OFFSET = 4;
-inline constexpr int HEADER_PRODUCT_TYPE = 8;
-inline constexpr int HEADER_FILE_TYPE = 9;
-inline constexpr int HEADER_MAJOR_VERSION = 10;
-inline constexpr int HEADER_MINOR_VERSION = 11;
-
 // The table behind a host's handle, or null for 0, a stale handle, or a
 // block that is no table record.
 inline MergeTable *tableLock(BlockHandle handle) { return blockLockKind<MergeTable>(handle, BlockKind::Table); }
