@@ -15,14 +15,11 @@
 namespace mergedb {
 namespace {
 
-constexpr uint16_t WALK_FIRST = 1;
 
 
 // Item 12 of a database loads the text of code 0 with this buffer.
 constexpr int NO_ERROR_TEXT_SIZE = 80;
 
-constexpr uint16_t SESSION_ITEM_FLAG = 1;
-constexpr uint16_t OPTION_OEM_CONVERSION = 1;
 
 enum class InfoAnswer : uint8_t { Unsupported, Path, SubtypeName, NoErrorText, Word, ZeroBytes, DelimitedFlag };
 
@@ -39,7 +36,7 @@ constexpr InfoItem DATABASE_ITEMS[] = {
     {InfoAnswer::Word, PATH_BUFFER_SIZE},  // 3
     {InfoAnswer::Word, FIELD_NAME_SIZE},   // 4
     {InfoAnswer::Word, 0},                 // 5
-    {InfoAnswer::Word, FIELD_VALUE_LIMIT},       // 6
+    {InfoAnswer::Word, FIELD_VALUE_LIMIT}, // 6
     {InfoAnswer::ZeroBytes, 1},            // 7
     {InfoAnswer::ZeroBytes, 9},            // 8
     {InfoAnswer::ZeroBytes, 9},            // 9
@@ -51,6 +48,14 @@ constexpr InfoItem DATABASE_ITEMS[] = {
     {InfoAnswer::DelimitedFlag, 0},        // 15
     {InfoAnswer::ZeroBytes, 1},            // 16
 };
+
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_PATH].answer == InfoAnswer::Path);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_SUBTYPE_NAME].answer == InfoAnswer::SubtypeName);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_PATH_SIZE].value == PATH_BUFFER_SIZE);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_NAME_SIZE].value == FIELD_NAME_SIZE);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_VALUE_SIZE].value == FIELD_VALUE_LIMIT);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_NO_ERROR_TEXT].answer == InfoAnswer::NoErrorText);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_ANSI_OPTION].answer == InfoAnswer::DelimitedFlag);
 
 
 uint16_t loadText(UINT id, int bufferSize, char *out) {
@@ -115,7 +120,7 @@ extern "C" DbResult MERGEDB_CALL dbGetDBSubTypesMerge(uint32_t handle, char *nam
     // Delimited text has no kinds to offer.
     if (database->subtype != DB_SUBTYPE_TAGGED) return END_OF_DATA;
     UINT id = DB_MSG_KIND_TAGGED_0;
-    if (firstOrNext == WALK_FIRST) {
+    if (firstOrNext == DB_WALK_FIRST) {
         database->subtypeCursor = 0;
         *kindOut = DB_KIND_TAGGED_0;
     } else if (database->subtypeCursor != 0) {
@@ -130,7 +135,7 @@ extern "C" DbResult MERGEDB_CALL dbGetDBSubTypesMerge(uint32_t handle, char *nam
 
 // There is one data type.
 extern "C" DbResult MERGEDB_CALL dbGetTypeNamesMerge(uint32_t, uint32_t, char *nameOut, uint16_t firstOrNext) {
-    if (firstOrNext != WALK_FIRST) return END_OF_DATA;
+    if (firstOrNext != DB_WALK_FIRST) return END_OF_DATA;
     if (nameOut == nullptr) return errorResult(ERR_MEMORY);
     return errorResult(loadText(DB_MSG_DATA_TYPE, TYPE_NAME_SIZE, nameOut));
 }
@@ -186,7 +191,7 @@ extern "C" DbResult MERGEDB_CALL dbRecUnlockMerge(uint32_t, uint32_t *locked) {
 }
 
 extern "C" DbResult MERGEDB_CALL dbGetSessionInfoMerge(uint32_t, unsigned char *out, uint16_t item) {
-    if (item != SESSION_ITEM_FLAG) return errorResult(ERR_UNSUPPORTED);
+    if (item != DB_SESSION_ITEM_FLAG) return errorResult(ERR_UNSUPPORTED);
     if (out == nullptr) return errorResult(ERR_MEMORY);
     *out = 0;
     return DB_RESULT_OK;
@@ -197,7 +202,7 @@ extern "C" DbResult MERGEDB_CALL dbGetSessionInfoMerge(uint32_t, unsigned char *
 extern "C" DbResult MERGEDB_CALL dbSetTableOptionMerge(uint32_t handle, uint16_t option) {
     MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
-    if (option != OPTION_OEM_CONVERSION) return errorResult(ERR_UNSUPPORTED);
+    if (option != DB_OPTION_ANSI_TEXT) return errorResult(ERR_UNSUPPORTED);
     if (table->subtype == DB_SUBTYPE_DELIMITED) table->oemConversion = 1;
     return DB_RESULT_OK;
 }

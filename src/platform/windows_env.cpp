@@ -199,6 +199,7 @@ constexpr Env WINDOWS_ENV = {
     .lockDirectory = lockDirectory,
     .unlockDirectory = unlockDirectory,
     .syncDirectory = syncDirectory,
+    .systemLanguage = GetSystemDefaultLangID,
 };
 
 }  // namespace

@@ -14,7 +14,6 @@
 namespace mergedb {
 namespace {
 
-constexpr uint16_t SEARCH_FIRST = 1;
 constexpr char WILDCARD = '*';
 
 std::span<const char> valueText(const FieldEntry &entry) {
@@ -77,7 +76,7 @@ bool matchRecord(const MergeTable &table, uint32_t blankRule) {
 }
 
 uint16_t findRecord(MergeTable &table, uint16_t first, uint32_t blankRule) {
-    uint16_t code = first == SEARCH_FIRST ? moveToFirst(table) : moveToNext(table);
+    uint16_t code = first == DB_WALK_FIRST ? moveToFirst(table) : moveToNext(table);
     while (code == 0) {
         code = loadFields(table);
         if (code == 0 && matchRecord(table, blankRule)) return 0;
@@ -95,7 +94,7 @@ extern "C" DbResult MERGEDB_CALL dbFindRecordMerge(uint32_t handle, uint32_t, ui
                                                    uint32_t blankRule) {
     MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
-    if (first == SEARCH_FIRST) {
+    if (first == DB_WALK_FIRST) {
         freeCriteria(*table);
         if (uint16_t code = buildCriteria(*table)) return errorResult(code);
     }

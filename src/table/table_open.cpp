@@ -39,7 +39,7 @@ uint16_t copyDelimiters(MergeTable &table, const char *fieldDelimiter, const cha
 }
 
 uint32_t accessFlagsFor(uint16_t access, uint16_t exclusive) {
-    uint32_t flags = access == 1 ? MODE_OPEN_READ : MODE_OPEN_WRITE;
+    uint32_t flags = access == DB_ACCESS_READ_ONLY ? MODE_OPEN_READ : MODE_OPEN_WRITE;
     return flags | (exclusive == 0 ? MODE_SHARE_READ : MODE_SHARE_NONE);
 }
 
