@@ -91,7 +91,7 @@ uint16_t swapInNewFile(MergeTable &table, const char *savedName, const char *bac
     DirectoryLock lock(env, savedName);
     uint64_t position = table.file.position;
     fileClose(&table.file);
-    if (fileRename(env, backup, table.fileName) != 0) {
+    if (fileRename(env, table.fileName, backup) != 0) {
         // The table stays as it was, held again at once, so that no other
         // process can change the file under a commit that is tried again.
         fileOpen(env, table.fileName, table.accessFlags, &table.file, LockHeld::Yes);
