@@ -91,6 +91,60 @@ enum DbValueType {
     DB_TYPE_TEXT_15 = 15
 };
 
+/* The mode of a walk: dbGetFieldNamesMerge, dbGetTableNamesMerge,
+ * dbGetDBSubTypesMerge and dbGetTypeNamesMerge start with DB_WALK_FIRST and go
+ * on with any other value; dbFindRecordMerge starts a search the same way. */
+#define DB_WALK_FIRST 1
+#define DB_WALK_NEXT 0
+
+/* The access and exclusive arguments of dbOpenTableMerge. A table opened
+ * read only is shared with everyone, whatever exclusive says. */
+#define DB_ACCESS_READ_ONLY 1
+#define DB_ACCESS_READ_WRITE 0
+#define DB_SHARED_FOR_READING 0
+#define DB_EXCLUSIVE 1
+
+/* The blank rule of dbFindRecordMerge: with DB_BLANK_MUST_BE_EMPTY a field
+ * that a put of length 0 left blank in the example fits only empty values. */
+#define DB_BLANK_MATCHES_ANY 0
+#define DB_BLANK_MUST_BE_EMPTY 1
+
+/* Items of dbGetFieldInfoMerge and dbGetFieldInfoHMerge. */
+enum DbFieldItem {
+    DB_FIELD_ITEM_NAME = 1,      /* the name, a string */
+    DB_FIELD_ITEM_TYPE = 2,      /* u16 slots: [0] 1, [3] 65535, [4] 0 */
+    DB_FIELD_ITEM_INDEX = 3,     /* u16, the field's position from 0 */
+    DB_FIELD_ITEM_NUMBERS = 4,   /* four u16, the numbers a head record gives */
+    DB_FIELD_ITEM_TYPE_NAME = 5  /* the name of the one data type, a string */
+};
+
+/* Items of dbGetTableInfoMerge. */
+enum DbTableItem {
+    DB_TABLE_ITEM_KIND = 1,         /* u16, a DbTableKind */
+    DB_TABLE_ITEM_FIELD_COUNT = 2,  /* u16 */
+    DB_TABLE_ITEM_PATH = 4          /* the path of the table's file, a string */
+};
+
+/* Items of dbGetDBInfoMerge that carry a meaning of their own; items 5, 7, 8,
+ * 9, 13 and 16 answer with zeros, the others up to 16 are unsupported. */
+enum DbDatabaseItem {
+    DB_DATABASE_ITEM_PATH = 1,           /* the directory, a string */
+    DB_DATABASE_ITEM_SUBTYPE_NAME = 2,   /* a string of up to 29 characters */
+    DB_DATABASE_ITEM_PATH_SIZE = 3,      /* u16, 256 */
+    DB_DATABASE_ITEM_NAME_SIZE = 4,      /* u16, 40: a field name */
+    DB_DATABASE_ITEM_VALUE_SIZE = 6,     /* u16, 32000: a value or a record */
+    DB_DATABASE_ITEM_NO_ERROR_TEXT = 12, /* the text of message 0, a string */
+    DB_DATABASE_ITEM_ANSI_OPTION = 15    /* u32, 1 where DB_OPTION_ANSI_TEXT works */
+};
+
+/* dbGetSessionInfoMerge: the one item, a byte 0. */
+#define DB_SESSION_ITEM_FLAG 1
+
+/* dbSetTableOptionMerge: the file of a delimited table holds its text in the
+ * ANSI page (Windows-1252), which the driver converts to and from the OEM
+ * page of the host. */
+#define DB_OPTION_ANSI_TEXT 1
+
 /* Message ids of a resource module. */
 enum DbMessageId {
     DB_MSG_OK = 0,

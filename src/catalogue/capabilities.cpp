@@ -5,7 +5,8 @@
 #include <iterator>
 
 #include "fields/field_array.h"
-#include "frame/database.h"
+#include "catalogue/database.h"
+#include "frame/host_memory.h"
 #include "frame/messages.h"
 #include "frame/result.h"
 #include "tablefile/file_service.h"
@@ -14,16 +15,11 @@
 namespace mergedb {
 namespace {
 
-constexpr uint16_t WALK_FIRST = 1;
 
-// The longest field value, and the longest record.
-constexpr uint16_t VALUE_LIMIT = 32000;
 
 // Item 12 of a database loads the text of code 0 with this buffer.
 constexpr int NO_ERROR_TEXT_SIZE = 80;
 
-constexpr uint16_t SESSION_ITEM_FLAG = 1;
-constexpr uint16_t OPTION_OEM_CONVERSION = 1;
 
 enum class InfoAnswer : uint8_t { Unsupported, Path, SubtypeName, NoErrorText, Word, ZeroBytes, DelimitedFlag };
 
@@ -40,7 +36,7 @@ constexpr InfoItem DATABASE_ITEMS[] = {
     {InfoAnswer::Word, PATH_BUFFER_SIZE},  // 3
     {InfoAnswer::Word, FIELD_NAME_SIZE},   // 4
     {InfoAnswer::Word, 0},                 // 5
-    {InfoAnswer::Word, VALUE_LIMIT},       // 6
+    {InfoAnswer::Word, FIELD_VALUE_LIMIT}, // 6
     {InfoAnswer::ZeroBytes, 1},            // 7
     {InfoAnswer::ZeroBytes, 9},            // 8
     {InfoAnswer::ZeroBytes, 9},            // 9
@@ -53,11 +49,14 @@ constexpr InfoItem DATABASE_ITEMS[] = {
     {InfoAnswer::ZeroBytes, 1},            // 16
 };
 
-// Stores value in the host's area, which need not be aligned.
-template <typename T>
-void putValue(void *out, T value) {
-    std::memcpy(out, &value, sizeof value);
-}
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_PATH].answer == InfoAnswer::Path);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_SUBTYPE_NAME].answer == InfoAnswer::SubtypeName);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_PATH_SIZE].value == PATH_BUFFER_SIZE);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_NAME_SIZE].value == FIELD_NAME_SIZE);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_VALUE_SIZE].value == FIELD_VALUE_LIMIT);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_NO_ERROR_TEXT].answer == InfoAnswer::NoErrorText);
+static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_ANSI_OPTION].answer == InfoAnswer::DelimitedFlag);
+
 
 uint16_t loadText(UINT id, int bufferSize, char *out) {
     return loadOemText(id, bufferSize, out) > 0 ? 0 : ERR_GENERAL;
@@ -88,13 +87,13 @@ uint16_t databaseInfo(const MergeDatabase &database, void *out, uint16_t item) {
     case InfoAnswer::NoErrorText:
         return loadText(DB_MSG_OK, NO_ERROR_TEXT_SIZE, text);
     case InfoAnswer::Word:
-        putValue(out, entry.value);
+        storeToHost(out, entry.value);
         return 0;
     case InfoAnswer::ZeroBytes:
         std::memset(out, 0, entry.value);
         return 0;
     case InfoAnswer::DelimitedFlag:
-        putValue(out, uint32_t{database.subtype == DB_SUBTYPE_DELIMITED});
+        storeToHost(out, uint32_t{database.subtype == DB_SUBTYPE_DELIMITED});
         return 0;
     case InfoAnswer::Unsupported:
         break;
@@ -121,7 +120,7 @@ extern "C" DbResult MERGEDB_CALL dbGetDBSubTypesMerge(uint32_t handle, char *nam
     // Delimited text has no kinds to offer.
     if (database->subtype != DB_SUBTYPE_TAGGED) return END_OF_DATA;
     UINT id = DB_MSG_KIND_TAGGED_0;
-    if (firstOrNext == WALK_FIRST) {
+    if (firstOrNext == DB_WALK_FIRST) {
         database->subtypeCursor = 0;
         *kindOut = DB_KIND_TAGGED_0;
     } else if (database->subtypeCursor != 0) {
@@ -136,7 +135,7 @@ extern "C" DbResult MERGEDB_CALL dbGetDBSubTypesMerge(uint32_t handle, char *nam
 
 // There is one data type.
 extern "C" DbResult MERGEDB_CALL dbGetTypeNamesMerge(uint32_t, uint32_t, char *nameOut, uint16_t firstOrNext) {
-    if (firstOrNext != WALK_FIRST) return END_OF_DATA;
+    if (firstOrNext != DB_WALK_FIRST) return END_OF_DATA;
     if (nameOut == nullptr) return errorResult(ERR_MEMORY);
     return errorResult(loadText(DB_MSG_DATA_TYPE, TYPE_NAME_SIZE, nameOut));
 }
@@ -192,7 +191,7 @@ extern "C" DbResult MERGEDB_CALL dbRecUnlockMerge(uint32_t, uint32_t *locked) {
 }
 
 extern "C" DbResult MERGEDB_CALL dbGetSessionInfoMerge(uint32_t, unsigned char *out, uint16_t item) {
-    if (item != SESSION_ITEM_FLAG) return errorResult(ERR_UNSUPPORTED);
+    if (item != DB_SESSION_ITEM_FLAG) return errorResult(ERR_UNSUPPORTED);
     if (out == nullptr) return errorResult(ERR_MEMORY);
     *out = 0;
     return DB_RESULT_OK;
@@ -203,7 +202,7 @@ extern "C" DbResult MERGEDB_CALL dbGetSessionInfoMerge(uint32_t, unsigned char *
 extern "C" DbResult MERGEDB_CALL dbSetTableOptionMerge(uint32_t handle, uint16_t option) {
     MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
-    if (option != OPTION_OEM_CONVERSION) return errorResult(ERR_UNSUPPORTED);
+    if (option != DB_OPTION_ANSI_TEXT) return errorResult(ERR_UNSUPPORTED);
     if (table->subtype == DB_SUBTYPE_DELIMITED) table->oemConversion = 1;
     return DB_RESULT_OK;
 }
@@ -213,7 +212,7 @@ extern "C" DbResult MERGEDB_CALL dbExistsMerge(uint32_t, uint32_t handle, const 
     const MergeDatabase *database = databaseLock(handle);
     if (database == nullptr || name == nullptr || exists == nullptr) return errorResult(ERR_MEMORY);
     char path[PATH_BUFFER_SIZE];
-    *exists = joinTablePath(*database, name, TableName::Whole, path) && fileExists(*database->env, path) == 0 ? 1 : 0;
+    *exists = joinTablePath(database->path, name, TableName::Whole, path) && fileExists(*database->env, path) == 0 ? 1 : 0;
     return DB_RESULT_OK;
 }
 
@@ -221,6 +220,6 @@ extern "C" DbResult MERGEDB_CALL dbEraseMerge(uint32_t, uint32_t handle, const c
     const MergeDatabase *database = databaseLock(handle);
     if (database == nullptr || name == nullptr) return errorResult(ERR_MEMORY);
     char path[PATH_BUFFER_SIZE];
-    if (!joinTablePath(*database, name, TableName::Whole, path)) return errorResult(ERR_DELETE);
+    if (!joinTablePath(database->path, name, TableName::Whole, path)) return errorResult(ERR_DELETE);
     return errorResult(fileDelete(*database->env, path));
 }

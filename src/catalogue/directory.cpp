@@ -11,8 +11,6 @@
 namespace mergedb {
 namespace {
 
-constexpr uint16_t WALK_FIRST = 1;
-
 // Normal files and archive files, and so every plain file; no directories.
 constexpr uint8_t TABLE_WALK_MASK = ATTRIBUTE_NORMAL;
 
@@ -73,18 +71,18 @@ uint16_t skipFiltered(const Env &env, FindState &find, uint8_t mask, bool testDo
 }
 
 // path: directory, then name behind a separator where one is needed.
-uint16_t buildPath(const char *directory, const char *name, char (&path)[PATH_BUFFER_SIZE]) {
+uint16_t buildPath(const Env &env, const char *directory, const char *name, char (&path)[PATH_BUFFER_SIZE]) {
     size_t length = strnlen(directory, PATH_BUFFER_SIZE);
     if (length == PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
     std::memcpy(path, directory, length + 1);
     char *end = path + length;
-    return pathAppend(path, name, &end);
+    return pathAppend(path, name, &end, languageClass(env));
 }
 
 // Hands the walk's entry to the caller.
-uint16_t takeEntry(const FindState &find, const char *directory, char (&resultPath)[PATH_BUFFER_SIZE],
+uint16_t takeEntry(const Env &env, const FindState &find, const char *directory, char (&resultPath)[PATH_BUFFER_SIZE],
                    uint8_t &attributesOut) {
-    if (uint16_t code = buildPath(directory, find.entry.name, resultPath)) return code;
+    if (uint16_t code = buildPath(env, directory, find.entry.name, resultPath)) return code;
     attributesOut = static_cast<uint8_t>(find.entry.attributes);
     return WALK_ENTRY;
 }
@@ -96,7 +94,7 @@ uint16_t tableWalkStep(MergeDatabase &database, uint16_t firstOrNext, char (&res
     FindState &find = database.find;
     uint8_t attributes = 0;
     uint16_t code = 0;
-    if (firstOrNext == WALK_FIRST) {
+    if (firstOrNext == DB_WALK_FIRST) {
         // A walk that was left open is given up, not leaked.
         dirFindClose(env, find);
         code = dirFindFirst(env, database.path, TABLE_WALK_MASK, find, resultPath, attributes);
@@ -120,7 +118,7 @@ uint16_t dirFindFirst(const Env &env, const char *directory, uint8_t mask, FindS
     find.walk = env.walkFirst(directory, &find.entry);
     if (find.walk == nullptr) return WALK_FAILED;
     uint16_t code = skipFiltered(env, find, mask, true);
-    if (code == 0) code = takeEntry(find, directory, resultPath, attributesOut);
+    if (code == 0) code = takeEntry(env, find, directory, resultPath, attributesOut);
     if (code != 0) {
         dirFindClose(env, find);
         return code;
@@ -135,7 +133,7 @@ uint16_t dirFindNext(const Env &env, FindState &find, char (&resultPath)[PATH_BU
     if (find.walk == nullptr) return WALK_END;
     uint16_t code = findNextEntry(env, find);
     if (code == 0) code = skipFiltered(env, find, find.attributeMask, false);
-    if (code == 0) code = takeEntry(find, find.dirPrefix, resultPath, attributesOut);
+    if (code == 0) code = takeEntry(env, find, find.dirPrefix, resultPath, attributesOut);
     return code;
 }
 
@@ -144,9 +142,9 @@ void dirFindClose(const Env &env, FindState &find) {
     find.walk = nullptr;
 }
 
-uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **end) {
+uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **end, int languageClass) {
     char *position = *end;
-    if (position != buffer && *lastChar(buffer, position, languageClass()) != PATH_SEPARATOR) {
+    if (position != buffer && *lastChar(buffer, position, languageClass) != PATH_SEPARATOR) {
         // The separator needs room for itself and a terminator.
         if (position - buffer + 2 > PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
         *position++ = PATH_SEPARATOR;
@@ -161,15 +159,15 @@ uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **e
     return 0;
 }
 
-void baseName(const char *path, char (&out)[PATH_BUFFER_SIZE]) {
-    const char *name = nameStart(path, true, languageClass());
+void baseName(const char *path, char (&out)[PATH_BUFFER_SIZE], int languageClass) {
+    const char *name = nameStart(path, true, languageClass);
     size_t length = strnlen(name, PATH_BUFFER_SIZE - 1);
     std::memcpy(out, name, length);
     out[length] = '\0';
 }
 
-int languageClass() {
-    LANGID id = GetSystemDefaultLangID();
+int languageClass(const Env &env) {
+    LANGID id = env.systemLanguage();
     switch (id & PRIMARY_LANGUAGE_BITS) {
     case LANGUAGE_CHINESE:
         return (id & SUBLANGUAGE_BITS) == SUBLANGUAGE_SIMPLIFIED ? LANGUAGE_SIMPLIFIED_CHINESE
@@ -232,7 +230,7 @@ extern "C" DbResult MERGEDB_CALL dbGetTableNamesMerge(uint32_t handle, char *nam
     char resultPath[PATH_BUFFER_SIZE];
     if (tableWalkStep(*database, firstOrNext, resultPath) != 0) return END_OF_DATA;
     char name[PATH_BUFFER_SIZE];
-    baseName(resultPath, name);
+    baseName(resultPath, name, languageClass(*database->env));
     CharToOemA(name, nameOut);
     return DB_RESULT_OK;
 }

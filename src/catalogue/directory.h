@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "frame/database.h"
+#include "catalogue/database.h"
 
 namespace mergedb {
 
@@ -40,12 +40,13 @@ void dirFindClose(const Env &env, FindState &find);
 // Appends name to the text of buffer that ends at end, with a separator
 // between them where the text lacks one, and moves end behind it. 0 or
 // WALK_NAME_TOO_LONG when the result would not fit the buffer.
-uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **end);
+uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **end, int languageClass);
 
 // Copies the file name part of path into out.
-void baseName(const char *path, char (&out)[PATH_BUFFER_SIZE]);
+void baseName(const char *path, char (&out)[PATH_BUFFER_SIZE], int languageClass);
 
-int languageClass();
+// The class of the system's language, as the Env tells it.
+int languageClass(const Env &env);
 bool isLeadByte(uint8_t byte, int languageClass);
 
 // The character after the one at position; a lead byte is never taken

@@ -7,12 +7,7 @@
 namespace mergedb {
 namespace {
 
-uint16_t snapshot(BlockHandle handle, EditNode *out) {
-    const auto *node = blockLockAs<EditNode>(handle);
-    if (node == nullptr) return ERR_MEMORY;
-    *out = *node;
-    return 0;
-}
+const EditNode *nodeAt(BlockHandle handle) { return blockLockAs<EditNode>(handle); }
 
 // A new block holding a copy of the current record's bytes, or 0.
 BlockHandle copyOfData(const EditNode &current) {
@@ -63,22 +58,6 @@ uint16_t insertNewNode(MergeTable &table, EditNode &current) {
 }
 
 }  // namespace
-
-BlockHandle nodeAlloc() { return blockAlloc(sizeof(EditNode)); }
-
-uint16_t nodeFree(BlockHandle handle) {
-    auto *node = blockLockAs<EditNode>(handle);
-    if (node == nullptr) return ERR_MEMORY;
-    blockFree(&node->data);
-    blockFree(&handle);
-    return 0;
-}
-
-uint16_t changeListInit(MergeTable &table) {
-    table.changeHead = 0;
-    table.changeCursor = 0;
-    return 0;
-}
 
 uint16_t changeFree(MergeTable &table) {
     BlockHandle handle = table.changeHead;
@@ -139,13 +118,22 @@ uint16_t changeLast(MergeTable &table) {
     return 0;
 }
 
-void changeSetCursor(MergeTable &table, BlockHandle node) { table.changeCursor = node; }
-
-BlockHandle currentHandle(const MergeTable &table) { return table.current; }
-
-uint16_t currentSnapshot(const MergeTable &table, EditNode *out) { return snapshot(table.current, out); }
-
-uint16_t cursorSnapshot(const MergeTable &table, EditNode *out) { return snapshot(table.changeCursor, out); }
+void changeCursorToCurrent(MergeTable &table) {
+    const EditNode *current = nodeAt(table.current);
+    if (current == nullptr) return;
+    uint32_t offset = current->offset;
+    while (const EditNode *node = nodeAt(table.changeCursor)) {
+        const EditNode *next = nodeAt(node->next);
+        const EditNode *prev = nodeAt(node->prev);
+        if (node->offset < offset && next != nullptr && next->offset <= offset) {
+            table.changeCursor = node->next;
+        } else if (node->offset > offset && prev != nullptr && prev->offset >= offset) {
+            table.changeCursor = node->prev;
+        } else {
+            return;
+        }
+    }
+}
 
 uint16_t changeEnterEdit(MergeTable &table) {
     auto *current = blockLockAs<EditNode>(table.current);

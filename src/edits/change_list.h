@@ -1,40 +1,33 @@
 // The change list: pending updates and deletes, a doubly linked list of
-// EditNodes sorted by the file offset of the record each one replaces. The
-// same node shape holds a table's current record.
+// record images sorted by the file offset of the record each one replaces.
+//
+// The list is sorted by offset, ascending, with one node for an offset, and
+// each node owns its data block. changeCursor is not 0 while the list is
+// not empty, and stands next to the table's current record (on its node, or
+// on a neighbour on either side of its offset) whenever an edit enters the
+// list.
 #pragma once
 
 #include <cstdint>
 
-#include "frame/blocks.h"
+#include "records/record.h"
 #include "tablefile/table.h"
 
 namespace mergedb {
 
-inline constexpr uint8_t NODE_DELETED = 2;
-inline constexpr uint8_t NODE_UPDATED = 4;
-
-struct EditNode {
-    uint8_t flags;
-    uint32_t offset;          // the record's first byte in the present file
-    uint32_t originalLength;  // bytes the record takes in the file, terminator included
-    uint32_t dataLength;      // bytes in data
-    BlockHandle next;
-    BlockHandle prev;
-    BlockHandle data;
-    BlockHandle origin;  // current record only: the list node it came from or made
-};
-
-BlockHandle nodeAlloc();
-uint16_t nodeFree(BlockHandle node);
-uint16_t changeListInit(MergeTable &table);
+// Frees every node of the list; the table's handles stay as they are.
 uint16_t changeFree(MergeTable &table);
+// Links node next to the cursor's node, before it when its offset is not
+// greater, and makes it the cursor.
 uint16_t changeInsert(MergeTable &table, BlockHandle node);
+// The cursor to the head or the tail; ERR_MEMORY for an empty list.
 uint16_t changeFirst(MergeTable &table);
 uint16_t changeLast(MergeTable &table);
-void changeSetCursor(MergeTable &table, BlockHandle node);
-BlockHandle currentHandle(const MergeTable &table);
-uint16_t currentSnapshot(const MergeTable &table, EditNode *out);
-uint16_t cursorSnapshot(const MergeTable &table, EditNode *out);
+
+// Brings changeCursor next to the current record: onto the record's node if
+// it has one, else onto a neighbour on either side of its offset. Walks the
+// list from where the cursor stands, so it is cheap after a move.
+void changeCursorToCurrent(MergeTable &table);
 
 // Enters the edit whose flag the current record carries into the list: a
 // record with a node at the cursor gets its node rewritten, any other gets a

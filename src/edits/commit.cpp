@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "edits/change_list.h"
-#include "formats/tagged_format.h"
-#include "frame/result.h"
+#include "mergedb/mergedb.h"
+#include "records/record_format.h"
 #include "tablefile/file_service.h"
 
 namespace mergedb {
@@ -56,13 +56,14 @@ uint16_t copyFrom(FileObject &destination, FileObject &source, uint32_t offset, 
 // Writes the new file: the bytes in front of the document stream, then the
 // stretches between the list's nodes and their images, then the tail.
 uint16_t writeNewFile(MergeTable &table, FileObject &newFile) {
-    bool tagged = isTaggedKind(table.kind);
-    uint32_t position = tagged ? tableDocOffset(table) : 0;
+    uint32_t position = table.format->dataStart(table);
     if (uint16_t code = copyFrom(newFile, table.file, 0, position)) return code;
     if (changeFirst(table) != 0) return ERR_MEMORY;
     EditNode node{};
     for (;;) {
-        if (cursorSnapshot(table, &node) != 0) return ERR_MEMORY;
+        const auto *atCursor = blockLockAs<EditNode>(table.changeCursor);
+        if (atCursor == nullptr) return ERR_MEMORY;
+        node = *atCursor;
         if (position < node.offset) {
             if (uint16_t code = copyFrom(newFile, table.file, position, node.offset - position)) return code;
         }
@@ -81,11 +82,6 @@ uint16_t writeNewFile(MergeTable &table, FileObject &newFile) {
     return table.fileSize > position ? copyFrom(newFile, table.file, position, table.fileSize - position) : 0;
 }
 
-// A table record that names no file and no block: what the host's handle
-// holds after a compaction whose close let go of the table, so that the
-// host can still close it.
-MergeTable closedTable() { return MergeTable{}; }
-
 // The steps of a commit that swap the files, under the directory's lock, so
 // that no other process opens the old file after its close or the new file
 // before it is open here: the old file goes to the backup name and is
@@ -95,7 +91,7 @@ uint16_t swapInNewFile(MergeTable &table, const char *savedName, const char *bac
     DirectoryLock lock(env, savedName);
     uint64_t position = table.file.position;
     fileClose(&table.file);
-    if (fileRename(env, backup, table.fileName) != 0) {
+    if (fileRename(env, table.fileName, backup) != 0) {
         // The table stays as it was, held again at once, so that no other
         // process can change the file under a commit that is tried again.
         fileOpen(env, table.fileName, table.accessFlags, &table.file, LockHeld::Yes);
@@ -140,39 +136,6 @@ uint16_t commitTable(MergeTable &table) {
     table.file = newFile;
     std::memcpy(table.fileName, savedName, PATH_BUFFER_SIZE);
     return 0;
-}
-
-DbResult compactTable(uint32_t handle) {
-    MergeTable *table = tableLock(handle);
-    if (table == nullptr) return errorResult(ERR_MEMORY);
-    BlockHandle copyHandle = blockAlloc(sizeof(MergeTable));
-    MergeTable *copy = tableLock(copyHandle);
-    if (copy == nullptr) return errorResult(ERR_MEMORY);
-    *copy = *table;
-    uint32_t copySlot = copyHandle;
-    if (DbResult result = dbCloseTableMerge(&copySlot)) {
-        // The handle takes over what the failed close left: the table as a
-        // failed commit left it, or nothing once the close let go of all.
-        const MergeTable *left = tableLock(copySlot);
-        *table = left != nullptr ? *left : closedTable();
-        blockFree(&copySlot);
-        return result;
-    }
-    bool delimited = table->subtype == DB_SUBTYPE_DELIMITED;
-    uint32_t reopened = 0;
-    DbResult result = dbOpenTableMerge(table->subtype, table->database, table->fileName, 0, 0, &reopened,
-                                       delimited ? table->fieldDelimiter : nullptr,
-                                       delimited ? table->recordDelimiter : nullptr,
-                                       delimited ? table->quote : nullptr, delimited ? table->ignore : nullptr, 0);
-    if (result != DB_RESULT_OK) {
-        *table = closedTable();
-        return result;
-    }
-    MergeTable *fresh = tableLock(reopened);
-    fresh->oemConversion = table->oemConversion;
-    *table = *fresh;
-    blockFree(&reopened);
-    return DB_RESULT_OK;
 }
 
 }  // namespace mergedb

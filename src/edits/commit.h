@@ -1,10 +1,9 @@
 // Commit: how updates and deletes reach the disk, through a rewrite of the
-// table's file under a backup name; and compaction, the same in mid use.
+// table's file under a backup name.
 #pragma once
 
 #include <cstdint>
 
-#include "mergedb/mergedb.h"
 #include "tablefile/table.h"
 
 namespace mergedb {
@@ -14,8 +13,5 @@ namespace mergedb {
 // and deletes the backup. On a failure the old bytes stay whole under one
 // of the two names.
 uint16_t commitTable(MergeTable &table);
-
-// Commits and reopens the table behind its unchanged handle.
-DbResult compactTable(uint32_t handle);
 
 }  // namespace mergedb

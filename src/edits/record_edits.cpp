@@ -1,77 +1,45 @@
 // The host's record edits. Insert and update build the record's image from
 // the field values, in the table's own file form, in the current record's
 // block; insert appends it to the file at once, update and delete leave it
-// in the change list for the commit at close.
+// in the change list for the commit at close. The delete's export, which
+// may compact the table, is the table layer's.
 #include <algorithm>
 
 #include "edits/change_list.h"
-#include "edits/commit.h"
+#include "edits/record_edits.h"
 #include "fields/field_array.h"
-#include "fields/parse_cursor.h"
-#include "formats/delimited_format.h"
-#include "formats/tagged_format.h"
 #include "frame/result.h"
-#include "records/navigation.h"
-#include "records/record_scanner.h"
+#include "records/parse_cursor.h"
+#include "records/record_format.h"
 #include "tablefile/file_service.h"
 #include "tablefile/window.h"
 
 namespace mergedb {
 namespace {
 
-constexpr uint32_t COMPACTION_DELETES = 200;
-
-uint16_t writeString(std::string_view text) { return parseWrite(text.data(), static_cast<uint32_t>(text.size())); }
-
-uint16_t writeBytes(std::span<const uint8_t> bytes) {
-    return parseWrite(bytes.data(), static_cast<uint32_t>(bytes.size()));
-}
-
-uint16_t writeEndOfField(const MergeTable &table) {
-    if (table.kind == DB_KIND_DELIMITED) return writeString(delimitedStrings(table).field);
-    if (isTaggedKind(table.kind)) return writeBytes(taggedFieldEnd(table.kind));
-    return ERR_FORMAT;
-}
-
-uint16_t writeEndOfRecord(const MergeTable &table) {
-    if (table.kind == DB_KIND_DELIMITED) return writeString(delimitedStrings(table).record);
-    if (isTaggedKind(table.kind)) return writeBytes(taggedRecordEnd(table.kind));
-    return ERR_FORMAT;
-}
-
 // The entry's value as it stands in a record: its length bytes.
-uint16_t writeValue(const FieldEntry &entry) {
+std::span<const uint8_t> valueBytes(const FieldEntry &entry) {
     const auto *value = blockLockAs<uint8_t>(entry.value);
-    if (value == nullptr) return ERR_MEMORY;
-    return parseWrite(value, std::min<uint32_t>(entry.length, blockSize(entry.value)));
-}
-
-uint16_t writeField(const MergeTable &table, const FieldEntry &entry, bool last) {
-    bool delimited = table.kind == DB_KIND_DELIMITED;
-    std::string_view quote = delimited ? delimitedStrings(table).quote : std::string_view();
-    uint16_t code = writeString(quote);
-    if (code == 0) code = writeValue(entry);
-    if (code == 0) code = writeString(quote);
-    if (code == 0 && !(delimited && last)) code = writeEndOfField(table);
-    return code;
+    if (value == nullptr) return {};
+    return {value, std::min<uint32_t>(entry.length, blockSize(entry.value))};
 }
 
 // Builds the image of all fields into node's block, from its first byte.
 // The block starts at one step; the node's dataLength ends as the bytes
 // written.
 uint16_t buildImage(MergeTable &table, EditNode &node) {
-    if (table.kind != DB_KIND_DELIMITED && !isTaggedKind(table.kind)) return ERR_FORMAT;
     const auto *fields = blockLockAs<FieldEntry>(table.fields);
     if (fields == nullptr && table.fieldCount != 0) return ERR_MEMORY;
-    parseCursor.savedOffset = 0;
-    if (uint16_t code = parseAttach(node)) return code;
+    ParseCursor image(node);
+    if (!image.valid()) return ERR_MEMORY;
+    const RecordFormat &format = *table.format;
     uint16_t code = 0;
     for (int i = 0; i < table.fieldCount && code == 0; ++i) {
-        code = writeField(table, fields[i], i == table.fieldCount - 1);
+        if (blockLockAs<uint8_t>(fields[i].value) == nullptr) return ERR_MEMORY;
+        code = format.writeField(table, image, valueBytes(fields[i]), i == table.fieldCount - 1);
     }
-    if (code == 0) code = writeEndOfRecord(table);
-    parseDetach();
-    if (code == 0) node.dataLength = parseCursor.savedOffset;
+    if (code == 0) code = format.writeRecordEnd(table, image);
+    if (code == 0) node.dataLength = image.offset();
     return code;
 }
 
@@ -117,20 +85,22 @@ uint16_t insertRecord(MergeTable &table) {
     if (uint16_t code = appendImage(table, *node)) return code;
     node->offset = table.fileSize;
     node->originalLength = node->dataLength;
-    table.atEof = 0;
+    table.window.atEof = 0;
     table.fileSize += node->dataLength;
     // The window may hold bytes from behind the old end (a final byte 26 or
     // an earlier short write); empty it so that the seek reads the file.
-    table.windowCursor = table.windowEnd = 0;
+    table.window.cursor = table.window.end = 0;
     // As after a jump, the list's cursor comes next to the new record, so
     // that the next move sees the nodes of the records in front of it.
     changeCursorToCurrent(table);
     return windowSeek(table, node->offset);
 }
 
-// mode is NODE_UPDATED or NODE_DELETED. The cursor is first brought next
-// to the current record, so that an edit after an insert, a jump or the
-// end of the data still finds the record's node or its place in the list.
+}  // namespace
+
+// The cursor is first brought next to the current record, so that an edit
+// after an insert, a jump or the end of the data still finds the record's
+// node or its place in the list.
 uint16_t editCurrent(MergeTable &table, uint8_t mode) {
     auto *node = blockLockAs<EditNode>(table.current);
     if (node == nullptr) return ERR_MEMORY;
@@ -144,12 +114,13 @@ uint16_t editCurrent(MergeTable &table, uint8_t mode) {
     return changeEnterEdit(table);
 }
 
+namespace {
+
 void writeMark(uint32_t wantMark, uint32_t *mark) {
     if (wantMark != 0 && mark != nullptr) *mark = 1;
 }
 
 }  // namespace
-
 }  // namespace mergedb
 
 using namespace mergedb;
@@ -168,14 +139,5 @@ extern "C" DbResult MERGEDB_CALL dbUpdateMerge(uint32_t handle, uint32_t wantMar
     if (uint16_t code = editCurrent(*table, NODE_UPDATED)) return errorResult(code);
     table->dirty = 1;
     writeMark(wantMark, mark);
-    return DB_RESULT_OK;
-}
-
-extern "C" DbResult MERGEDB_CALL dbDeleteMerge(uint32_t handle) {
-    MergeTable *table = tableLock(handle);
-    if (table == nullptr) return errorResult(ERR_MEMORY);
-    if (uint16_t code = editCurrent(*table, NODE_DELETED)) return errorResult(code);
-    table->dirty = 1;
-    if (++table->pendingDeletes == COMPACTION_DELETES) return compactTable(handle);
     return DB_RESULT_OK;
 }

@@ -8,11 +8,11 @@
 
 #include "fields/field_array.h"
 #include "formats/tagged_format.h"
-#include "frame/database.h"
+#include "catalogue/database.h"
 #include "frame/result.h"
 #include "tablefile/file_service.h"
 #include "tablefile/table_path.h"
-#include "values/text.h"
+#include "formats/tagged_text.h"
 
 namespace mergedb {
 namespace {
@@ -28,18 +28,13 @@ constexpr size_t NAME_TEXT_SIZE = 160;
 constexpr uint16_t LIST_LIMIT = FIELD_LIMIT + 1;
 
 static_assert(LIST_LIMIT * FIELD_NAME_SIZE <= UINT16_MAX, "a full list fits one block");
-static_assert(sizeof(MergeDatabase) % FIELD_NAME_SIZE != 0 && sizeof(MergeTable) % FIELD_NAME_SIZE != 0,
-              "a database or table handle cannot pass for a field list");
 
-// Names in the list that was built last. Only that list is ever accepted.
-uint16_t fieldListCount = 0;
-
-// The slots of the list behind handle; empty unless the handle names a live
-// block of exactly fieldListCount slots, so that a stale handle or another
-// block of the host is never read, resized or freed as a list.
+// The slots of the list behind handle, a block of whole slots made as a
+// field list, which tells how many names it holds. A stale handle or any
+// other block is never read, resized or freed as a list.
 std::span<NameSlot> fieldListSlots(BlockHandle list) {
-    if (fieldListCount == 0 || blockSize(list) != fieldListCount * FIELD_NAME_SIZE) return {};
-    return {blockLockAs<NameSlot>(list), fieldListCount};
+    auto *slots = blockLockKind<NameSlot>(list, BlockKind::FieldList);
+    return slots == nullptr ? std::span<NameSlot>() : std::span<NameSlot>(slots, blockSize(list) / FIELD_NAME_SIZE);
 }
 
 void fieldListFree(BlockHandle list) {
@@ -52,15 +47,14 @@ uint16_t fieldListAdd(BlockHandle *listSlot, const char *name) {
     if (length >= FIELD_NAME_SIZE) return ERR_UNSUPPORTED;
     BlockHandle list = 0;
     if (*listSlot == 0) {
-        list = blockAlloc(FIELD_NAME_SIZE);
+        list = blockAlloc(FIELD_NAME_SIZE, BlockKind::FieldList);
         if (list == 0) return ERR_MEMORY;
-        fieldListCount = 1;
     } else {
-        if (fieldListCount >= LIST_LIMIT) return ERR_TOO_MANY_FIELDS;
-        if (fieldListSlots(*listSlot).empty()) return ERR_MEMORY;
-        list = blockResize(*listSlot, static_cast<uint16_t>((fieldListCount + 1) * FIELD_NAME_SIZE));
+        size_t count = fieldListSlots(*listSlot).size();
+        if (count == 0) return ERR_MEMORY;
+        if (count >= LIST_LIMIT) return ERR_TOO_MANY_FIELDS;
+        list = blockResize(*listSlot, static_cast<uint16_t>((count + 1) * FIELD_NAME_SIZE));
         if (list == 0) return ERR_MEMORY;
-        ++fieldListCount;
     }
     *listSlot = list;
     std::memcpy(fieldListSlots(list).back(), name, length + 1);
@@ -115,8 +109,8 @@ uint16_t writeTaggedFile(FileObject &file, std::span<const NameSlot> names, uint
 
 // The work of a tagged database. The caller frees the list.
 uint16_t createTaggedTable(const Env &env, const char *path, BlockHandle list, uint16_t kind) {
-    if (fieldListCount > FIELD_LIMIT) return ERR_TOO_MANY_FIELDS;
     std::span<const NameSlot> names = fieldListSlots(list);
+    if (names.size() > static_cast<size_t>(FIELD_LIMIT)) return ERR_TOO_MANY_FIELDS;
     if (names.empty()) return ERR_MEMORY;
     if (!isTaggedKind(kind)) return ERR_FORMAT;
     FileObject file;
@@ -132,7 +126,7 @@ uint16_t createTaggedTable(const Env &env, const char *path, BlockHandle list, u
 // for the buffer ERR_CREATE, as no file can be made under it.
 uint16_t creationPath(const MergeDatabase &database, const char *tableName, char (&path)[PATH_BUFFER_SIZE]) {
     if (tableName == nullptr) return ERR_MEMORY;
-    return joinTablePath(database, tableName, TableName::Whole, path) ? 0 : ERR_CREATE;
+    return joinTablePath(database.path, tableName, TableName::Whole, path) ? 0 : ERR_CREATE;
 }
 
 uint16_t createEmptyFile(const Env &env, const char *path) {

@@ -72,20 +72,13 @@ FieldNameIndex *currentIndex(MergeTable &table, const FieldEntry *array) {
 
 }  // namespace
 
-uint16_t fieldsInit(BlockHandle *arraySlot, int16_t *countSlot) {
-    *arraySlot = 0;
-    *countSlot = 0;
-    return 0;
-}
-
-uint16_t fieldsFree(BlockHandle *arraySlot, int16_t *countSlot) {
+void fieldsFree(BlockHandle *arraySlot, int16_t *countSlot) {
     if (auto *array = blockLockAs<FieldEntry>(*arraySlot)) {
         int entries = std::min<int>(*countSlot, blockSize(*arraySlot) / sizeof(FieldEntry));
         for (int i = 0; i < entries; ++i) blockFree(&array[i].value);
     }
     blockFree(arraySlot);
     *countSlot = 0;
-    return 0;
 }
 
 uint16_t fieldsAdd(BlockHandle *arraySlot, int16_t *countSlot) {
@@ -108,9 +101,8 @@ uint16_t fieldsAdd(BlockHandle *arraySlot, int16_t *countSlot) {
     return entry.value == 0 ? ERR_MEMORY : 0;
 }
 
-uint16_t fieldsSortNumeric(FieldEntry *array, int16_t count) {
+void fieldsSortNumeric(FieldEntry *array, int16_t count) {
     if (array != nullptr && count > 1) std::qsort(array, count, sizeof(FieldEntry), compareNumericNames);
-    return 0;
 }
 
 int fieldFindByNameInIndex(MergeTable &table, const FieldEntry *array, const char *name) {

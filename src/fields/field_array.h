@@ -14,6 +14,9 @@ namespace mergedb {
 inline constexpr uint16_t FIELD_NAME_SIZE = 40;
 inline constexpr int16_t FIELD_LIMIT = 1000;
 inline constexpr uint16_t FIELD_VALUE_BLOCK = 4096;
+// The most bytes of text a value holds, and that a host reads or puts at
+// once: the driver's largest transfer.
+inline constexpr uint16_t FIELD_VALUE_LIMIT = 32000;
 
 struct FieldEntry {
     char name[FIELD_NAME_SIZE];
@@ -26,10 +29,14 @@ struct FieldEntry {
 
 static_assert(sizeof(FieldEntry) == 60, "1000 entries must fit one block");
 
-uint16_t fieldsInit(BlockHandle *arraySlot, int16_t *countSlot);
-uint16_t fieldsFree(BlockHandle *arraySlot, int16_t *countSlot);
+// Frees the array and every value block, and leaves an empty array.
+void fieldsFree(BlockHandle *arraySlot, int16_t *countSlot);
+// Adds an entry with a value block of FIELD_VALUE_BLOCK bytes behind the
+// others; the count rises only with the array. 0, ERR_TOO_MANY_FIELDS or
+// ERR_MEMORY.
 uint16_t fieldsAdd(BlockHandle *arraySlot, int16_t *countSlot);
-uint16_t fieldsSortNumeric(FieldEntry *array, int16_t count);
+// Sorts whole entries by the number that atoi reads from their names.
+void fieldsSortNumeric(FieldEntry *array, int16_t count);
 
 // A table's index of its field names: open addressing over twice as many
 // slots as fields can be; a slot holds a field's index + 1, 0 when empty.

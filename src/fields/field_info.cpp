@@ -4,36 +4,17 @@
 #include <cstring>
 
 #include "fields/field_array.h"
+#include "frame/host_memory.h"
 #include "frame/messages.h"
 #include "frame/result.h"
 
 namespace mergedb {
 namespace {
 
-// Mode of dbGetFieldNamesMerge that starts the walk; any other goes on.
-constexpr uint16_t NAMES_FIRST = 1;
-
-// Items of a field.
-constexpr uint16_t FIELD_ITEM_NAME = 1;
-constexpr uint16_t FIELD_ITEM_TYPE = 2;
-constexpr uint16_t FIELD_ITEM_INDEX = 3;
-constexpr uint16_t FIELD_ITEM_INFO = 4;
-constexpr uint16_t FIELD_ITEM_TYPE_NAME = 5;
-
-// Items of a table.
-constexpr uint16_t TABLE_ITEM_KIND = 1;
-constexpr uint16_t TABLE_ITEM_FIELD_COUNT = 2;
-constexpr uint16_t TABLE_ITEM_PATH = 4;
-
 // The description of the one data type, as item 2 gives it.
 constexpr uint16_t ONE_DATA_TYPE = 1;
 constexpr uint16_t TYPE_SLOT_3 = 65535;
 constexpr uint16_t TYPE_SLOT_4 = 0;
-
-// Stores value in the u16 slot of out; the host's buffer need not be aligned.
-void putWord(void *out, int slot, uint16_t value) {
-    std::memcpy(static_cast<char *>(out) + slot * sizeof value, &value, sizeof value);
-}
 
 // Copies text, at most size - 1 bytes of it, and its end to out.
 void putString(void *out, const char *text, size_t size) {
@@ -45,7 +26,7 @@ void putString(void *out, const char *text, size_t size) {
 // One step of the name walk. The cursor rises on every call after the first,
 // also behind the last field.
 uint16_t fieldNameNext(MergeTable &table, char *nameOut, uint16_t *indexOut, uint16_t mode) {
-    table.fieldNameCursor = mode == NAMES_FIRST ? 0 : table.fieldNameCursor + 1;
+    table.fieldNameCursor = mode == DB_WALK_FIRST ? 0 : table.fieldNameCursor + 1;
     if (table.fieldCount <= int64_t{table.fieldNameCursor}) return ERR_NO_MORE_NAMES;
     const auto *array = blockLockAs<FieldEntry>(table.fields);
     if (array == nullptr) return ERR_MEMORY;
@@ -66,42 +47,40 @@ uint16_t fieldInfo(const MergeTable &table, int index, void *out, uint16_t item)
     const auto *array = blockLockAs<FieldEntry>(table.fields);
     if (array == nullptr) return ERR_MEMORY;
     if (index < 0 || index >= table.fieldCount) return ERR_NO_FIELD;
-    if (item < FIELD_ITEM_NAME || item > FIELD_ITEM_INFO) return 0;
+    if (item < DB_FIELD_ITEM_NAME || item > DB_FIELD_ITEM_NUMBERS) return 0;
     if (out == nullptr) return ERR_MEMORY;
     const FieldEntry &entry = array[index];
     switch (item) {
-    case FIELD_ITEM_NAME:
+    case DB_FIELD_ITEM_NAME:
         putString(out, entry.name, FIELD_NAME_SIZE);
         break;
-    case FIELD_ITEM_TYPE:
+    case DB_FIELD_ITEM_TYPE:
         // Slots 1 and 2 are the host's and stay as they are.
-        putWord(out, 0, ONE_DATA_TYPE);
-        putWord(out, 3, TYPE_SLOT_3);
-        putWord(out, 4, TYPE_SLOT_4);
+        storeToHost(out, ONE_DATA_TYPE, 0);
+        storeToHost(out, TYPE_SLOT_3, 3);
+        storeToHost(out, TYPE_SLOT_4, 4);
         break;
-    case FIELD_ITEM_INDEX:
-        putWord(out, 0, static_cast<uint16_t>(index));
+    case DB_FIELD_ITEM_INDEX:
+        storeToHost(out, static_cast<uint16_t>(index));
         break;
     default:
-        for (int i = 0; i < 4; ++i) putWord(out, i, entry.info[i]);
+        for (size_t i = 0; i < 4; ++i) storeToHost(out, entry.info[i], i);
         break;
     }
     return 0;
 }
 
 uint16_t tableInfo(const MergeTable &table, void *out, uint16_t item) {
-    if (item != TABLE_ITEM_KIND && item != TABLE_ITEM_FIELD_COUNT && item != TABLE_ITEM_PATH) {
+    if (item != DB_TABLE_ITEM_KIND && item != DB_TABLE_ITEM_FIELD_COUNT && item != DB_TABLE_ITEM_PATH) {
         return ERR_UNSUPPORTED;
     }
     if (out == nullptr) return ERR_MEMORY;
-    if (item == TABLE_ITEM_PATH) {
+    if (item == DB_TABLE_ITEM_PATH) {
         putString(out, table.fileName, PATH_BUFFER_SIZE);
-    } else if (item == TABLE_ITEM_KIND) {
-        bool known = table.kind == DB_KIND_DELIMITED || table.kind == DB_KIND_TAGGED_0 ||
-                     table.kind == DB_KIND_TAGGED_1;
-        putWord(out, 0, known ? table.kind : 0);
+    } else if (item == DB_TABLE_ITEM_KIND) {
+        storeToHost(out, table.kind);
     } else {
-        putWord(out, 0, static_cast<uint16_t>(table.fieldCount));
+        storeToHost(out, static_cast<uint16_t>(table.fieldCount));
     }
     return 0;
 }
@@ -122,7 +101,7 @@ extern "C" DbResult MERGEDB_CALL dbGetFieldNamesMerge(uint32_t handle, char *nam
 extern "C" DbResult MERGEDB_CALL dbGetFieldInfoMerge(uint32_t handle, const char *name, void *out, uint16_t item) {
     MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
-    if (item == FIELD_ITEM_TYPE_NAME) return errorResult(typeNameInfo(out));
+    if (item == DB_FIELD_ITEM_TYPE_NAME) return errorResult(typeNameInfo(out));
     if (table->fieldCount == 0) return errorResult(ERR_NO_FIELDS);
     if (name == nullptr) return errorResult(ERR_MEMORY);
     return errorResult(fieldInfo(*table, fieldFindByName(*table, name), out, item));
@@ -131,7 +110,7 @@ extern "C" DbResult MERGEDB_CALL dbGetFieldInfoMerge(uint32_t handle, const char
 extern "C" DbResult MERGEDB_CALL dbGetFieldInfoHMerge(uint32_t handle, uint16_t index, void *out, uint16_t item) {
     const MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
-    if (item == FIELD_ITEM_TYPE_NAME) return errorResult(typeNameInfo(out));
+    if (item == DB_FIELD_ITEM_TYPE_NAME) return errorResult(typeNameInfo(out));
     if (table->fieldCount == 0) return errorResult(ERR_NO_FIELDS);
     return errorResult(fieldInfo(*table, index, out, item));
 }

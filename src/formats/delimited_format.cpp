@@ -1,67 +1,46 @@
 #include "formats/delimited_format.h"
 
-#include <cstring>
+#include <algorithm>
+
+#include "platform/windows_api.h"
 
 namespace mergedb {
-namespace {
 
-template <size_t N>
-std::string_view stringOf(const char (&field)[N]) {
-    return {field, strnlen(field, N)};
-}
-
-// The arrays the last DelimitedBytes were made from, copied whole, so that
-// the views in them outlive the table and the next call can compare the
-// table's arrays with them at once.
-struct MadeFrom {
-    char field[DELIMITER_SIZE];
-    char record[DELIMITER_SIZE];
-    char quote[QUOTE_SIZE];
-    char ignore[DELIMITER_SIZE];
-};
-
-MadeFrom madeFrom{};
-DelimitedBytes lastBytes{};
-bool made = false;
-
-bool madeFromTable(const MergeTable &table) {
-    return made && std::memcmp(madeFrom.field, table.fieldDelimiter, DELIMITER_SIZE) == 0 &&
-           std::memcmp(madeFrom.record, table.recordDelimiter, DELIMITER_SIZE) == 0 &&
-           std::memcmp(madeFrom.quote, table.quote, QUOTE_SIZE) == 0 &&
-           std::memcmp(madeFrom.ignore, table.ignore, DELIMITER_SIZE) == 0;
-}
-
-void makeBytes(const MergeTable &table) {
-    std::memcpy(madeFrom.field, table.fieldDelimiter, DELIMITER_SIZE);
-    std::memcpy(madeFrom.record, table.recordDelimiter, DELIMITER_SIZE);
-    std::memcpy(madeFrom.quote, table.quote, QUOTE_SIZE);
-    std::memcpy(madeFrom.ignore, table.ignore, DELIMITER_SIZE);
-    DelimitedStrings &s = lastBytes.strings;
-    s = {stringOf(madeFrom.field), stringOf(madeFrom.record), stringOf(madeFrom.quote), stringOf(madeFrom.ignore)};
-    lastBytes.opens = {};
-    lastBytes.stops = {};
-    lastBytes.lastBytes = {};
+DelimitedBytes delimitedBytesOf(const DelimitedStrings &s) {
+    DelimitedBytes bytes{};
     for (auto [text, bit] : {std::pair{s.quote, OPENS_QUOTE}, std::pair{s.record, OPENS_RECORD},
                              std::pair{s.field, OPENS_FIELD}, std::pair{s.ignore, OPENS_IGNORE}}) {
         if (text.empty()) continue;
         auto first = static_cast<uint8_t>(text[0]);
-        lastBytes.opens[first] |= bit;
-        stopBytesAdd(lastBytes.stops, first);
-        stopBytesAdd(lastBytes.lastBytes, static_cast<uint8_t>(text.back()));
+        bytes.opens[first] |= bit;
+        stopBytesAdd(bytes.stops, first);
+        stopBytesAdd(bytes.lastBytes, static_cast<uint8_t>(text.back()));
     }
-    made = true;
+    return bytes;
 }
 
-}  // namespace
-
-DelimitedStrings delimitedStrings(const MergeTable &table) {
-    return {stringOf(table.fieldDelimiter), stringOf(table.recordDelimiter), stringOf(table.quote),
-            stringOf(table.ignore)};
+void plainCopy(std::span<char> dst, std::span<const char> src) {
+    if (dst.empty()) return;
+    size_t length = std::min(plainLength(src), dst.size() - 1);
+    if (length != 0) std::memcpy(dst.data(), src.data(), length);
+    dst[length] = '\0';
 }
 
-const DelimitedBytes &delimitedBytes(const MergeTable &table) {
-    if (!madeFromTable(table)) makeBytes(table);
-    return lastBytes;
+// Measuring no more than limit bytes spares the scan of a long value. The
+// conversion makes no NUL of another byte, so the count stays the length.
+uint16_t plainTextToHost(std::span<const char> value, char *buffer, size_t limit, bool ansi) {
+    size_t count = plainLength(value.first(std::min(value.size(), limit)));
+    copyBytes(buffer, value.data(), count);
+    buffer[count] = '\0';
+    if (ansi) CharToOemA(buffer, buffer);
+    return static_cast<uint16_t>(count);
+}
+
+void plainTextFromHost(const char *text, std::span<char> block, bool ansi) {
+    size_t length = strnlen(text, block.size() - 1);
+    std::memcpy(block.data(), text, length);
+    block[length] = '\0';
+    if (ansi) OemToCharA(block.data(), block.data());
 }
 
 }  // namespace mergedb

@@ -4,22 +4,22 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
+#include <span>
 #include <string_view>
 
 #include "formats/byte_runs.h"
-#include "tablefile/table.h"
 
 namespace mergedb {
 
+// The four strings of a delimited table. An empty field or record
+// delimiter is outside the format and never stands anywhere.
 struct DelimitedStrings {
     std::string_view field;
     std::string_view record;
     std::string_view quote;
     std::string_view ignore;
 };
-
-// The table's strings, each cut at its NUL or at the end of its array.
-DelimitedStrings delimitedStrings(const MergeTable &table);
 
 // Which of the strings may begin at a byte, as bits.
 inline constexpr uint8_t OPENS_QUOTE = 1;
@@ -32,16 +32,18 @@ inline constexpr uint8_t OPENS_IGNORE = 8;
 // at which runs of ordinary bytes end; for the walk backward, the last
 // bytes of the strings. An empty string begins and ends nowhere.
 struct DelimitedBytes {
-    DelimitedStrings strings;
     std::array<uint8_t, 256> opens;
     StopBytes stops;
     StopBytes lastBytes;
 };
 
-// The table's DelimitedBytes. They are made again only when the table's
-// strings differ from those of the last call, so a walk makes them once;
-// the result holds until the next call.
-const DelimitedBytes &delimitedBytes(const MergeTable &table);
+DelimitedBytes delimitedBytesOf(const DelimitedStrings &strings);
+
+// What every reader of a delimited table works with.
+struct DelimitedSyntax {
+    DelimitedStrings strings;
+    const DelimitedBytes &bytes;
+};
 
 // Whether all of text stands at p, byte for byte, ending at or before limit.
 // An empty text stands everywhere; callers that skip empty strings test that.
@@ -69,5 +71,23 @@ inline bool quoteClosesAt(const uint8_t *p, const uint8_t *limit, const Delimite
     return stringStandsAt(behind, limit, strings.field) || stringStandsAt(behind, limit, strings.record) ||
            stringStandsAt(behind, limit, atLeastOneByte(strings.ignore));
 }
+
+// The plain string length of text, at most its size.
+inline size_t plainLength(std::span<const char> text) {
+    return text.empty() ? 0 : strnlen(text.data(), text.size());
+}
+
+// A plain string copy that keeps within dst: at most dst.size() - 1 bytes
+// and a NUL.
+void plainCopy(std::span<char> dst, std::span<const char> src);
+
+// A value of delimited text for the host: at most limit bytes and a NUL in
+// buffer, converted from the ANSI page to the OEM page when ansi. Gives the
+// length.
+uint16_t plainTextToHost(std::span<const char> value, char *buffer, size_t limit, bool ansi);
+
+// The host's text in block, as it is, or converted to the ANSI page when
+// ansi; read no further than the block's capacity - 1.
+void plainTextFromHost(const char *text, std::span<char> block, bool ansi);
 
 }  // namespace mergedb

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "mergedb/mergedb.h"
-#include "tablefile/table.h"
 
 namespace mergedb {
 namespace {

@@ -127,6 +127,43 @@ inline TokenStep tokenStepAt(const uint8_t *p, const uint8_t *limit) {
     return {length <= available ? TOKEN_STEP_OK : TOKEN_STEP_PAST_LIMIT, length};
 }
 
+// A token as the walkers of a tagged document see it at p: its class, its
+// first byte and the byte behind it (the sub-code of a fixed or variable
+// token; 0 where that byte lies at or behind the limit), and its step. Every
+// walker, forward over a record in memory or through the read window, reads
+// tokens through tokenAt and tells them apart with the predicates below.
+struct Token {
+    uint8_t cls;
+    uint8_t first;
+    uint8_t second;
+    TokenStep step;
+};
+
+inline Token tokenAt(const uint8_t *p, const uint8_t *limit) {
+    if (p >= limit) return {TOKEN_END, 0, 0, {TOKEN_STEP_PAST_LIMIT, 0}};
+    return {tokenClass(p), p[0], limit - p >= 2 ? p[1] : uint8_t{0}, tokenStepAt(p, limit)};
+}
+
+inline bool isFunctionToken(const Token &token, uint8_t code) {
+    return token.first == FUNCTION_TOKEN && token.second == code;
+}
+// The end of a record: byte 5, or the function token 52 (either in both
+// dialects).
+inline bool endsRecord(const Token &token) {
+    return (token.cls == TOKEN_CONTROL && token.first == MARK_RECORD_END) ||
+           isFunctionToken(token, FUNCTION_RECORD_END);
+}
+// The end of a field: byte 18, or the function token 49.
+inline bool endsField(const Token &token) {
+    return (token.cls == TOKEN_CONTROL && token.first == MARK_FIELD_END) || isFunctionToken(token, FUNCTION_FIELD_END);
+}
+// A line end, which closes a record behind its end mark: byte 10 or 12.
+inline bool endsLine(const Token &token) {
+    return token.cls == TOKEN_CONTROL && (token.first == MARK_LINE_END || token.first == MARK_RECORD_LINE_END);
+}
+// The soft line end of text, byte 140, which ends a line of a head record.
+inline bool isSoftLineEnd(const Token &token) { return token.first == MARK_SOFT_LINE_END; }
+
 // Writes a variable token with the given body to dst: first byte, sub-code,
 // L, body, L, sub-code, first byte, with L = body size + 4. Gives the bytes
 // written, or 0, with nothing written, when dst is too small or the body too
@@ -153,8 +190,13 @@ inline constexpr std::array<uint8_t, 9> HEAD_START_1 = {
     FUNCTION_TOKEN, FUNCTION_NAME_LIST, 4, 0, 4, 0, FUNCTION_NAME_LIST, FUNCTION_TOKEN, MARK_LINE_END};
 inline constexpr uint8_t NAME_LIST_SEPARATOR = '~';
 
-// The 16-byte header. Offsets of its fields are in tablefile/table.h.
+// The 16-byte header, and where its fields lie.
 inline constexpr uint16_t TAGGED_HEADER_SIZE = 16;
+inline constexpr int HEADER_DOC_OFFSET = 4;
+inline constexpr int HEADER_PRODUCT_TYPE = 8;
+inline constexpr int HEADER_FILE_TYPE = 9;
+inline constexpr int HEADER_MAJOR_VERSION = 10;
+inline constexpr int HEADER_MINOR_VERSION = 11;
 inline constexpr std::array<uint8_t, 4> TAGGED_MAGIC = {0xFF, 'Z', 'R', 'N'};
 bool isTaggedMagic(const uint8_t *header);
 bool isAcceptedProductType(uint8_t productType);

@@ -84,7 +84,7 @@ uint32_t takeSlot() {
     uint32_t needed = count == 0 ? 2 : count + 1;
     if (needed > slotRoom && !addSlotRoom()) return NO_SLOT;
     if (count == 0) blockregistry::slots[count++] = BlockSlot{};
-    blockregistry::slots[count] = BlockSlot{nullptr, 0, 0, 1, NO_SLOT};
+    blockregistry::slots[count] = BlockSlot{nullptr, 0, 0, 1, NO_SLOT, BlockKind::Plain};
     return count++;
 }
 
@@ -121,7 +121,7 @@ bool reallocate(BlockSlot &slot, uint16_t newSize) {
 
 }  // namespace
 
-BlockHandle blockAlloc(uint16_t size) {
+BlockHandle blockAlloc(uint16_t size, BlockKind kind) {
     // A block of 0 bytes still gets an address of its own.
     uint32_t room = std::max<uint32_t>(size, 1);
     void *address = std::calloc(room, 1);
@@ -135,6 +135,7 @@ BlockHandle blockAlloc(uint16_t size) {
     slot.address = address;
     slot.room = room;
     slot.size = size;
+    slot.kind = kind;
     markSize(slot);
     live++;
     return handleOf(index);

@@ -2,7 +2,10 @@
 //
 // The host holds only 32-bit words, while addresses here are 64 bits wide, so
 // a handle is an index into a registry of blocks with a generation tag in its
-// high bits. A handle that was freed, or never given, locks to null.
+// high bits. A handle that was freed, or never given, locks to null. Each
+// block has a kind, so that a handle the host passes is taken for a table,
+// a database or a field list only when it was made as one, whatever its
+// size and its bytes.
 //
 // Every field read locks several blocks, so the lookup is inline.
 #pragma once
@@ -24,6 +27,8 @@ namespace mergedb {
 
 using BlockHandle = uint32_t;
 
+enum class BlockKind : uint8_t { Plain, Table, Database, FieldList };
+
 namespace blockregistry {
 
 // A handle is the slot index in its low bits and the slot's generation in
@@ -37,6 +42,7 @@ struct BlockSlot {
     uint16_t size;      // bytes the block has
     uint16_t generation;
     uint32_t nextFree;
+    BlockKind kind;
 };
 
 extern BlockSlot *slots;
@@ -64,7 +70,7 @@ inline BlockSlot *slotOf(BlockHandle handle) {
 }  // namespace blockregistry
 
 // A zeroed block of size bytes, or 0 when there is no memory.
-BlockHandle blockAlloc(uint16_t size);
+BlockHandle blockAlloc(uint16_t size, BlockKind kind = BlockKind::Plain);
 
 // The handle of a block of newSize bytes holding the old content; bytes added
 // by growth are zero. A handle of 0 allocates afresh. Gives 0, with the old
@@ -94,6 +100,13 @@ T *blockLockSized(BlockHandle handle, uint16_t &size) {
     blockregistry::BlockSlot *slot = blockregistry::slotOf(handle);
     size = slot == nullptr ? 0 : slot->size;
     return slot == nullptr ? nullptr : static_cast<T *>(slot->address);
+}
+
+// The block's address when it was made of that kind; null otherwise.
+template <typename T>
+T *blockLockKind(BlockHandle handle, BlockKind kind) {
+    blockregistry::BlockSlot *slot = blockregistry::slotOf(handle);
+    return slot == nullptr || slot->kind != kind ? nullptr : static_cast<T *>(slot->address);
 }
 
 // A block looked up once, for a caller that reads its size and resizes it

@@ -103,6 +103,10 @@ struct Env {
     // The directory that holds path keeps its renames and new entries
     // across a power cut.
     bool (*syncDirectory)(const char *path);
+
+    // The system's language (a Windows language id), which tells the bytes
+    // of a path that begin a double-byte character.
+    uint16_t (*systemLanguage)();
 };
 
 // The platform's Env.

@@ -22,6 +22,7 @@
 
 #include "platform/env.h"
 #include "platform/posix_internal.h"
+#include "platform/windows_api.h"
 
 namespace mergedb {
 
@@ -336,6 +337,7 @@ constexpr Env POSIX_ENV = {
     .lockDirectory = lockDirectory,
     .unlockDirectory = unlockDirectory,
     .syncDirectory = syncDirectory,
+    .systemLanguage = GetSystemDefaultLangID,
 };
 
 }  // namespace

@@ -22,15 +22,6 @@
 // of its own.
 #undef SEVERITY_ERROR
 
-namespace mergedb {
-
-// The system's language, which Windows fixes for a process. A test may set
-// the one it needs; 0 gives back the real one.
-LANGID GetSystemDefaultLangID();
-void systemLanguageOverride(LANGID language);
-
-}  // namespace mergedb
-
 #else
 
 #include <cstddef>

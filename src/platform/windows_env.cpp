@@ -181,6 +181,9 @@ void unlockDirectory(EnvLock *) {}
 // NTFS keeps its directories in its journal.
 bool syncDirectory(const char *) { return true; }
 
+// The system's call, whose calling convention differs on 32-bit Windows.
+uint16_t systemLanguage() { return GetSystemDefaultLangID(); }
+
 constexpr Env WINDOWS_ENV = {
     .open = openFile,
     .close = closeFile,
@@ -199,6 +202,7 @@ constexpr Env WINDOWS_ENV = {
     .lockDirectory = lockDirectory,
     .unlockDirectory = unlockDirectory,
     .syncDirectory = syncDirectory,
+    .systemLanguage = systemLanguage,
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
+#include "records/record_format.h"
 #include "tablefile/window.h"
 
 namespace mergedb {
@@ -23,18 +24,18 @@ constexpr uint32_t BACK_REACH = WINDOW_FILL - 256;
 
 // Moves the window's position back by count bytes, which callers keep
 // within the file.
-uint16_t moveBack(MergeTable &table, uint32_t count) {
-    auto behind = static_cast<uint32_t>(regCursor - regBase);
+uint16_t moveBack(WindowCursor &window, uint32_t count) {
+    auto behind = static_cast<uint32_t>(window.cursor - window.base);
     if (count <= behind) {
-        regCursor -= count;
+        window.cursor -= count;
         return 0;
     }
-    uint32_t position = windowPosition(table);
+    uint32_t position = window.position();
     if (count > position) return ERR_START_OF_FILE;
     uint32_t target = position - count;
     uint32_t start = target - std::min(target, BACK_REACH);
-    if (uint16_t code = windowSeek(table, start)) return code;
-    regCursor = regBase + (target - start);
+    if (uint16_t code = window.seek(start)) return code;
+    window.cursor = window.base + (target - start);
     return 0;
 }
 
@@ -44,77 +45,77 @@ bool isOneByteToken(uint8_t byte) {
 }
 
 // Moves back by length, but never below firstRecordOffset.
-uint16_t backToFloor(MergeTable &table, uint32_t length) {
-    uint32_t room = windowPosition(table) - table.firstRecordOffset;
-    return moveBack(table, std::min(length, room));
+uint16_t backToFloor(WindowCursor &window, uint32_t length) {
+    uint32_t room = window.position() - window.table.firstRecordOffset;
+    return moveBack(window, std::min(length, room));
 }
 
-uint16_t skipFixedBack(MergeTable &table) {
-    uint8_t length = fixedTokenLength(regCursor);
+uint16_t skipFixedBack(WindowCursor &window) {
+    uint8_t length = fixedTokenLength(window.cursor);
     if (length == 0) return ERR_FORMAT;
-    return backToFloor(table, length);
+    return backToFloor(window, length);
 }
 
 // The variable token that ends at the window's position, read from its own
 // last four bytes (the trailing L, the sub-code and the first byte), also
 // when they lie across the window's start. Gives in isRecordEnd whether it
 // was FUNCTION_RECORD_END.
-uint16_t skipVariableBack(MergeTable &table, bool &isRecordEnd) {
+uint16_t skipVariableBack(WindowCursor &window, bool &isRecordEnd) {
     isRecordEnd = false;
-    if (windowPosition(table) - table.firstRecordOffset < SMALLEST_VARIABLE_TOKEN - 1) {
-        return backToFloor(table, SMALLEST_VARIABLE_TOKEN);
+    if (window.position() - window.table.firstRecordOffset < SMALLEST_VARIABLE_TOKEN - 1) {
+        return backToFloor(window, SMALLEST_VARIABLE_TOKEN);
     }
     uint8_t tail[4];
-    if (regCursor - regBase >= 3) {
-        std::memcpy(tail, regCursor - 3, sizeof tail);
+    if (window.cursor - window.base >= 3) {
+        std::memcpy(tail, window.cursor - 3, sizeof tail);
     } else {
-        uint16_t code = moveBack(table, 3);
-        if (code == 0) code = windowRead(table, tail, sizeof tail);
-        if (code == 0) code = moveBack(table, 1);
+        uint16_t code = moveBack(window, 3);
+        if (code == 0) code = window.read(tail, sizeof tail);
+        if (code == 0) code = moveBack(window, 1);
         if (code != 0) return code;
     }
     isRecordEnd = isFunctionEnd(tail + 3, FUNCTION_RECORD_END);
-    return backToFloor(table, (tail[0] | (tail[1] << 8)) + 4u);
+    return backToFloor(window, (tail[0] | (tail[1] << 8)) + 4u);
 }
 
 // Steps back over a run of one-byte tokens that end nothing, within the
 // window and above the floor; at the window's start one step refills it.
-uint16_t backOverRun(MergeTable &table) {
-    uint32_t room = std::min<uint32_t>(static_cast<uint32_t>(regCursor - regBase),
-                                       windowPosition(table) - table.firstRecordOffset);
-    if (room == 0) return moveBack(table, 1);
+uint16_t backOverRun(WindowCursor &window) {
+    uint32_t room = std::min<uint32_t>(static_cast<uint32_t>(window.cursor - window.base),
+                                       window.position() - window.table.firstRecordOffset);
+    if (room == 0) return moveBack(window, 1);
     uint32_t run = 1;
-    while (run < room && isOneByteToken(regCursor[-static_cast<ptrdiff_t>(run)]) &&
-           regCursor[-static_cast<ptrdiff_t>(run)] != MARK_RECORD_END) {
+    while (run < room && isOneByteToken(window.cursor[-static_cast<ptrdiff_t>(run)]) &&
+           window.cursor[-static_cast<ptrdiff_t>(run)] != MARK_RECORD_END) {
         ++run;
     }
-    regCursor -= run;
+    window.cursor -= run;
     return 0;
 }
 
 // Backward over tokens until an end-of-record mark was crossed, or to the
 // first data record. The window ends on the last byte of the token in
 // front of the mark.
-uint16_t walkBackToMark(MergeTable &table) {
+uint16_t walkBackToMark(WindowCursor &window) {
     for (;;) {
-        if (windowPosition(table) == table.firstRecordOffset) return 0;
-        uint8_t byte = *regCursor;
+        if (window.position() == window.table.firstRecordOffset) return 0;
+        uint8_t byte = *window.cursor;
         uint16_t code = 0;
-        switch (tokenClass(regCursor)) {
+        switch (tokenClass(window.cursor)) {
         case TOKEN_END: return ERR_FORMAT;
-        case TOKEN_FIXED: code = skipFixedBack(table); break;
+        case TOKEN_FIXED: code = skipFixedBack(window); break;
         case TOKEN_VARIABLE: {
             bool isRecordEnd = false;
-            code = skipVariableBack(table, isRecordEnd);
+            code = skipVariableBack(window, isRecordEnd);
             if (code == 0 && isRecordEnd) return 0;
             break;
         }
         default:
             if (byte == MARK_RECORD_END) {
-                code = moveBack(table, 1);
+                code = moveBack(window, 1);
                 if (code == 0) return 0;
             } else {
-                code = backOverRun(table);
+                code = backOverRun(window);
             }
             break;
         }
@@ -124,85 +125,86 @@ uint16_t walkBackToMark(MergeTable &table) {
 
 enum class ForwardTarget { RecordEnd, LineEnd };
 
-uint16_t skipVariableForward(MergeTable &table, bool &isRecordEnd) {
+uint16_t skipVariableForward(WindowCursor &window, bool &isRecordEnd) {
     uint8_t lead[2];
     uint8_t length[2];
-    uint16_t code = windowRead(table, lead, sizeof lead);
-    if (code == 0) code = windowRead(table, length, sizeof length);
-    if (code == 0) code = windowSkip(table, static_cast<uint32_t>(length[0] | (length[1] << 8)));
+    uint16_t code = window.read(lead, sizeof lead);
+    if (code == 0) code = window.read(length, sizeof length);
+    if (code == 0) code = window.skip(static_cast<uint32_t>(length[0] | (length[1] << 8)));
     isRecordEnd = isFunction(lead, FUNCTION_RECORD_END);
     return code;
 }
 
 // Forward over tokens to just behind the end-of-record mark, or behind the
 // line end that follows it.
-uint16_t walkForwardTo(MergeTable &table, ForwardTarget target) {
+uint16_t walkForwardTo(WindowCursor &window, ForwardTarget target) {
     for (;;) {
-        if (regCursor == regEnd) {
-            if (uint16_t code = windowRefill(table)) return code;
+        if (window.cursor == window.end) {
+            if (uint16_t code = window.refill()) return code;
         }
-        uint8_t byte = *regCursor;
+        uint8_t byte = *window.cursor;
         uint16_t code = 0;
         bool ended = false;
-        switch (tokenClass(regCursor)) {
+        switch (tokenClass(window.cursor)) {
         case TOKEN_END: return ERR_FORMAT;
         case TOKEN_FIXED: {
-            uint8_t length = fixedTokenLength(regCursor);
-            code = length == 0 ? uint16_t{ERR_FORMAT} : windowSkip(table, length);
+            uint8_t length = fixedTokenLength(window.cursor);
+            code = length == 0 ? uint16_t{ERR_FORMAT} : window.skip(length);
             break;
         }
         case TOKEN_VARIABLE:
-            code = skipVariableForward(table, ended);
+            code = skipVariableForward(window, ended);
             ended = ended && target == ForwardTarget::RecordEnd;
             break;
         case TOKEN_CONTROL:
             ended = target == ForwardTarget::RecordEnd ? byte == MARK_RECORD_END
                                                        : byte == MARK_LINE_END || byte == MARK_RECORD_LINE_END;
-            code = windowSkip(table, 1);
+            code = window.skip(1);
             break;
-        default: code = windowSkip(table, 1); break;
+        default: code = window.skip(1); break;
         }
         if (code != 0 || ended) return code;
     }
 }
 
-uint16_t walkTagged(MergeTable &table) {
-    if (uint16_t code = walkBackToMark(table)) return code;
-    if (windowPosition(table) == table.firstRecordOffset) return 0;
-    if (uint16_t code = walkBackToMark(table)) return code;
-    if (windowPosition(table) == table.firstRecordOffset) return 0;
-    if (uint16_t code = walkForwardTo(table, ForwardTarget::RecordEnd)) return code;
-    return walkForwardTo(table, ForwardTarget::LineEnd);
+uint16_t walkTagged(WindowCursor &window) {
+    if (uint16_t code = walkBackToMark(window)) return code;
+    if (window.position() == window.table.firstRecordOffset) return 0;
+    if (uint16_t code = walkBackToMark(window)) return code;
+    if (window.position() == window.table.firstRecordOffset) return 0;
+    if (uint16_t code = walkForwardTo(window, ForwardTarget::RecordEnd)) return code;
+    return walkForwardTo(window, ForwardTarget::LineEnd);
 }
 
-uint16_t locateTaggedStart(MergeTable &table) {
-    if (table.firstRecordOffset >= windowTell(table)) return ERR_END_OF_FILE;
-    if (uint16_t code = windowLoad(table)) return code;
-    uint16_t code = walkTagged(table);
-    windowSave(table);
-    return code;
+// Tagged text enters the walk back on the last byte of the wanted record.
+uint16_t locateTaggedStart(MergeTable &table, uint32_t lastByte) {
+    if (table.firstRecordOffset >= lastByte) return ERR_START_OF_FILE;
+    WindowCursor window(table);
+    if (!window.valid()) return ERR_MEMORY;
+    if (uint16_t code = window.seek(lastByte)) return code;
+    return walkTagged(window);
 }
 
 // The backward walk of delimited text. Strings are recognised by their
 // last byte and matched from their end; offset 0 ends the walk.
 class DelimitedBackWalk {
 public:
-    explicit DelimitedBackWalk(MergeTable &table)
-        : table_(table), bytes_(delimitedBytes(table)), s_(bytes_.strings) {
+    DelimitedBackWalk(WindowCursor &window, const DelimitedSyntax &syntax)
+        : window_(window), bytes_(syntax.bytes), s_(syntax.strings) {
         restartScan();
     }
 
     uint16_t run() {
         int delimitersPassed = 0;
         while (!atStart_) {
-            uint8_t byte = *regCursor;
+            uint8_t byte = *window_.cursor;
             bool complete = false;
             uint16_t code = 0;
             if (endsWith(s_.record, byte)) {
                 code = matchBack(s_.record, complete);
                 if (code == 0 && complete && ++delimitersPassed == 2) {
                     // Behind the terminator of the record in front of ours.
-                    return windowSkip(table_, static_cast<uint32_t>(s_.record.size()) + (atStart_ ? 0 : 1));
+                    return window_.skip(static_cast<uint32_t>(s_.record.size()) + (atStart_ ? 0 : 1));
                 }
             } else if (endsWith(s_.field, byte)) {
                 code = matchBack(s_.field, complete);
@@ -226,19 +228,19 @@ private:
 
     // The stop scan over the window's bytes, made anew whenever the window
     // may have been filled.
-    void restartScan() { scan_ = stopScanStart(bytes_.lastBytes, regBase, regEnd); }
+    void restartScan() { scan_ = stopScanStart(bytes_.lastBytes, window_.base, window_.end); }
 
     // One byte back; at offset 0 the window stays and the walk is over.
     uint16_t stepBack() {
-        if (regCursor > regBase) {
-            --regCursor;
+        if (window_.cursor > window_.base) {
+            --window_.cursor;
             return 0;
         }
-        if (windowPosition(table_) == 0) {
+        if (window_.position() == 0) {
             atStart_ = true;
             return 0;
         }
-        uint16_t code = moveBack(table_, 1);
+        uint16_t code = moveBack(window_, 1);
         restartScan();
         return code;
     }
@@ -247,15 +249,15 @@ private:
     // and for which wanted holds, or to the window's start.
     template <typename Wanted>
     void backWithinWindow(Wanted wanted) {
-        const uint8_t *p = regCursor > regBase ? prevStop(scan_, regCursor - 1) : nullptr;
+        const uint8_t *p = window_.cursor > window_.base ? prevStop(scan_, window_.cursor - 1) : nullptr;
         while (p != nullptr && !wanted(*p)) p = prevStop(scan_, p - 1);
-        regCursor = p != nullptr ? regBase + (p - regBase) : regBase;
+        window_.cursor = p != nullptr ? window_.base + (p - window_.base) : window_.base;
     }
 
     uint16_t matchBack(std::string_view text, bool &complete) {
         complete = false;
         for (size_t i = text.size(); i-- > 0;) {
-            if (*regCursor != static_cast<uint8_t>(text[i])) return 0;
+            if (*window_.cursor != static_cast<uint8_t>(text[i])) return 0;
             complete = i == 0;
             if (uint16_t code = stepBack()) return code;
             if (atStart_) return 0;
@@ -264,7 +266,7 @@ private:
     }
 
     uint16_t backOverPlainBytes() {
-        if (regCursor == regBase) return stepBack();
+        if (window_.cursor == window_.base) return stepBack();
         backWithinWindow([](uint8_t) { return true; });
         return 0;
     }
@@ -274,11 +276,11 @@ private:
     uint16_t backwardStretch() {
         auto quoteEnd = static_cast<uint8_t>(s_.quote.back());
         while (!atStart_) {
-            if (*regCursor != quoteEnd) {
+            if (*window_.cursor != quoteEnd) {
                 // Back over the text within the window; at its start one
                 // step refills it or ends the walk at offset 0.
                 backWithinWindow([quoteEnd](uint8_t byte) { return byte == quoteEnd; });
-                if (*regCursor != quoteEnd) {
+                if (*window_.cursor != quoteEnd) {
                     if (uint16_t code = stepBack()) return code;
                 }
                 continue;
@@ -286,7 +288,7 @@ private:
             bool complete = false;
             if (uint16_t code = matchBack(s_.quote, complete)) return code;
             if (complete && !atStart_) {
-                uint8_t before = *regCursor;
+                uint8_t before = *window_.cursor;
                 if (endsWith(s_.record, before) || endsWith(s_.field, before) || endsWith(s_.ignore, before)) {
                     return 0;
                 }
@@ -295,30 +297,40 @@ private:
         return 0;
     }
 
-    MergeTable &table_;
+    WindowCursor &window_;
     const DelimitedBytes &bytes_;
-    const DelimitedStrings &s_;
+    DelimitedStrings s_;
     StopScan scan_{};
     bool atStart_ = false;
 };
 
-uint16_t locateDelimitedStart(MergeTable &table, bool atFileEnd) {
-    if (uint16_t code = windowLoad(table)) return code;
-    uint16_t code = 0;
-    if (windowPosition(table) == 0) {
-        code = ERR_END_OF_FILE;
-    } else if (!atFileEnd) {
-        code = moveBack(table, 1);
+// Delimited text enters the walk back on the first byte of the record
+// behind the wanted one, or on the file's last byte.
+uint16_t locateDelimitedStart(MergeTable &table, uint32_t entry, bool atFileEnd) {
+    WindowCursor window(table);
+    if (!window.valid()) return ERR_MEMORY;
+    if (uint16_t code = window.seek(entry)) return code;
+    if (window.position() == 0) return ERR_END_OF_FILE;
+    if (!atFileEnd) {
+        if (uint16_t code = moveBack(window, 1)) return code;
     }
-    if (code == 0) code = DelimitedBackWalk(table).run();
-    windowSave(table);
-    return code;
+    return DelimitedBackWalk(window, delimitedSyntax(table)).run();
 }
 
 }  // namespace
 
-uint16_t locateRecordStart(MergeTable &table, bool atFileEnd) {
-    return table.kind == DB_KIND_DELIMITED ? locateDelimitedStart(table, atFileEnd) : locateTaggedStart(table);
+uint16_t locateDelimitedPrevious(MergeTable &table, uint32_t offset) {
+    if (table.firstRecordOffset >= offset) return ERR_START_OF_FILE;
+    return locateDelimitedStart(table, offset, false);
 }
+
+uint16_t locateDelimitedLast(MergeTable &table) { return locateDelimitedStart(table, table.fileSize - 1, true); }
+
+uint16_t locateTaggedPrevious(MergeTable &table, uint32_t offset) {
+    if (offset == 0) return ERR_START_OF_FILE;
+    return locateTaggedStart(table, offset - 1);
+}
+
+uint16_t locateTaggedLast(MergeTable &table) { return locateTaggedStart(table, table.fileSize - 1); }
 
 }  // namespace mergedb

@@ -8,11 +8,14 @@
 
 namespace mergedb {
 
-// On entry the window stands where the caller's seek put it: for a tagged
-// table on the last byte of the wanted record; for delimited text on the
-// first byte of the record behind it, or on the file's last byte when
-// atFileEnd is set. On success the window stands on the wanted record's
-// first byte, saved in the table.
-uint16_t locateRecordStart(MergeTable &table, bool atFileEnd);
+// Stand the window on the first byte of the record that ends in front of
+// offset, a record's first byte; ERR_START_OF_FILE when none lies between
+// the first data record and offset.
+uint16_t locateDelimitedPrevious(MergeTable &table, uint32_t offset);
+uint16_t locateTaggedPrevious(MergeTable &table, uint32_t offset);
+
+// Stand the window on the first byte of the table's last record.
+uint16_t locateDelimitedLast(MergeTable &table);
+uint16_t locateTaggedLast(MergeTable &table);
 
 }  // namespace mergedb

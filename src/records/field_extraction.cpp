@@ -4,12 +4,11 @@
 #include <cstring>
 #include <string_view>
 
-#include "edits/change_list.h"
-#include "fields/parse_cursor.h"
 #include "formats/byte_runs.h"
 #include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
+#include "records/record_format.h"
 
 namespace mergedb {
 namespace {
@@ -25,20 +24,24 @@ const StopBytes TAGGED_TEXT_STOPS = [] {
 
 constexpr uint8_t HYPHEN = '-';
 
-// The value is built here and copied into the entry's block when it is
-// closed, so that the block is resized once, to its final size, instead of
-// growing in steps and shrinking again. capacity follows the growth rule as
-// a number; the entry takes it on where the steps would have left it.
-uint8_t building[FIELD_VALUE_LIMIT + TOKEN_EXTENDED_CHAR_SIZE + 1];
+// A value is built in the table's scratch (building) and copied into the
+// entry's block when it is closed, so that the block is resized once, to its
+// final size, instead of growing in steps and shrinking again.
+constexpr size_t BUILDING_SIZE = FIELD_VALUE_LIMIT + TOKEN_EXTENDED_CHAR_SIZE + 1;
+static_assert(BUILDING_SIZE <= TABLE_SCRATCH_SIZE);
 
-// The value being built. Its length stays here until the value is closed,
-// so that a failure on the way leaves the entry's length as it was. Its
-// bytes are in building, or, for a value that is one stretch of the record,
-// in the record itself.
+// The value being built, from the record under the cursor. Its length stays
+// here until the value is closed, so that a failure on the way leaves the
+// entry's length as it was; capacity follows the growth rule as a number,
+// and the entry takes it on where the steps would have left it. Its bytes
+// are in building, or, for a value that is one stretch of the record, in the
+// record itself.
 struct ValueBuilder {
+    ParseCursor &record;
+    uint8_t *building;
     FieldEntry &entry;
-    uint32_t length;
-    uint32_t capacity;
+    uint32_t length = 0;
+    uint32_t capacity = 0;
     const uint8_t *bytes = building;
 };
 
@@ -46,6 +49,7 @@ struct ValueBuilder {
 // and bytes, and a stop scan over the record, which the fields of one
 // record share as they go forward.
 struct DelimitedSplit {
+    const DelimitedStrings strings;
     const DelimitedBytes &bytes;
     StopScan stops;
 };
@@ -81,7 +85,7 @@ uint16_t reserve(ValueBuilder &value, uint32_t needed) {
 
 uint16_t append(ValueBuilder &value, const uint8_t *bytes, uint32_t count) {
     if (uint16_t code = reserve(value, value.length + count)) return code;
-    copyBytes(building + value.length, bytes, count);
+    copyBytes(value.building + value.length, bytes, count);
     value.length += count;
     return 0;
 }
@@ -98,7 +102,7 @@ uint16_t keepPartialValue(ValueBuilder &value, uint16_t code) {
         if (text == nullptr) return code;
         value.entry.capacity = static_cast<uint16_t>(value.capacity);
     }
-    std::memcpy(text, building, value.length);
+    std::memcpy(text, value.building, value.length);
     return code;
 }
 
@@ -125,43 +129,44 @@ inline uint16_t closeValue(ValueBuilder &value, uint16_t blockExtra, uint16_t ca
 
 // Where the value being built would reach its limit, or the record's end.
 const uint8_t *runLimit(const ValueBuilder &value) {
-    return parseCursor.cursor + std::min<size_t>(parseRemaining(), FIELD_VALUE_LIMIT - value.length);
+    return value.record.cursor + std::min<size_t>(value.record.remaining(), FIELD_VALUE_LIMIT - value.length);
 }
 
 // Copies the bytes from the cursor up to stop, and moves the cursor there.
 uint16_t copyRun(ValueBuilder &value, const uint8_t *stop) {
-    auto count = static_cast<uint32_t>(stop - parseCursor.cursor);
-    if (uint16_t code = append(value, parseCursor.cursor, count)) return code;
-    parseCursor.cursor += count;
+    auto count = static_cast<uint32_t>(stop - value.record.cursor);
+    if (uint16_t code = append(value, value.record.cursor, count)) return code;
+    value.record.cursor += count;
     return 0;
 }
 
 // A tagged token at the cursor that is neither text nor a byte 0.
 uint16_t taggedToken(ValueBuilder &value, bool &ended) {
-    const uint8_t *p = parseCursor.cursor;
-    switch (tokenClass(p)) {
+    ParseCursor &record = value.record;
+    Token token = tokenAt(record.cursor, record.limit);
+    switch (token.cls) {
     case TOKEN_CONTROL:  // only the two field ends are no text
         ended = true;
-        return parseAdvance(1);
+        return record.advance(1);
     case TOKEN_SINGLE:
-        if (*p == MARK_HYPHEN) {
+        if (token.first == MARK_HYPHEN) {
             if (uint16_t code = append(value, &HYPHEN, 1)) return code;
         }
-        return parseAdvance(1);
+        return record.advance(1);
     case TOKEN_FIXED:
-        if (!isExtendedChar(p)) return parseSkipFixed();
+        if (token.first != TOKEN_LEAD_EXTENDED_CHAR) return record.skipFixed();
         // The whole token stays in the value, with a byte spare behind it.
         if (uint16_t code = reserve(value, value.length + TOKEN_EXTENDED_CHAR_SIZE + 1)) return code;
-        if (parseRemaining() < TOKEN_EXTENDED_CHAR_SIZE) return ERR_FORMAT;
-        std::memcpy(building + value.length, p, TOKEN_EXTENDED_CHAR_SIZE);
+        if (record.remaining() < TOKEN_EXTENDED_CHAR_SIZE) return ERR_FORMAT;
+        std::memcpy(value.building + value.length, record.cursor, TOKEN_EXTENDED_CHAR_SIZE);
         value.length += TOKEN_EXTENDED_CHAR_SIZE;
-        return parseAdvance(TOKEN_EXTENDED_CHAR_SIZE);
-    default:  // TOKEN_VARIABLE: the function ends stay under the cursor for parseSkipLine
-        if (parseRemaining() >= 2 && (isFunction(p, FUNCTION_FIELD_END) || isFunction(p, FUNCTION_RECORD_END))) {
+        return record.advance(TOKEN_EXTENDED_CHAR_SIZE);
+    default:  // TOKEN_VARIABLE: the function ends stay under the cursor for skipLine
+        if (endsField(token) || endsRecord(token)) {
             ended = true;
             return 0;
         }
-        return parseSkipVariable();
+        return record.skipVariable();
     }
 }
 
@@ -169,17 +174,18 @@ uint16_t taggedToken(ValueBuilder &value, bool &ended) {
 // quote that closes it, on which the cursor stays. Only the quote means
 // anything here.
 uint16_t quotedStretch(ValueBuilder &value, DelimitedSplit &split) {
-    const DelimitedStrings &strings = split.bytes.strings;
-    uint8_t *&cursor = parseCursor.cursor;
+    const DelimitedStrings &strings = split.strings;
+    uint8_t *&cursor = value.record.cursor;
+    const uint8_t *limit = value.record.limit;
     const auto quoteStart = static_cast<uint8_t>(strings.quote[0]);
-    while (value.length < FIELD_VALUE_LIMIT && cursor < parseCursor.limit) {
+    while (value.length < FIELD_VALUE_LIMIT && cursor < limit) {
         if (*cursor != quoteStart) {
             const uint8_t *stop = std::min(nextStopOf(split.stops, cursor, quoteStart), runLimit(value));
             if (uint16_t code = copyRun(value, stop)) return code;
             continue;
         }
         if (uint16_t code = reserve(value, value.length + 1)) return code;
-        if (quoteClosesAt(cursor, parseCursor.limit, strings)) return 0;
+        if (quoteClosesAt(cursor, limit, strings)) return 0;
         // a quote that closes nothing is text
         if (uint16_t code = append(value, cursor, 1)) return code;
         ++cursor;
@@ -192,9 +198,8 @@ uint16_t quotedStretch(ValueBuilder &value, DelimitedSplit &split) {
 // the parse cursor step by step. A failure of build leaves the entry as the
 // steps had left it.
 template <typename TakeWhole, typename Build>
-uint16_t extractValue(FieldEntry &entry, uint16_t blockExtra, uint16_t capacityExtra, TakeWhole takeWhole,
+uint16_t extractValue(ValueBuilder value, uint16_t blockExtra, uint16_t capacityExtra, TakeWhole takeWhole,
                       Build build) {
-    ValueBuilder value{entry, 0, 0};
     if (uint16_t code = openValue(value)) return code;
     if (!takeWhole(value)) {
         if (uint16_t code = build(value)) return keepPartialValue(value, code);
@@ -213,12 +218,12 @@ void takeStretch(ValueBuilder &value, const uint8_t *start, const uint8_t *end) 
 // The length of the field or record delimiter that the steps find whole at
 // p, which lies before the limit; 0 where they would find a quote first, or
 // neither delimiter.
-size_t delimiterAt(const DelimitedBytes &bytes, const uint8_t *p) {
-    const DelimitedStrings &s = bytes.strings;
-    uint8_t opens = bytes.opens[*p];
+size_t delimiterAt(const DelimitedSplit &split, const uint8_t *p, const uint8_t *limit) {
+    const DelimitedStrings &s = split.strings;
+    uint8_t opens = split.bytes.opens[*p];
     if ((opens & OPENS_QUOTE) != 0) return 0;
-    if ((opens & OPENS_RECORD) != 0 && stringStandsAt(p, parseCursor.limit, s.record)) return s.record.size();
-    if ((opens & OPENS_FIELD) != 0 && stringStandsAt(p, parseCursor.limit, s.field)) return s.field.size();
+    if ((opens & OPENS_RECORD) != 0 && stringStandsAt(p, limit, s.record)) return s.record.size();
+    if ((opens & OPENS_FIELD) != 0 && stringStandsAt(p, limit, s.field)) return s.field.size();
     return 0;
 }
 
@@ -228,27 +233,27 @@ size_t delimiterAt(const DelimitedBytes &bytes, const uint8_t *p) {
 // delimiter; false, with nothing moved, for any other shape.
 bool takeWholeDelimited(ValueBuilder &value, DelimitedSplit &split) {
     const DelimitedBytes &bytes = split.bytes;
-    const uint8_t *cursor = parseCursor.cursor;
-    const uint8_t *limit = parseCursor.limit;
+    const uint8_t *cursor = value.record.cursor;
+    const uint8_t *limit = value.record.limit;
     if (cursor >= limit) return false;
     const uint8_t *start = cursor;
     const uint8_t *end = nullptr;
     const uint8_t *behind = nullptr;
     if ((bytes.opens[*cursor] & OPENS_QUOTE) != 0) {
-        if (bytes.strings.quote.size() != 1) return false;
+        if (split.strings.quote.size() != 1) return false;
         start = cursor + 1;
         end = nextStopOf(split.stops, start, *cursor);
-        if (end >= limit || !quoteClosesAt(end, limit, bytes.strings)) return false;
+        if (end >= limit || !quoteClosesAt(end, limit, split.strings)) return false;
         behind = end + 1;
     } else {
         end = nextStop(split.stops, cursor);
         behind = end;
     }
     if (behind >= limit || end - start >= FIELD_VALUE_LIMIT) return false;
-    size_t delimiter = delimiterAt(bytes, behind);
+    size_t delimiter = delimiterAt(split, behind, limit);
     if (delimiter == 0) return false;
     takeStretch(value, start, end);
-    parseCursor.cursor += (behind - cursor) + delimiter;
+    value.record.cursor += (behind - cursor) + delimiter;
     return true;
 }
 
@@ -256,8 +261,8 @@ bool takeWholeDelimited(ValueBuilder &value, DelimitedSplit &split) {
 // byte 0 or the record's end. Takes the value, leaving the cursor where the
 // steps would, for parseSkipLine; false, with nothing moved, otherwise.
 bool takeWholeTagged(ValueBuilder &value, StopScan &stops) {
-    uint8_t *cursor = parseCursor.cursor;
-    const uint8_t *limit = parseCursor.limit;
+    uint8_t *cursor = value.record.cursor;
+    const uint8_t *limit = value.record.limit;
     const uint8_t *end = nextStop(stops, cursor);
     if (end - cursor >= FIELD_VALUE_LIMIT) return false;
     uint8_t *behind = cursor + (end - cursor);
@@ -269,15 +274,15 @@ bool takeWholeTagged(ValueBuilder &value, StopScan &stops) {
         }
     }
     takeStretch(value, cursor, end);
-    parseCursor.cursor = behind;
+    value.record.cursor = behind;
     return true;
 }
 
-uint16_t extractTaggedField(StopScan &stops, FieldEntry &entry) {
+uint16_t extractTaggedField(ParseCursor &record, uint8_t *building, StopScan &stops, FieldEntry &entry) {
     auto build = [&stops](ValueBuilder &value) -> uint16_t {
-        uint8_t *&cursor = parseCursor.cursor;
+        uint8_t *&cursor = value.record.cursor;
         bool ended = false;
-        while (!ended && cursor < parseCursor.limit && *cursor != 0 && value.length < FIELD_VALUE_LIMIT) {
+        while (!ended && cursor < value.record.limit && *cursor != 0 && value.length < FIELD_VALUE_LIMIT) {
             uint16_t code = TAGGED_TEXT_STOPS.isStop[*cursor]
                                 ? taggedToken(value, ended)
                                 : copyRun(value, std::min(nextStop(stops, cursor), runLimit(value)));
@@ -286,35 +291,37 @@ uint16_t extractTaggedField(StopScan &stops, FieldEntry &entry) {
         return 0;
     };
     auto takeWhole = [&stops](ValueBuilder &value) { return takeWholeTagged(value, stops); };
-    if (uint16_t code = extractValue(entry, TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE, takeWhole, build)) {
+    ValueBuilder value{record, building, entry};
+    if (uint16_t code = extractValue(value, TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE, takeWhole, build)) {
         return code;
     }
-    return parseSkipLine();
+    return record.skipLine();
 }
 
-uint16_t extractDelimitedField(DelimitedSplit &split, FieldEntry &entry) {
+uint16_t extractDelimitedField(ParseCursor &record, uint8_t *building, DelimitedSplit &split, FieldEntry &entry) {
     auto build = [&split](ValueBuilder &value) -> uint16_t {
         const DelimitedBytes &bytes = split.bytes;
-        const DelimitedStrings &s = bytes.strings;
-        uint8_t *&cursor = parseCursor.cursor;
+        const DelimitedStrings &s = split.strings;
+        uint8_t *&cursor = value.record.cursor;
+        const uint8_t *limit = value.record.limit;
         while (value.length < FIELD_VALUE_LIMIT) {
             // The record ended before this field did.
-            if (cursor >= parseCursor.limit) return ERR_FORMAT;
+            if (cursor >= limit) return ERR_FORMAT;
             uint8_t opens = bytes.opens[*cursor];
             uint16_t code = 0;
             if (opens == 0) {
                 code = copyRun(value, std::min(nextStop(split.stops, cursor), runLimit(value)));
-            } else if ((opens & OPENS_QUOTE) != 0 && stringStandsAt(cursor, parseCursor.limit, s.quote)) {
+            } else if ((opens & OPENS_QUOTE) != 0 && stringStandsAt(cursor, limit, s.quote)) {
                 cursor += s.quote.size();
                 code = quotedStretch(value, split);
-                if (code == 0) code = parseAdvance(static_cast<int32_t>(s.quote.size()));
-            } else if ((opens & OPENS_RECORD) != 0 && stringStandsAt(cursor, parseCursor.limit, s.record)) {
+                if (code == 0) code = value.record.advance(static_cast<int32_t>(s.quote.size()));
+            } else if ((opens & OPENS_RECORD) != 0 && stringStandsAt(cursor, limit, s.record)) {
                 cursor += s.record.size();
                 return 0;
-            } else if ((opens & OPENS_FIELD) != 0 && stringStandsAt(cursor, parseCursor.limit, s.field)) {
+            } else if ((opens & OPENS_FIELD) != 0 && stringStandsAt(cursor, limit, s.field)) {
                 cursor += s.field.size();
                 return 0;
-            } else if ((opens & OPENS_IGNORE) != 0 && stringStandsAt(cursor, parseCursor.limit, s.ignore)) {
+            } else if ((opens & OPENS_IGNORE) != 0 && stringStandsAt(cursor, limit, s.ignore)) {
                 cursor += s.ignore.size();
             } else {
                 code = append(value, cursor, 1);  // a string that only began here
@@ -325,7 +332,7 @@ uint16_t extractDelimitedField(DelimitedSplit &split, FieldEntry &entry) {
         return 0;
     };
     auto takeWhole = [&split](ValueBuilder &value) { return takeWholeDelimited(value, split); };
-    return extractValue(entry, 1, 0, takeWhole, build);
+    return extractValue(ValueBuilder{record, building, entry}, 1, 0, takeWhole, build);
 }
 
 }  // namespace
@@ -341,30 +348,38 @@ uint16_t growFieldValue(FieldEntry &entry, uint32_t steps) {
     return 0;
 }
 
-uint16_t loadFields(MergeTable &table, BlockHandle fields) {
-    EditNode record{};
-    if (uint16_t code = currentSnapshot(table, &record)) return code;
-    parseCursor.savedOffset = 0;
-    if (table.fieldCount <= 0) return 0;
-    auto *entries = blockLockAs<FieldEntry>(fields);
-    if (entries == nullptr) return ERR_MEMORY;
-    if (uint16_t code = parseAttach(record)) return code;
+uint16_t extractDelimitedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count) {
+    auto *building = blockLockAs<uint8_t>(table.scratch);
+    if (building == nullptr) return ERR_MEMORY;
+    DelimitedSyntax syntax = delimitedSyntax(table);
+    DelimitedSplit split{syntax.strings, syntax.bytes, stopScanStart(syntax.bytes.stops, record.cursor, record.limit)};
     uint16_t code = 0;
+    for (int16_t i = 0; code == 0 && i < count; ++i) code = extractDelimitedField(record, building, split, entries[i]);
+    return code;
+}
+
+uint16_t extractTaggedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count) {
+    auto *building = blockLockAs<uint8_t>(table.scratch);
+    if (building == nullptr) return ERR_MEMORY;
+    StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, record.cursor, record.limit);
+    uint16_t code = 0;
+    for (int16_t i = 0; code == 0 && i < count; ++i) code = extractTaggedField(record, building, stops, entries[i]);
+    return code;
+}
+
+uint16_t loadFields(MergeTable &table) {
+    const EditNode *current = currentRecord(table);
+    if (current == nullptr) return ERR_MEMORY;
     // Taken once: the stores of the values could touch the table, so the
     // compiler would read it anew for every field.
     const int16_t count = table.fieldCount;
-    if (table.kind == DB_KIND_DELIMITED) {
-        const DelimitedBytes &bytes = delimitedBytes(table);
-        DelimitedSplit split{bytes, stopScanStart(bytes.stops, parseCursor.cursor, parseCursor.limit)};
-        for (int16_t i = 0; code == 0 && i < count; ++i) code = extractDelimitedField(split, entries[i]);
-    } else if (isTaggedKind(table.kind)) {
-        StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, parseCursor.cursor, parseCursor.limit);
-        for (int16_t i = 0; code == 0 && i < count; ++i) code = extractTaggedField(stops, entries[i]);
-    } else {
-        code = ERR_FORMAT;
-    }
-    parseDetach();
-    return code;
+    if (count <= 0) return 0;
+    auto *entries = blockLockAs<FieldEntry>(table.fields);
+    if (entries == nullptr) return ERR_MEMORY;
+    EditNode record = *current;
+    ParseCursor cursor(record);
+    if (!cursor.valid()) return ERR_MEMORY;
+    return table.format->extract(table, cursor, entries, count);
 }
 
 }  // namespace mergedb

@@ -5,86 +5,64 @@
 #include <cstring>
 #include <string_view>
 
-#include "edits/change_list.h"
 #include "formats/byte_runs.h"
 #include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
-#include "tablefile/window.h"
+#include "records/record_format.h"
 
 namespace mergedb {
 namespace {
 
-// A record is gathered here and copied into a block of its own size when
-// the scan ends, so that it costs one allocation. The block's capacity is
-// followed as a number under its growth rule, so that a scan that fails
-// leaves the block that growing it in place would have left.
-uint8_t gathered[LONGEST_RECORD];
+uint32_t sinkWritten(const RecordSink &sink) { return static_cast<uint32_t>(sink.cursor - sink.start); }
 
-struct RecordSink {
-    uint8_t *cursor;    // the next byte to be written
-    uint32_t capacity;  // the block's size under the growth rule
-    uint8_t *reach;     // end of what a read that failed midway may have written
-};
-
-RecordSink sink;
-
-uint32_t sinkWritten() { return static_cast<uint32_t>(sink.cursor - gathered); }
-
-uint16_t sinkWrite(MergeTable &table, uint32_t count) {
-    while (sinkWritten() + count > sink.capacity) {
+uint16_t sinkWrite(WindowCursor &window, RecordSink &sink, uint32_t count) {
+    while (sinkWritten(sink) + count > sink.capacity) {
         if (sink.capacity + RECORD_BLOCK_STEP > RECORD_GROWTH_LIMIT) return ERR_RECORD_TOO_LONG;
         sink.capacity += RECORD_BLOCK_STEP;
     }
-    if (count <= windowAvailable()) {
-        std::memcpy(sink.cursor, regCursor, count);
-        regCursor += count;
+    if (count <= window.available()) {
+        std::memcpy(sink.cursor, window.cursor, count);
+        window.cursor += count;
     } else {
         // A read across the window's end can fail with part of its bytes
         // written over what would be the block's zeros.
         std::memset(sink.cursor, 0, count);
         sink.reach = std::max(sink.reach, sink.cursor + count);
-        if (uint16_t code = windowRead(table, sink.cursor, count)) return code;
+        if (uint16_t code = window.read(sink.cursor, count)) return code;
     }
     sink.cursor += count;
     return 0;
 }
 
-uint16_t sinkFixedToken(MergeTable &table) {
-    uint8_t length = fixedTokenLength(regCursor);
-    if (length == 0) return ERR_FORMAT;
-    return sinkWrite(table, length);
-}
-
 // Copies a variable token in three writes: lead and sub-code, L, and the L
-// bytes behind L. Gives in isRecordEnd whether it was FUNCTION_RECORD_END.
-uint16_t sinkVariableToken(MergeTable &table, bool &isRecordEnd) {
-    if (uint16_t code = sinkWrite(table, 2)) return code;
+// bytes behind L, so that each part may come with a fill of the window.
+// Gives in isRecordEnd whether it was FUNCTION_RECORD_END.
+uint16_t sinkVariableToken(WindowCursor &window, RecordSink &sink, bool &isRecordEnd) {
+    if (uint16_t code = sinkWrite(window, sink, 2)) return code;
     isRecordEnd = isFunction(sink.cursor - 2, FUNCTION_RECORD_END);
-    if (uint16_t code = sinkWrite(table, 2)) return code;
+    if (uint16_t code = sinkWrite(window, sink, 2)) return code;
     auto length = static_cast<uint16_t>(sink.cursor[-2] | (sink.cursor[-1] << 8));
-    return sinkWrite(table, length);
+    return sinkWrite(window, sink, length);
 }
 
 // Refills a drained window. Gives the code of a refill that brought nothing.
-uint16_t refillIfDrained(MergeTable &table) {
-    return regCursor == regEnd ? windowRefill(table) : 0;
-}
+uint16_t refillIfDrained(WindowCursor &window) { return window.cursor == window.end ? window.refill() : 0; }
 
 // Copies the run of bytes at the window's position that the predicate
 // accepts, up to the window's end, in one write.
 template <typename Ordinary>
-uint16_t sinkRun(MergeTable &table, Ordinary ordinary) {
-    const uint8_t *end = regCursor;
-    while (end < regEnd && ordinary(*end)) ++end;
-    return sinkWrite(table, static_cast<uint32_t>(end - regCursor));
+uint16_t sinkRun(WindowCursor &window, RecordSink &sink, Ordinary ordinary) {
+    const uint8_t *end = window.cursor;
+    while (end < window.end && ordinary(*end)) ++end;
+    return sinkWrite(window, sink, static_cast<uint32_t>(end - window.cursor));
 }
 
 // Fills the node from what was gathered: on success a block of exactly the
 // record, after a failure the block at its working size. The block of the
 // record before is resized for it, which mostly keeps its allocation.
-uint16_t finishScan(EditNode &node, BlockHandle block, uint16_t scanCode) {
-    auto size = static_cast<uint16_t>(scanCode == 0 ? sinkWritten() : sink.capacity);
+uint16_t finishScan(EditNode &node, BlockHandle block, const RecordSink &sink, uint16_t scanCode) {
+    auto size = static_cast<uint16_t>(scanCode == 0 ? sinkWritten(sink) : sink.capacity);
     if (block == 0) block = blockAlloc(size);
     auto *bytes = blockResizeLock<uint8_t>(blockRef(block), size, size);
     if (bytes == nullptr) {
@@ -92,8 +70,8 @@ uint16_t finishScan(EditNode &node, BlockHandle block, uint16_t scanCode) {
         return scanCode != 0 ? scanCode : uint16_t{ERR_MEMORY};
     }
     node.data = block;
-    auto filled = std::min<size_t>(size, std::max(sink.cursor, sink.reach) - gathered);
-    std::memcpy(bytes, gathered, filled);
+    auto filled = std::min<size_t>(size, std::max(sink.cursor, sink.reach) - sink.start);
+    std::memcpy(bytes, sink.start, filled);
     std::memset(bytes + filled, 0, size - filled);
     if (scanCode == 0) node.originalLength = node.dataLength = size;
     return scanCode;
@@ -107,14 +85,14 @@ uint16_t finishScan(EditNode &node, BlockHandle block, uint16_t scanCode) {
 // delimited string and the longest fixed token.
 constexpr uint32_t LANE_MARGIN = 24;
 
-const uint8_t *laneEnd() {
-    uint32_t room = std::min(windowAvailable(), LONGEST_RECORD - sinkWritten());
-    return room > LANE_MARGIN ? regCursor + (room - LANE_MARGIN) : regCursor;
+const uint8_t *laneEnd(const WindowCursor &window, const RecordSink &sink) {
+    uint32_t room = std::min(window.available(), LONGEST_RECORD - sinkWritten(sink));
+    return room > LANE_MARGIN ? window.cursor + (room - LANE_MARGIN) : window.cursor;
 }
 
 // Takes the bytes from the window's position up to end.
-uint16_t takeLane(MergeTable &table, const uint8_t *end) {
-    return sinkWrite(table, static_cast<uint32_t>(end - regCursor));
+uint16_t takeLane(WindowCursor &window, RecordSink &sink, const uint8_t *end) {
+    return sinkWrite(window, sink, static_cast<uint32_t>(end - window.cursor));
 }
 
 // The delimited scanner's view of the table's strings. An empty string is
@@ -136,19 +114,21 @@ struct ScanStrings {
         int first;
     };
 
+    DelimitedStrings strings;
     const DelimitedBytes &bytes;
     std::array<Test, 4> tests;
     int quoteStart;
 
     static int firstByte(std::string_view s) { return s.empty() ? NO_BYTE : static_cast<uint8_t>(s[0]); }
 
-    explicit ScanStrings(const MergeTable &table)
-        : bytes(delimitedBytes(table)),
-          tests{{{bytes.strings.record, Place::RecordEnded, firstByte(bytes.strings.record)},
-                 {bytes.strings.field, Place::Outside, firstByte(bytes.strings.field)},
-                 {bytes.strings.ignore, Place::Outside, firstByte(bytes.strings.ignore)},
-                 {bytes.strings.quote, Place::InStretch, firstByte(bytes.strings.quote)}}},
-          quoteStart(firstByte(bytes.strings.quote)) {}
+    explicit ScanStrings(const DelimitedSyntax &syntax)
+        : strings(syntax.strings),
+          bytes(syntax.bytes),
+          tests{{{strings.record, Place::RecordEnded, firstByte(strings.record)},
+                 {strings.field, Place::Outside, firstByte(strings.field)},
+                 {strings.ignore, Place::Outside, firstByte(strings.ignore)},
+                 {strings.quote, Place::InStretch, firstByte(strings.quote)}}},
+          quoteStart(firstByte(strings.quote)) {}
 
     // The first test whose string opens with the byte; null for none.
     const Test *firstTest(uint8_t byte) const {
@@ -172,12 +152,12 @@ size_t matchedBytes(const uint8_t *p, std::string_view s) {
 
 // Matches s at the window's position, copying each equal byte. A partial
 // match leaves the bytes that matched in the record.
-uint16_t matchString(MergeTable &table, std::string_view s, bool &matched) {
+uint16_t matchString(WindowCursor &window, RecordSink &sink, std::string_view s, bool &matched) {
     matched = false;
-    if (regCursor + s.size() >= regEnd) windowRefill(table);
+    if (window.cursor + s.size() >= window.end) window.refill();
     for (char expected : s) {
-        if (regCursor == regEnd || *regCursor != static_cast<uint8_t>(expected)) return 0;
-        if (uint16_t code = sinkWrite(table, 1)) return code;
+        if (window.cursor == window.end || *window.cursor != static_cast<uint8_t>(expected)) return 0;
+        if (uint16_t code = sinkWrite(window, sink, 1)) return code;
     }
     matched = true;
     return 0;
@@ -185,9 +165,9 @@ uint16_t matchString(MergeTable &table, std::string_view s, bool &matched) {
 
 // Whether the byte behind a closing quote, looked at without taking it,
 // is the first byte of a delimiter or of ignore.
-bool quoteCloses(MergeTable &table, const ScanStrings &scan) {
-    if (regCursor == regEnd && windowRefill(table) != 0) return false;
-    return scan.closesStretch(*regCursor);
+bool quoteCloses(WindowCursor &window, const ScanStrings &scan) {
+    if (window.cursor == window.end && window.refill() != 0) return false;
+    return scan.closesStretch(*window.cursor);
 }
 
 // One pass of the lane from p, which lies before the lane's end: the
@@ -198,8 +178,8 @@ const uint8_t *delimitedLanePass(const ScanStrings &scan, StopScan &stops, const
             p = nextStopOf(stops, p, static_cast<uint8_t>(scan.quoteStart));
             return p < stops.end ? p : nullptr;
         }
-        size_t n = matchedBytes(p, scan.bytes.strings.quote);
-        if (n == scan.bytes.strings.quote.size() && scan.closesStretch(p[n])) place = Place::Outside;
+        size_t n = matchedBytes(p, scan.strings.quote);
+        if (n == scan.strings.quote.size() && scan.closesStretch(p[n])) place = Place::Outside;
         return p + n;
     }
     if (const ScanStrings::Test *test = scan.firstTest(*p)) {
@@ -211,56 +191,63 @@ const uint8_t *delimitedLanePass(const ScanStrings &scan, StopScan &stops, const
     return p < stops.end ? p : nullptr;
 }
 
-Place delimitedLane(MergeTable &table, const ScanStrings &scan, Place place, uint16_t &code) {
-    const uint8_t *p = regCursor;
-    StopScan stops = stopScanStart(scan.bytes.stops, p, laneEnd());
+Place delimitedLane(WindowCursor &window, RecordSink &sink, const ScanStrings &scan, Place place,
+                    uint16_t &code) {
+    const uint8_t *p = window.cursor;
+    StopScan stops = stopScanStart(scan.bytes.stops, p, laneEnd(window, sink));
     while (place != Place::RecordEnded && p < stops.end) {
         const uint8_t *next = delimitedLanePass(scan, stops, p, place);
         if (next == nullptr) break;
         p = next;
     }
-    code = takeLane(table, p);
+    code = takeLane(window, sink, p);
     return place;
 }
 
 // One pass of the exact steps, outside a quoted stretch.
-uint16_t delimitedPassOutside(MergeTable &table, const ScanStrings &scan, Place &place) {
-    if (const ScanStrings::Test *test = scan.firstTest(*regCursor)) {
+uint16_t delimitedPassOutside(WindowCursor &window, RecordSink &sink, const ScanStrings &scan, Place &place) {
+    if (const ScanStrings::Test *test = scan.firstTest(*window.cursor)) {
         bool matched = false;
-        uint16_t code = matchString(table, test->string, matched);
+        uint16_t code = matchString(window, sink, test->string, matched);
         if (matched) place = test->whenMatched;
         return code;
     }
-    return sinkRun(table, [&scan](uint8_t b) { return !scan.bytes.stops.isStop[b]; });
+    return sinkRun(window, sink, [&scan](uint8_t b) { return !scan.bytes.stops.isStop[b]; });
 }
 
 // One pass of the exact steps in a quoted stretch, where only the quote
 // means anything.
-uint16_t delimitedPassInStretch(MergeTable &table, const ScanStrings &scan, Place &place) {
+uint16_t delimitedPassInStretch(WindowCursor &window, RecordSink &sink, const ScanStrings &scan, Place &place) {
     uint8_t quoteStart = scan.quoteStart;
-    if (*regCursor != quoteStart) return sinkRun(table, [quoteStart](uint8_t b) { return b != quoteStart; });
+    if (*window.cursor != quoteStart) {
+        return sinkRun(window, sink, [quoteStart](uint8_t b) { return b != quoteStart; });
+    }
     bool matched = false;
-    uint16_t code = matchString(table, scan.bytes.strings.quote, matched);
-    if (code == 0 && matched && quoteCloses(table, scan)) place = Place::Outside;
+    uint16_t code = matchString(window, sink, scan.strings.quote, matched);
+    if (code == 0 && matched && quoteCloses(window, scan)) place = Place::Outside;
     return code;
 }
 
-uint16_t scanDelimitedRecord(MergeTable &table) {
-    ScanStrings scan(table);
+}  // namespace
+
+uint16_t scanDelimitedRecord(WindowCursor &window, RecordSink &sink) {
+    ScanStrings scan(delimitedSyntax(window.table));
     Place place = Place::Outside;
     while (place != Place::RecordEnded) {
         // An unterminated last line is no record; a stretch meets the end
         // of the file in its next write.
-        if (place == Place::Outside && regCursor == regEnd && windowAtEof(table)) return ERR_END_OF_FILE;
-        if (uint16_t code = refillIfDrained(table)) return code;
+        if (place == Place::Outside && window.cursor == window.end && window.atEof()) return ERR_END_OF_FILE;
+        if (uint16_t code = refillIfDrained(window)) return code;
         uint16_t code = 0;
-        place = delimitedLane(table, scan, place, code);
-        if (code == 0 && place == Place::Outside) code = delimitedPassOutside(table, scan, place);
-        else if (code == 0 && place == Place::InStretch) code = delimitedPassInStretch(table, scan, place);
+        place = delimitedLane(window, sink, scan, place, code);
+        if (code == 0 && place == Place::Outside) code = delimitedPassOutside(window, sink, scan, place);
+        else if (code == 0 && place == Place::InStretch) code = delimitedPassInStretch(window, sink, scan, place);
         if (code != 0) return code;
     }
     return 0;
 }
+
+namespace {
 
 // The phases of a tagged scan: copy through the end-of-record mark, then
 // through the line end behind it.
@@ -270,16 +257,12 @@ TaggedPhase nextPhase(TaggedPhase phase) {
     return phase == TaggedPhase::FindRecordEnd ? TaggedPhase::FindLineEnd : TaggedPhase::Done;
 }
 
-bool endsPhase(TaggedPhase phase, uint8_t controlByte) {
-    return phase == TaggedPhase::FindRecordEnd ? controlByte == MARK_RECORD_END
-                                               : controlByte == MARK_LINE_END || controlByte == MARK_RECORD_LINE_END;
-}
-
 // A one-byte token that ends nothing in this phase.
 bool isOrdinary(TaggedPhase phase, uint8_t b) {
     uint8_t cls = TOKEN_CLASSES[b];
     if (cls != TOKEN_CONTROL) return cls == TOKEN_SINGLE || cls == TOKEN_CHAR;
-    return !endsPhase(phase, b);
+    return phase == TaggedPhase::FindRecordEnd ? b != MARK_RECORD_END
+                                               : b != MARK_LINE_END && b != MARK_RECORD_LINE_END;
 }
 
 // The bytes that are no ordinary one-byte token in each phase: a byte 0,
@@ -296,27 +279,35 @@ StopBytes phaseStops(TaggedPhase phase) {
 const StopBytes RECORD_END_STOPS = phaseStops(TaggedPhase::FindRecordEnd);
 const StopBytes LINE_END_STOPS = phaseStops(TaggedPhase::FindLineEnd);
 
+// Whether the token ends what the phase looks for.
+bool endsPhase(TaggedPhase phase, const Token &token) {
+    return phase == TaggedPhase::FindRecordEnd ? endsRecord(token) : endsLine(token);
+}
+
 // One token of a tagged record: copied whole. Gives in ended whether it was
 // the end the phase looks for.
-uint16_t sinkTaggedToken(MergeTable &table, TaggedPhase phase, bool &ended) {
-    switch (tokenClass(regCursor)) {
+uint16_t sinkTaggedToken(WindowCursor &window, RecordSink &sink, TaggedPhase phase, bool &ended) {
+    Token token = tokenAt(window.cursor, window.end);
+    switch (token.cls) {
     case TOKEN_END: return ERR_FORMAT;
-    case TOKEN_FIXED: return sinkFixedToken(table);
+    case TOKEN_FIXED:
+        if (token.step.kind == TOKEN_STEP_NONE) return ERR_FORMAT;
+        return sinkWrite(window, sink, token.step.length);
     case TOKEN_VARIABLE: {
         bool isRecordEnd = false;
-        uint16_t code = sinkVariableToken(table, isRecordEnd);
+        uint16_t code = sinkVariableToken(window, sink, isRecordEnd);
         ended = phase == TaggedPhase::FindRecordEnd && isRecordEnd;
         return code;
     }
     case TOKEN_CONTROL:
-        if (endsPhase(phase, *regCursor)) {
+        if (endsPhase(phase, token)) {
             ended = true;
-            return sinkWrite(table, 1);
+            return sinkWrite(window, sink, 1);
         }
         [[fallthrough]];
     default: {
         // A run of one-byte tokens that end nothing moves in one copy.
-        return sinkRun(table, [phase](uint8_t b) { return isOrdinary(phase, b); });
+        return sinkRun(window, sink, [phase](uint8_t b) { return isOrdinary(phase, b); });
     }
     }
 }
@@ -330,20 +321,16 @@ struct TaggedLaneStops {
 // One token of the lane from p, which lies before end: the position behind
 // it, or null when the token would reach end or is left to the exact steps.
 const uint8_t *taggedLanePass(TaggedLaneStops &stops, const uint8_t *p, const uint8_t *end, TaggedPhase &phase) {
-    switch (tokenClass(p)) {
+    Token token = tokenAt(p, end);
+    switch (token.cls) {
     case TOKEN_END: return nullptr;
-    case TOKEN_FIXED: {
-        uint8_t length = fixedTokenLength(p);
-        return length == 0 ? nullptr : p + length;
-    }
-    case TOKEN_VARIABLE: {
-        uint32_t length = variableTokenLength(p);
-        if (length > static_cast<uint32_t>(end - p)) return nullptr;
-        if (phase == TaggedPhase::FindRecordEnd && isFunction(p, FUNCTION_RECORD_END)) phase = nextPhase(phase);
-        return p + length;
-    }
+    case TOKEN_FIXED:
+    case TOKEN_VARIABLE:
+        if (token.step.kind != TOKEN_STEP_OK) return nullptr;
+        if (endsPhase(phase, token)) phase = nextPhase(phase);
+        return p + token.step.length;
     case TOKEN_CONTROL:
-        if (endsPhase(phase, *p)) {
+        if (endsPhase(phase, token)) {
             phase = nextPhase(phase);
             return p + 1;
         }
@@ -354,59 +341,57 @@ const uint8_t *taggedLanePass(TaggedLaneStops &stops, const uint8_t *p, const ui
     }
 }
 
-TaggedPhase taggedLane(MergeTable &table, TaggedPhase phase, uint16_t &code) {
-    const uint8_t *end = laneEnd();
-    const uint8_t *p = regCursor;
+TaggedPhase taggedLane(WindowCursor &window, RecordSink &sink, TaggedPhase phase, uint16_t &code) {
+    const uint8_t *end = laneEnd(window, sink);
+    const uint8_t *p = window.cursor;
     TaggedLaneStops stops{stopScanStart(RECORD_END_STOPS, p, end), stopScanStart(LINE_END_STOPS, p, end)};
     while (phase != TaggedPhase::Done && p < end) {
         const uint8_t *next = taggedLanePass(stops, p, end, phase);
         if (next == nullptr) break;
         p = next;
     }
-    code = takeLane(table, p);
+    code = takeLane(window, sink, p);
     return phase;
 }
 
+}  // namespace
+
 // Walks tokens by class, so that no byte inside a token is taken for a
 // mark. A document that stops before a phase's end delivers what was copied.
-uint16_t scanTaggedRecord(MergeTable &table) {
+uint16_t scanTaggedRecord(WindowCursor &window, RecordSink &sink) {
     TaggedPhase phase = TaggedPhase::FindRecordEnd;
     while (phase != TaggedPhase::Done) {
-        if (regCursor == regEnd && windowAtEof(table)) {
+        if (window.cursor == window.end && window.atEof()) {
             phase = nextPhase(phase);
             continue;
         }
-        if (uint16_t code = refillIfDrained(table)) return code;
+        if (uint16_t code = refillIfDrained(window)) return code;
         uint16_t code = 0;
-        phase = taggedLane(table, phase, code);
+        phase = taggedLane(window, sink, phase, code);
         if (code != 0) return code;
         if (phase == TaggedPhase::Done) break;
         bool ended = false;
-        if (uint16_t tokenCode = sinkTaggedToken(table, phase, ended)) return tokenCode;
+        if (uint16_t tokenCode = sinkTaggedToken(window, sink, phase, ended)) return tokenCode;
         if (ended) phase = nextPhase(phase);
     }
     return 0;
 }
 
-}  // namespace
-
+// The record is gathered in the table's scratch and copied into a block of
+// its own size when the scan ends, so that it costs one allocation. The
+// block's capacity is followed as a number under its growth rule, so that a
+// scan that fails leaves the block that growing it in place would have left.
 uint16_t readRecord(MergeTable &table) {
-    auto *node = blockLockAs<EditNode>(table.current);
-    if (node == nullptr) return ERR_MEMORY;
-    if (uint16_t code = windowLoad(table)) return code;
+    auto *node = currentRecord(table);
+    auto *scratch = blockLockAs<uint8_t>(table.scratch);
+    if (node == nullptr || scratch == nullptr) return ERR_MEMORY;
+    WindowCursor window(table);
+    if (!window.valid()) return ERR_MEMORY;
     BlockHandle block = node->data;
     *node = EditNode{};
-    uint16_t code = ERR_FORMAT;
-    if (table.kind == DB_KIND_DELIMITED || isTaggedKind(table.kind)) {
-        node->offset = windowTell(table);
-        sink = RecordSink{gathered, RECORD_BLOCK_STEP, gathered};
-        code = table.kind == DB_KIND_DELIMITED ? scanDelimitedRecord(table) : scanTaggedRecord(table);
-        code = finishScan(*node, block, code);
-    } else {
-        blockFree(&block);
-    }
-    windowSave(table);
-    return code;
+    node->offset = window.position();
+    RecordSink sink{scratch, scratch, RECORD_BLOCK_STEP, scratch};
+    return finishScan(*node, block, sink, table.format->scan(window, sink));
 }
 
 }  // namespace mergedb

@@ -4,16 +4,23 @@
 
 #include <cstdint>
 
-#include "tablefile/table.h"
+#include "records/record.h"
+#include "tablefile/window.h"
 
 namespace mergedb {
 
-// A record's block starts at this size and grows in steps of it; a growth
-// past RECORD_GROWTH_LIMIT is refused, so the longest record that can be
-// read has 28672 bytes.
-inline constexpr uint16_t RECORD_BLOCK_STEP = 4096;
-inline constexpr uint32_t RECORD_GROWTH_LIMIT = 32000;
-inline constexpr uint32_t LONGEST_RECORD = RECORD_GROWTH_LIMIT / RECORD_BLOCK_STEP * RECORD_BLOCK_STEP;
+// Where the bytes of a record go while it is scanned.
+struct RecordSink {
+    uint8_t *start;     // the first byte
+    uint8_t *cursor;    // the next byte to be written
+    uint32_t capacity;  // the record block's size under its growth rule
+    uint8_t *reach;     // end of what a read that failed midway may have written
+};
+
+// The scans of the two formats: each copies one record, its terminator
+// included, from the window into the sink.
+uint16_t scanDelimitedRecord(WindowCursor &window, RecordSink &sink);
+uint16_t scanTaggedRecord(WindowCursor &window, RecordSink &sink);
 
 // Reads the record at the window's position into table.current: its offset,
 // its exact bytes with the terminator, and both lengths. On failure the

@@ -6,15 +6,14 @@
 
 #include "fields/field_array.h"
 #include "frame/result.h"
+#include "navigation/navigation.h"
 #include "platform/windows_api.h"
 #include "records/field_extraction.h"
-#include "records/navigation.h"
-#include "values/text.h"
+#include "records/record_format.h"
 
 namespace mergedb {
 namespace {
 
-constexpr uint16_t SEARCH_FIRST = 1;
 constexpr char WILDCARD = '*';
 
 std::span<const char> valueText(const FieldEntry &entry) {
@@ -29,16 +28,15 @@ uint16_t copyCriterion(MergeTable &table, const FieldEntry &field) {
     std::memcpy(criterion.name, field.name, FIELD_NAME_SIZE);
     std::span<const char> text = valueText(field);
     if (text.data() == nullptr) return ERR_MEMORY;
-    uint16_t length = formatStrlen(table, text);
+    uint16_t length = table.format->textLength(text);
     BlockHandle block = blockResize(criterion.value, static_cast<uint16_t>(length + 1));
     if (block == 0) return ERR_MEMORY;
     criterion.value = block;
-    formatCopy(table, std::span<char>(blockLockAs<char>(block), length + 1u), text);
+    table.format->textCopy(std::span<char>(blockLockAs<char>(block), length + 1u), text);
     return 0;
 }
 
 uint16_t buildCriteria(MergeTable &table) {
-    fieldsInit(&table.criteria, &table.criteriaCount);
     const auto *fields = blockLockAs<FieldEntry>(table.fields);
     for (int i = 0; i < table.fieldCount; ++i) {
         uint16_t code = fields == nullptr ? uint16_t{ERR_MEMORY} : copyCriterion(table, fields[i]);
@@ -60,8 +58,9 @@ bool matchField(const MergeTable &table, const FieldEntry &field, int index, uin
     const char *c = index < table.criteriaCount ? blockLockAs<char>(criteria[index].value) : "";
     const char *v = blockLockAs<char>(field.value);
     if (c == nullptr || v == nullptr) return false;
-    if (formatStrlen(table, std::span<const char>(c, std::strlen(c) + 1)) == 0) {
-        return blankRule == 0 || field.blankCriterion == 0 || formatStrlen(table, valueText(field)) == 0;
+    const RecordFormat &format = *table.format;
+    if (format.textLength(std::span<const char>(c, std::strlen(c) + 1)) == 0) {
+        return blankRule == 0 || field.blankCriterion == 0 || format.textLength(valueText(field)) == 0;
     }
     if (const char *star = std::strchr(c, WILDCARD)) return _strnicmp(v, c, static_cast<size_t>(star - c)) == 0;
     return _stricmp(v, c) == 0;
@@ -77,9 +76,9 @@ bool matchRecord(const MergeTable &table, uint32_t blankRule) {
 }
 
 uint16_t findRecord(MergeTable &table, uint16_t first, uint32_t blankRule) {
-    uint16_t code = first == SEARCH_FIRST ? moveToFirst(table) : moveToNext(table);
+    uint16_t code = first == DB_WALK_FIRST ? moveToFirst(table) : moveToNext(table);
     while (code == 0) {
-        code = loadFields(table, table.fields);
+        code = loadFields(table);
         if (code == 0 && matchRecord(table, blankRule)) return 0;
         if (code == 0) code = moveToNext(table);
     }
@@ -95,7 +94,7 @@ extern "C" DbResult MERGEDB_CALL dbFindRecordMerge(uint32_t handle, uint32_t, ui
                                                    uint32_t blankRule) {
     MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
-    if (first == SEARCH_FIRST) {
+    if (first == DB_WALK_FIRST) {
         freeCriteria(*table);
         if (uint16_t code = buildCriteria(*table)) return errorResult(code);
     }

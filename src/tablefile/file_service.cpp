@@ -135,7 +135,7 @@ uint16_t fileCopyOwnership(FileObject &from, FileObject &to) {
     return to.env->copyOwnership(from.handle, to.handle) ? 0 : ERR_CREATE;
 }
 
-uint16_t fileRename(const Env &env, const char *toPath, const char *fromPath) {
+uint16_t fileRename(const Env &env, const char *fromPath, const char *toPath) {
     char ansiTo[PATH_BUFFER_SIZE];
     char ansiFrom[PATH_BUFFER_SIZE];
     if (!toAnsiPath(toPath, ansiTo) || !toAnsiPath(fromPath, ansiFrom)) return ERR_RENAME;

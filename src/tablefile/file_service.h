@@ -93,7 +93,7 @@ uint16_t fileSync(FileObject *file);
 uint16_t fileCopyOwnership(FileObject &from, FileObject &to);
 // Renames; never replaces another file. The caller holds the lock of the
 // directory. 0 or ERR_RENAME.
-uint16_t fileRename(const Env &env, const char *toPath, const char *fromPath);
+uint16_t fileRename(const Env &env, const char *fromPath, const char *toPath);
 uint16_t fileDelete(const Env &env, const char *path);
 // 0 when a file or directory of that name exists, -1 when not.
 int fileExists(const Env &env, const char *path);

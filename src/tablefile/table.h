@@ -1,4 +1,8 @@
-// MergeTable, the record behind a table handle.
+// MergeTable, the record behind a table handle: handles and numbers that
+// the subsystems above keep here, each in its own members.
+//
+// A table record is copied whole by compaction, so nothing in it may point
+// into the record itself; what the table owns it holds by handle.
 #pragma once
 
 #include <cstdint>
@@ -8,24 +12,40 @@
 
 namespace mergedb {
 
+// The operations of a table's format, chosen when it opens (records layer).
+struct RecordFormat;
+
 // Sizes of the delimited-text strings, terminator included.
 inline constexpr uint16_t DELIMITER_SIZE = 21;
 inline constexpr uint16_t QUOTE_SIZE = 5;
 
+// Room that one operation at a time borrows for its work: a record being
+// gathered, a value being built. It is held as long as the table.
+inline constexpr uint16_t TABLE_SCRATCH_SIZE = 32768;
+
+// The read window: a block through which every byte of the table is read,
+// and what of the file it holds. The cursor and end are saved here between
+// operations; a WindowCursor works on them (window.h).
+struct ReadWindow {
+    BlockHandle block;
+    uint32_t fileOffset;  // the file offset of the block's first byte
+    uint16_t cursor;      // the next byte to read, from the block's start
+    uint16_t end;         // one past the last valid byte
+    uint32_t atEof;       // the last fill reached the end of the data
+};
+
 struct MergeTable {
     uint16_t subtype;
+    uint16_t kind;
+    const RecordFormat *format;
     FileObject file;
     char fileName[PATH_BUFFER_SIZE];
     uint8_t header[16];
     uint32_t dirty;
-    uint32_t windowFileOffset;
-    uint32_t atEof;
-    uint16_t kind;
-    BlockHandle window;
-    uint32_t fileSize;
+    ReadWindow window;
+    BlockHandle scratch;
+    uint32_t fileSize;  // of the data: a final byte 26 is left out
     uint32_t accessFlags;
-    uint16_t windowCursor;
-    uint16_t windowEnd;
     uint32_t hasFieldNames;
     uint32_t firstRecordOffset;
     BlockHandle changeHead;
@@ -41,28 +61,23 @@ struct MergeTable {
     char recordDelimiter[DELIMITER_SIZE];
     char quote[QUOTE_SIZE];
     char ignore[DELIMITER_SIZE];
+    // What the readers of delimited text look up for each byte, made from
+    // the four strings when the table opens.
+    BlockHandle delimitedBytes;
     uint32_t pendingDeletes;
     uint32_t oemConversion;
     BlockHandle database;
-    // Our own addition: a hash of the field names, made on the first lookup
-    // by name and made anew when the field array changes.
+    // A hash of the field names, made on the first lookup by name and made
+    // anew when the field array changes.
     BlockHandle fieldIndex;
 };
 
-// Where the fields of a tagged document's header lie.
-inline constexpr int HEADER_DOC_OFFSET = 4;
-inline constexpr int HEADER_PRODUCT_TYPE = 8;
-inline constexpr int HEADER_FILE_TYPE = 9;
-inline constexpr int HEADER_MAJOR_VERSION = 10;
-inline constexpr int HEADER_MINOR_VERSION = 11;
-
 // The table behind a host's handle, or null for 0, a stale handle, or a
 // block that is no table record.
-inline MergeTable *tableLock(BlockHandle handle) {
-    uint16_t size = 0;
-    auto *record = blockLockSized<MergeTable>(handle, size);
-    return size == sizeof(MergeTable) ? record : nullptr;
-}
+inline MergeTable *tableLock(BlockHandle handle) { return blockLockKind<MergeTable>(handle, BlockKind::Table); }
+
+// A new, zeroed table record, or 0.
+inline BlockHandle tableAlloc() { return blockAlloc(sizeof(MergeTable), BlockKind::Table); }
 
 // docOffset of a tagged table, from its saved header.
 uint32_t tableDocOffset(const MergeTable &table);

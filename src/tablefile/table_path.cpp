@@ -19,7 +19,7 @@ bool appendPath(char (&path)[PATH_BUFFER_SIZE], size_t &length, std::string_view
 
 }  // namespace
 
-bool joinTablePath(const MergeDatabase &database, const char *name, TableName part,
+bool joinTablePath(const char *directoryPath, const char *name, TableName part,
                    char (&path)[PATH_BUFFER_SIZE]) {
     // A name that fits no path is refused here, so that _splitpath, whose
     // parts hold as much as a path, never has to cut one of them.
@@ -27,7 +27,7 @@ bool joinTablePath(const MergeDatabase &database, const char *name, TableName pa
     if (nameLength >= PATH_BUFFER_SIZE) return false;
     size_t length = 0;
     path[0] = '\0';
-    if (!appendPath(path, length, {database.path, strnlen(database.path, PATH_BUFFER_SIZE)})) return false;
+    if (!appendPath(path, length, {directoryPath, strnlen(directoryPath, PATH_BUFFER_SIZE)})) return false;
     char last = length == 0 ? '\0' : path[length - 1];
     bool needsSeparator = length != 0 && last != PATH_SEPARATOR && !(PATH_HAS_DRIVES && last == ':');
     if (needsSeparator && !appendPath(path, length, {&PATH_SEPARATOR, 1})) return false;

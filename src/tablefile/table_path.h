@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "frame/database.h"
+#include "tablefile/file_service.h"
 
 namespace mergedb {
 
@@ -13,11 +13,11 @@ enum class TableName : uint8_t {
     BaseName,  // only its base name and extension
 };
 
-// The database's directory, a separator unless the directory is empty or
+// The directory, a separator unless the directory is empty or
 // already ends in one (or in a drive's colon), and the name. False, with
 // path unspecified, when name is longer than a path may be or the whole does
 // not fit the buffer; nothing is cut short. name must not be null.
-bool joinTablePath(const MergeDatabase &database, const char *name, TableName part,
+bool joinTablePath(const char *directoryPath, const char *name, TableName part,
                    char (&path)[PATH_BUFFER_SIZE]);
 
 }  // namespace mergedb

@@ -1,9 +1,10 @@
 // The read window: the 8 KiB buffered view through which every record and
 // field name of a table is read.
 //
-// The registers regBase, regCursor and regEnd belong to one table at a time:
-// every operation that reads through them runs between windowLoad and
-// windowSave of its table.
+// An operation reads through a WindowCursor, which takes the table's saved
+// cursor and end when it is made and saves them when it goes. Between the
+// two nothing else may move the window of that table; one cursor per table
+// at a time.
 #pragma once
 
 #include <cstdint>
@@ -13,33 +14,52 @@
 namespace mergedb {
 
 inline constexpr uint16_t WINDOW_BLOCK_SIZE = 8212;
+// A fill leaves at most this many valid bytes, so that the last bytes of
+// the block never hold file data.
 inline constexpr uint16_t WINDOW_FILL = 8191;
-inline constexpr uint16_t WINDOW_BACK_FILL = 8192;
 
 // The final byte of a file that is not part of its data.
 inline constexpr uint8_t END_OF_FILE_MARK = 26;
 
-extern uint8_t *regBase;
-extern uint8_t *regCursor;
-extern uint8_t *regEnd;
+class WindowCursor {
+public:
+    explicit WindowCursor(MergeTable &table);
+    ~WindowCursor();
+    WindowCursor(const WindowCursor &) = delete;
+    WindowCursor &operator=(const WindowCursor &) = delete;
 
-uint16_t windowLoad(MergeTable &table);
-uint16_t windowSave(MergeTable &table);
-uint16_t windowRefill(MergeTable &table);
-uint16_t windowRefillBack(MergeTable &table);
-uint16_t windowRead(MergeTable &table, void *destination, uint32_t count);
-uint16_t windowSkip(MergeTable &table, uint32_t count);
-uint16_t windowBack(MergeTable &table, uint32_t count);
+    // False when the table has no window block; nothing may then be read.
+    bool valid() const { return base != nullptr; }
+
+    // Moves the unread bytes to the block's start and fills behind them
+    // from the file's position: 0, ERR_END_OF_FILE or ERR_READ. Callers
+    // refill with at most a delimiter's length unread.
+    uint16_t refill();
+    // Copies count bytes out of the window, refilling as needed.
+    uint16_t read(void *destination, uint32_t count);
+    // Moves forward by count bytes; ending exactly at the end of the file is
+    // no failure.
+    uint16_t skip(uint32_t count);
+    // Goes to a file offset: inside the valid bytes without a file call,
+    // else by a fill from there. A seek to or past the end of the file gives
+    // ERR_END_OF_FILE.
+    uint16_t seek(uint32_t offset);
+
+    // The last fill reached the end of the data, and the cursor is there.
+    bool atEof() const { return table.window.atEof != 0 && cursor == end; }
+    uint32_t position() const { return table.window.fileOffset + static_cast<uint32_t>(cursor - base); }
+    uint32_t available() const { return static_cast<uint32_t>(end - cursor); }
+
+    MergeTable &table;
+    uint8_t *base;    // the window block; null when the table has none
+    uint8_t *cursor;  // the next byte to read
+    uint8_t *end;     // one past the last valid byte
+};
+
+// A seek for an operation that holds no cursor.
 uint16_t windowSeek(MergeTable &table, uint32_t offset);
-uint32_t windowTell(const MergeTable &table);
-int windowAtEof(const MergeTable &table);
 
-// File offset of the cursor, inside a bracket.
-inline uint32_t windowPosition(const MergeTable &table) {
-    return table.windowFileOffset + static_cast<uint32_t>(regCursor - regBase);
-}
-
-// Bytes left in the window from the cursor on.
-inline uint32_t windowAvailable() { return static_cast<uint32_t>(regEnd - regCursor); }
+// The file offset of the saved cursor.
+inline uint32_t windowTell(const MergeTable &table) { return table.window.fileOffset + table.window.cursor; }
 
 }  // namespace mergedb

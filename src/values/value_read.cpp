@@ -8,12 +8,11 @@
 #include <span>
 
 #include "fields/field_array.h"
-#include "formats/byte_runs.h"
-#include "formats/tagged_format.h"
+#include "frame/host_memory.h"
 #include "frame/result.h"
 #include "platform/windows_api.h"
+#include "records/record_format.h"
 #include "tablefile/table.h"
-#include "values/text.h"
 
 namespace mergedb {
 namespace {
@@ -23,7 +22,7 @@ constexpr uint16_t BY_NAME = 65535;
 
 // Bytes of text that the host's buffer takes, its NUL not counted.
 constexpr size_t SHORT_TEXT_LIMIT = 254;
-constexpr size_t LONG_TEXT_LIMIT = 32000;
+constexpr size_t LONG_TEXT_LIMIT = FIELD_VALUE_LIMIT;
 
 // The date and time conversions see the first 40 bytes of a value.
 constexpr size_t WORK_TEXT_LIMIT = 40;
@@ -41,11 +40,10 @@ constexpr size_t TIME_HALF_SEARCH_START = 10;
 // time columns read from any position up to its end stay inside.
 using WorkBuffer = std::array<char, WORK_SIZE + TIME_TEXT_LENGTH>;
 
-// Stores the value in the host's buffer, which need not be aligned, and its
-// size as the length result.
+// Stores the value in the host's buffer and its size as the length result.
 template <typename T>
 void putValue(void *buffer, uint16_t *length, const T &value) {
-    std::memcpy(buffer, &value, sizeof value);
+    storeToHost(buffer, value);
     *length = sizeof value;
 }
 
@@ -115,26 +113,7 @@ std::array<uint32_t, 2> dateTimeWords(std::span<const char> value) {
 // OEM text of the value in buffer, at most limit bytes and a NUL. Gives the
 // bytes of text.
 uint16_t readText(const MergeTable &table, std::span<const char> value, char *buffer, size_t limit) {
-    size_t measured = std::min(value.size(), limit);
-    if (table.subtype != DB_SUBTYPE_DELIMITED) {
-        // Tagged text of nothing but printable characters up to its NUL or
-        // the limit converts to itself.
-        size_t count = printableBytes(value.data(), measured);
-        if (count == measured || value[count] == '\0') {
-            copyBytes(buffer, value.data(), count);
-            buffer[count] = '\0';
-            return static_cast<uint16_t>(count);
-        }
-        textToOem(value, {buffer, limit + 1});
-        return static_cast<uint16_t>(strnlen(buffer, limit));
-    }
-    // Measuring no more than limit bytes spares the scan of a long value.
-    size_t count = formatStrlen(table, value.first(measured));
-    copyBytes(buffer, value.data(), count);
-    buffer[count] = '\0';
-    // The conversion makes no NUL of another byte, so count stays the length.
-    if (table.oemConversion != 0) CharToOemA(buffer, buffer);
-    return static_cast<uint16_t>(count);
+    return table.format->textToHost(value, buffer, limit, table.oemConversion != 0);
 }
 
 // Writes the value, a non-empty text, in the type asked for. Types that are
@@ -169,7 +148,7 @@ inline void convertFieldText(const MergeTable &table, void *buffer, std::span<co
         break;
     case DB_TYPE_TIME:
         // Any other length leaves buffer and length result as they are.
-        if (formatStrlen(table, value) == TIME_TEXT_LENGTH) putValue(buffer, length, timeWord(workCopy(value).data()));
+        if (table.format->textLength(value) == TIME_TEXT_LENGTH) putValue(buffer, length, timeWord(workCopy(value).data()));
         break;
     case DB_TYPE_LOGICAL:
         putValue(buffer, length, uint32_t{value[0] == 'T' || value[0] == 'Y'});

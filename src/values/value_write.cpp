@@ -9,12 +9,11 @@
 #include "fields/field_array.h"
 #include "frame/result.h"
 #include "platform/windows_api.h"
-#include "values/text.h"
+#include "records/record_format.h"
 
 namespace mergedb {
 namespace {
 
-constexpr uint32_t VALUE_BLOCK_LIMIT = 32000;
 constexpr uint16_t FORMATTED_BLOCK = 132;
 constexpr int FLOAT_DIGITS = 7;
 constexpr int DOUBLE_DIGITS = 15;
@@ -48,20 +47,6 @@ int printTime(char *out, size_t size, uint32_t time) {
                          time & 0xFF);
 }
 
-// Host text into the block: as it is (in the ANSI page when the table
-// converts) for delimited text, reduced to plain characters for a tagged
-// table. Never more than the block's capacity - 1 bytes of it are read.
-void formatText(const MergeTable &table, char *block, uint16_t capacity, const char *text) {
-    size_t length = strnlen(text, capacity - 1u);
-    if (table.kind == DB_KIND_DELIMITED) {
-        std::memcpy(block, text, length);
-        block[length] = '\0';
-        if (table.oemConversion != 0) OemToCharA(block, block);
-    } else {
-        textToOemRaw(std::span<const char>(text, length), std::span<char>(block, capacity));
-    }
-}
-
 // Writes the value's text into the block and gives its length.
 uint16_t formatFieldValue(const MergeTable &table, char *block, uint16_t capacity, const void *value,
                           uint16_t type) {
@@ -86,9 +71,13 @@ uint16_t formatFieldValue(const MergeTable &table, char *block, uint16_t capacit
         printTime(block + length + 1, capacity - length - 1u, words[1]);
         break;
     }
-    default: formatText(table, block, capacity, static_cast<const char *>(value)); break;
+    default:
+        // Host text: as it is for delimited text (in the ANSI page when the
+        // table converts), reduced to plain characters for a tagged table.
+        table.format->textFromHost(static_cast<const char *>(value), {block, capacity}, table.oemConversion != 0);
+        break;
     }
-    return formatStrlen(table, std::span<const char>(block, capacity));
+    return table.format->textLength(std::span<const char>(block, capacity));
 }
 
 uint16_t storeFieldValue(const MergeTable &table, FieldEntry &entry, const void *value, uint16_t length,
@@ -102,7 +91,7 @@ uint16_t storeFieldValue(const MergeTable &table, FieldEntry &entry, const void 
     if (!isKnownType(type)) return 0;
     if (value == nullptr) return ERR_MEMORY;
     uint32_t size = FORMATTED_BLOCK;
-    if (isTextType(type)) size = std::min<uint32_t>(4u * length + 1, VALUE_BLOCK_LIMIT);
+    if (isTextType(type)) size = std::min<uint32_t>(4u * length + 1, FIELD_VALUE_LIMIT);
     BlockHandle block = blockResize(entry.value, static_cast<uint16_t>(size));
     if (block == 0) return ERR_MEMORY;
     entry.value = block;
@@ -114,13 +103,14 @@ uint16_t storeFieldValue(const MergeTable &table, FieldEntry &entry, const void 
 // A new field of a delimited table, stored and then sorted into its
 // numeric place.
 uint16_t addField(MergeTable &table, const char *name, const void *value, uint16_t length, uint16_t type) {
-    if (table.kind != DB_KIND_DELIMITED || strnlen(name, FIELD_NAME_SIZE) >= FIELD_NAME_SIZE) return ERR_NO_FIELD;
+    if (!table.format->fieldsFromPuts || strnlen(name, FIELD_NAME_SIZE) >= FIELD_NAME_SIZE) return ERR_NO_FIELD;
     if (uint16_t code = fieldsAdd(&table.fields, &table.fieldCount)) return code;
     auto *array = blockLockAs<FieldEntry>(table.fields);
     FieldEntry &entry = array[table.fieldCount - 1];
     std::strcpy(entry.name, name);
     if (uint16_t code = storeFieldValue(table, entry, value, length, type)) return code;
-    return fieldsSortNumeric(array, table.fieldCount);
+    fieldsSortNumeric(array, table.fieldCount);
+    return 0;
 }
 
 uint16_t putFieldByName(MergeTable &table, const char *name, const void *value, uint16_t length, uint16_t type) {
@@ -164,7 +154,7 @@ extern "C" DbResult MERGEDB_CALL dbClearRecordMerge(uint32_t handle) {
     MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
     auto *array = blockLockAs<FieldEntry>(table->fields);
-    if (array == nullptr) return errorResult(table->kind == DB_KIND_DELIMITED ? 0 : ERR_NOT_BOUND);
+    if (array == nullptr) return errorResult(table->format->fieldsFromPuts ? 0 : ERR_NOT_BOUND);
     for (int i = 0; i < table->fieldCount; ++i) {
         if (auto *value = blockLockAs<char>(array[i].value)) value[0] = '\0';
         array[i].length = 0;

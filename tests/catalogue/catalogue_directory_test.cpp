@@ -11,6 +11,7 @@
 #include "support/test_platform.h"
 #include "support/test_support.h"
 #include "platform/windows_api.h"
+#include "support/fault_env.h"
 
 namespace mergedb {
 namespace {
@@ -90,7 +91,7 @@ TEST(CataloguePaths, AppendAddsOneSeparatorWithinTheBuffer) {
         char buffer[PATH_BUFFER_SIZE];
         std::strcpy(buffer, text.c_str());
         char *end = buffer + text.size();
-        uint16_t code = pathAppend(buffer, name, &end);
+        uint16_t code = pathAppend(buffer, name, &end, languageClass(faultEnv()));
         return code != 0 ? "error " + std::to_string(code) : buffer + ("|" + std::to_string(end - buffer));
     };
     const std::string full = "error " + std::to_string(WALK_NAME_TOO_LONG);
@@ -124,7 +125,7 @@ TEST(CataloguePaths, LeadBytesBindTheirTrailBytes) {
     std::string classes;
     for (const char *locale : {"ja_JP.UTF-8", "ko_KR", "zh_CN.GBK", "zh_SG", "zh_TW", "de_DE"}) {
         SystemLocale set(locale);
-        classes += std::to_string(languageClass()) + " ";
+        classes += std::to_string(languageClass(faultEnv())) + " ";
     }
     EXPECT_EQ(classes, "26 27 6 7 7 14 ");
 }

@@ -1,21 +1,13 @@
 // Whole-string matches of delimited text within a record's bounds.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "formats/delimited_format.h"
 
 namespace mergedb {
 namespace {
 
 TEST(DelimitedFormat, QuoteClosesBeforeAWholeStringWithinTheLimit) {
-    MergeTable table{};
-    std::strcpy(table.fieldDelimiter, "\xFE\xFF");
-    std::strcpy(table.recordDelimiter, "\r\n");
-    std::strcpy(table.quote, "'");
-    std::memset(table.ignore, '-', sizeof table.ignore);  // no terminator: cut at the array's end
-    DelimitedStrings strings = delimitedStrings(table);
-    EXPECT_EQ(strings.ignore.size(), sizeof table.ignore);
+    DelimitedStrings strings{"\xFE\xFF", "\r\n", "'", "---"};
     auto closes = [&](std::string_view bytes) {
         auto *p = reinterpret_cast<const uint8_t *>(bytes.data());
         return quoteClosesAt(p, p + bytes.size(), strings);

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "frame/blocks.h"
-#include "frame/database.h"
+#include "catalogue/database.h"
 #include "support/test_support.h"
 
 namespace mergedb {

@@ -80,17 +80,17 @@ TEST(PlatformFiles, RenameNeverReplacesAndAnOpenFileStays) {
     TempDir dir;
     dir.write("a", "first");
     dir.write("b", "second");
-    EXPECT_EQ(fileRename(env, dir.file("b").c_str(), dir.file("a").c_str()), ERR_RENAME);
+    EXPECT_EQ(fileRename(env, dir.file("a").c_str(), dir.file("b").c_str()), ERR_RENAME);
     EXPECT_EQ(fileRename(env, dir.file("a").c_str(), dir.file("a").c_str()), 0);
-    EXPECT_EQ(fileRename(env, dir.file("c").c_str(), dir.file("a").c_str()), 0);
+    EXPECT_EQ(fileRename(env, dir.file("a").c_str(), dir.file("c").c_str()), 0);
     EXPECT_EQ(dir.read("c"), test::bytesOf("first"));
     EXPECT_FALSE(dir.exists("a"));
-    EXPECT_EQ(fileRename(env, dir.file("e").c_str(), dir.file("none").c_str()), ERR_RENAME);
+    EXPECT_EQ(fileRename(env, dir.file("none").c_str(), dir.file("e").c_str()), ERR_RENAME);
 
     FileObject file;
     ASSERT_EQ(fileOpen(env, dir.file("c").c_str(), MODE_OPEN_READ, &file), 0);
     EXPECT_EQ(fileDelete(env, dir.file("c").c_str()), ERR_DELETE);
-    EXPECT_EQ(fileRename(env, dir.file("d").c_str(), dir.file("c").c_str()), ERR_RENAME);
+    EXPECT_EQ(fileRename(env, dir.file("c").c_str(), dir.file("d").c_str()), ERR_RENAME);
     EXPECT_EQ(fileClose(&file), 0);
     EXPECT_EQ(fileDelete(env, dir.file("c").c_str()), 0);
     EXPECT_EQ(fileDelete(env, dir.file("c").c_str()), ERR_DELETE);

@@ -272,7 +272,7 @@ protected:
         node->data = blockAlloc(static_cast<uint16_t>(record.size()));
         if (!record.empty()) std::memcpy(blockLock(node->data), record.data(), record.size());
         node->dataLength = static_cast<uint32_t>(record.size());
-        uint16_t code = loadFields(t(), t().fields);
+        uint16_t code = loadFields(t());
 
         uint16_t expected = 0;
         size_t cursor = 0;
@@ -349,8 +349,7 @@ TEST_F(ReadingModel, DelimitedWalkBackFindsTheRecordStartsOfTheRules) {
         // From offsets all over the file, not only record starts: the walk
         // accepts any.
         for (size_t at = 1; at < file.size(); at += 1 + random() % 40) {
-            ASSERT_EQ(windowSeek(t(), static_cast<uint32_t>(at)), 0);
-            ASSERT_EQ(locateRecordStart(t(), false), 0) << s.field << " at " << at;
+            ASSERT_EQ(locateDelimitedPrevious(t(), static_cast<uint32_t>(at)), 0) << s.field << " at " << at;
             ASSERT_EQ(windowTell(t()), modelLocateBack(file, at, s)) << s.field << " at " << at;
         }
     }
@@ -410,16 +409,14 @@ TEST_F(ReadingModel, TaggedFieldsSplitAsTheRulesSay) {
     }
 }
 
-TEST_F(ReadingModel, ASplitNeedsAKnownKindAndACurrentRecord) {
+TEST_F(ReadingModel, ASplitNeedsACurrentRecord) {
     ASSERT_NO_FATAL_FAILURE(openText(Bytes(), CONFIGS[0]));
     t().current = nodeAlloc();
     std::vector<ModelEntry> model(1);
     ASSERT_NO_FATAL_FAILURE(splitBoth(test::bytesOf("a\r\n"), model, CONFIGS[0]));
-    t().kind = 42;
-    EXPECT_EQ(loadFields(t(), t().fields), ERR_FORMAT);
     nodeFree(t().current);
     t().current = 0;
-    EXPECT_EQ(loadFields(t(), t().fields), ERR_MEMORY);
+    EXPECT_EQ(loadFields(t()), ERR_MEMORY);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@ struct FaultState {
 };
 
 FaultState faults;
+uint16_t languageOverride = 0;
 
 const Env &real() { return platformEnv(); }
 
@@ -68,6 +69,7 @@ const Env FAULT_ENV = {
     .lockDirectory = [](const char *path) { return real().lockDirectory(path); },
     .unlockDirectory = [](EnvLock *lock) { real().unlockDirectory(lock); },
     .syncDirectory = [](const char *path) { return real().syncDirectory(path); },
+    .systemLanguage = [] { return languageOverride != 0 ? languageOverride : real().systemLanguage(); },
 };
 
 }  // namespace
@@ -82,5 +84,7 @@ void faultReset() { faults = FaultState{}; }
 uint32_t faultCalls(FaultKind kind) { return faults.calls[static_cast<int>(kind)]; }
 
 const Env &faultEnv() { return FAULT_ENV; }
+
+void faultEnvLanguage(uint16_t language) { languageOverride = language; }
 
 }  // namespace mergedb

@@ -21,6 +21,10 @@ void faultReset();
 // Calls of a kind since the last faultReset.
 uint32_t faultCalls(FaultKind kind);
 
+// The system's language that the Env reports from now on; 0 gives back the
+// platform's.
+void faultEnvLanguage(uint16_t language);
+
 const Env &faultEnv();
 
 }  // namespace mergedb

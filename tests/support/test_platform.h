@@ -25,7 +25,8 @@ void setReadOnly(const std::string &path, bool readOnly);
 void makeReadOnlyEntry(const std::string &path);
 
 // Gives the system the language of a locale name ("ja_JP.SJIS", "de_DE",
-// "C" for US English) for the object's life.
+// "C" for US English) for the object's life: on POSIX through the
+// environment, where Windows fixes it for a process through faultEnv().
 class SystemLocale {
 public:
     explicit SystemLocale(const char *name);

@@ -7,7 +7,7 @@
 #include <random>
 #include <stdexcept>
 
-#include "frame/database.h"
+#include "catalogue/database.h"
 #include "platform/windows_api.h"
 #include "support/fault_env.h"
 #include "support/test_platform.h"

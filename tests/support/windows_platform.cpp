@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/windows_api.h"
+#include "support/fault_env.h"
 #include "support/test_platform.h"
 
 namespace mergedb::test {
@@ -41,9 +42,9 @@ SystemLocale::SystemLocale(const char *name) {
     std::replace(windowsName.begin(), windowsName.end(), '_', '-');
     std::wstring wide(windowsName.begin(), windowsName.end());
     LCID locale = LocaleNameToLCID(wide.c_str(), 0);
-    systemLanguageOverride(locale == 0 ? MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US) : LANGIDFROMLCID(locale));
+    faultEnvLanguage(locale == 0 ? MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US) : LANGIDFROMLCID(locale));
 }
 
-SystemLocale::~SystemLocale() { systemLanguageOverride(0); }
+SystemLocale::~SystemLocale() { faultEnvLanguage(0); }
 
 }  // namespace mergedb::test

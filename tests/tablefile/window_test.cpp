@@ -1,4 +1,4 @@
-// The read window gives a file's bytes exactly, whichever way it moves.
+// The read window gives a file's bytes exactly, wherever it is moved.
 #include <gtest/gtest.h>
 
 #include "support/test_support.h"
@@ -24,11 +24,10 @@ class WindowTest : public ::testing::Test {
 protected:
     void open(const Bytes &bytes) {
         dir.write("w.dat", bytes);
-        handle = blockAlloc(sizeof(MergeTable));
+        handle = tableAlloc();
         table = tableLock(handle);
         table->accessFlags = MODE_OPEN_READ;
         ASSERT_EQ(tableFileOpen(*table, platformEnv(), dir.file("w.dat").c_str()), 0);
-        ASSERT_EQ(windowLoad(*table), 0);
     }
 
     void TearDown() override {
@@ -37,11 +36,10 @@ protected:
     }
 
     // Reads count bytes at the cursor and compares them with the file.
-    void expectBytesAt(uint32_t offset, const Bytes &file, uint32_t count) {
-        windowSave(*table);
-        ASSERT_EQ(windowTell(*table), offset);
+    void expectBytesAt(WindowCursor &window, uint32_t offset, const Bytes &file, uint32_t count) {
+        ASSERT_EQ(window.position(), offset);
         Bytes got(count);
-        ASSERT_EQ(windowRead(*table, got.data(), count), 0);
+        ASSERT_EQ(window.read(got.data(), count), 0);
         EXPECT_TRUE(std::equal(got.begin(), got.end(), file.begin() + offset)) << "at offset " << offset;
     }
 
@@ -50,70 +48,53 @@ protected:
     MergeTable *table = nullptr;
 };
 
-TEST_F(WindowTest, ForwardReadsAcrossFillsGiveTheFile) {
-    Bytes file = patternBytes(3 * WINDOW_FILL + 100);
-    open(file);
-    EXPECT_EQ(table->fileSize, file.size());
-    expectBytesAt(0, file, 10);
-    expectBytesAt(10, file, 2 * WINDOW_FILL);
-    expectBytesAt(10 + 2 * WINDOW_FILL, file, WINDOW_FILL + 90);
-    uint8_t more = 0;
-    EXPECT_EQ(windowRead(*table, &more, 1), ERR_END_OF_FILE);
-}
-
-TEST_F(WindowTest, SkipAndBackAcrossAFillBoundaryKeepTheSequence) {
+TEST_F(WindowTest, ReadsAndSkipsAcrossFillsGiveTheFile) {
     Bytes file = patternBytes(4 * WINDOW_FILL);
     open(file);
-    ASSERT_EQ(windowSkip(*table, WINDOW_FILL + 5), 0);
-    expectBytesAt(WINDOW_FILL + 5, file, 20);
-    ASSERT_EQ(windowBack(*table, WINDOW_FILL + 20), 0);
-    expectBytesAt(5, file, 100);
-    ASSERT_EQ(windowSkip(*table, 3 * WINDOW_FILL), 0);
-    ASSERT_EQ(windowBack(*table, 2 * WINDOW_BACK_FILL + 17), 0);
-    expectBytesAt(105 + 3 * WINDOW_FILL - 2 * WINDOW_BACK_FILL - 17, file, 300);
-}
-
-TEST_F(WindowTest, SkipToTheExactEndSucceedsAndOneMoreFails) {
-    Bytes file = patternBytes(WINDOW_FILL + 500);
-    open(file);
-    EXPECT_EQ(windowSkip(*table, file.size()), 0);
-    windowSave(*table);
-    EXPECT_EQ(windowTell(*table), file.size());
-    ASSERT_EQ(windowSeek(*table, 0), 0);
-    EXPECT_EQ(windowSkip(*table, file.size() + 1), ERR_END_OF_FILE);
+    EXPECT_EQ(table->fileSize, file.size());
+    WindowCursor window(*table);
+    expectBytesAt(window, 0, file, 10);
+    expectBytesAt(window, 10, file, 2 * WINDOW_FILL);
+    ASSERT_EQ(window.skip(WINDOW_FILL + 5), 0);
+    expectBytesAt(window, 3 * WINDOW_FILL + 15, file, WINDOW_FILL - 15);
+    // Ending exactly at the end of the file is no failure; one byte more is.
+    ASSERT_EQ(window.seek(0), 0);
+    EXPECT_EQ(window.skip(static_cast<uint32_t>(file.size())), 0);
+    EXPECT_EQ(window.position(), file.size());
+    ASSERT_EQ(window.seek(0), 0);
+    EXPECT_EQ(window.skip(static_cast<uint32_t>(file.size()) + 1), ERR_END_OF_FILE);
+    uint8_t more = 0;
+    EXPECT_EQ(window.read(&more, 1), ERR_END_OF_FILE);
 }
 
 TEST_F(WindowTest, SeekInsideTheWindowStaysAndOutsideGoesToTheFile) {
     Bytes file = patternBytes(3 * WINDOW_FILL);
     open(file);
-    windowSave(*table);
-    ASSERT_EQ(windowSeek(*table, 4000), 0);
-    EXPECT_EQ(table->windowFileOffset, 0u);
-    expectBytesAt(4000, file, 8);
+    WindowCursor window(*table);
+    ASSERT_EQ(window.seek(4000), 0);
+    EXPECT_EQ(table->window.fileOffset, 0u);
+    expectBytesAt(window, 4000, file, 8);
     // One past the window's last valid byte is outside it.
-    ASSERT_EQ(windowSeek(*table, WINDOW_FILL), 0);
-    EXPECT_EQ(table->windowFileOffset, WINDOW_FILL);
-    expectBytesAt(WINDOW_FILL, file, 8);
-    ASSERT_EQ(windowSeek(*table, 100), 0);
-    expectBytesAt(100, file, 8);
-    EXPECT_EQ(windowSeek(*table, file.size()), ERR_END_OF_FILE);
+    ASSERT_EQ(window.seek(WINDOW_FILL), 0);
+    EXPECT_EQ(table->window.fileOffset, WINDOW_FILL);
+    expectBytesAt(window, WINDOW_FILL, file, 8);
+    ASSERT_EQ(window.seek(100), 0);
+    expectBytesAt(window, 100, file, 8);
+    EXPECT_EQ(window.seek(static_cast<uint32_t>(file.size())), ERR_END_OF_FILE);
 }
 
-TEST_F(WindowTest, BackNearTheStartKeepsTheCursorOnItsOffset) {
-    Bytes file = patternBytes(3 * WINDOW_FILL);
+// A cursor saves where it stood when it goes, and the next one takes up
+// from there.
+TEST_F(WindowTest, ACursorTakesUpWhereTheLastOneStopped) {
+    Bytes file = patternBytes(2 * WINDOW_FILL);
     open(file);
-    // The first byte outside the first fill starts a window of its own; a
-    // step back from there refills from offset 0.
-    ASSERT_EQ(windowSeek(*table, WINDOW_FILL), 0);
-    ASSERT_EQ(windowLoad(*table), 0);
-    ASSERT_EQ(windowBack(*table, 8000), 0);
-    EXPECT_EQ(table->windowFileOffset, 0u);
-    expectBytesAt(WINDOW_FILL - 8000, file, 16);
-    ASSERT_EQ(windowSeek(*table, WINDOW_FILL + 5000), 0);
-    ASSERT_EQ(windowLoad(*table), 0);
-    ASSERT_EQ(windowBack(*table, 1), 0);
-    expectBytesAt(WINDOW_FILL + 4999, file, 16);
-    EXPECT_EQ(windowBack(*table, WINDOW_FILL + 6000), ERR_START_OF_FILE);
+    {
+        WindowCursor window(*table);
+        ASSERT_EQ(window.seek(WINDOW_FILL + 7), 0);
+    }
+    EXPECT_EQ(windowTell(*table), WINDOW_FILL + 7);
+    WindowCursor window(*table);
+    expectBytesAt(window, WINDOW_FILL + 7, file, 9);
 }
 
 TEST_F(WindowTest, AFinalByte26IsNoDataAndNeverSetsTheEnd) {
@@ -121,29 +102,30 @@ TEST_F(WindowTest, AFinalByte26IsNoDataAndNeverSetsTheEnd) {
     file.push_back(END_OF_FILE_MARK);
     open(file);
     EXPECT_EQ(table->fileSize, file.size() - 1);
-    ASSERT_EQ(windowSkip(*table, file.size() - 1), 0);
-    EXPECT_EQ(windowAtEof(*table), 0);
+    WindowCursor window(*table);
+    ASSERT_EQ(window.skip(static_cast<uint32_t>(file.size()) - 1), 0);
+    EXPECT_FALSE(window.atEof());
     uint8_t last = 0;
-    ASSERT_EQ(windowRead(*table, &last, 1), 0);
+    ASSERT_EQ(window.read(&last, 1), 0);
     EXPECT_EQ(last, END_OF_FILE_MARK);
-    EXPECT_EQ(windowAtEof(*table), 0);
-    EXPECT_EQ(windowRefill(*table), ERR_END_OF_FILE);
+    EXPECT_FALSE(window.atEof());
+    EXPECT_EQ(window.refill(), ERR_END_OF_FILE);
 }
 
 TEST_F(WindowTest, AFileOfExactlyOneFillLeavesTheEndFlagClear) {
-    Bytes file = patternBytes(WINDOW_FILL);
-    open(file);
-    EXPECT_EQ(windowAvailable(), WINDOW_FILL);
-    EXPECT_EQ(table->atEof, 0u);
-    regCursor = regEnd;
-    EXPECT_EQ(windowAtEof(*table), 0);
-    EXPECT_EQ(windowRefill(*table), ERR_END_OF_FILE);
-
-    Bytes shorter = patternBytes(WINDOW_FILL - 1);
+    open(patternBytes(WINDOW_FILL));
+    {
+        WindowCursor window(*table);
+        EXPECT_EQ(window.available(), WINDOW_FILL);
+        window.cursor = window.end;
+        EXPECT_FALSE(window.atEof());
+        EXPECT_EQ(window.refill(), ERR_END_OF_FILE);
+    }
     TearDown();
-    open(shorter);
-    regCursor = regEnd;
-    EXPECT_EQ(windowAtEof(*table), 1);
+    open(patternBytes(WINDOW_FILL - 1));
+    WindowCursor window(*table);
+    window.cursor = window.end;
+    EXPECT_TRUE(window.atEof());
 }
 
 }  // namespace

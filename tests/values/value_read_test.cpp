@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "fields/field_array.h"
+#include "records/record_format.h"
 #include "support/empty_table.h"
 
 using namespace mergedb;
@@ -92,6 +93,7 @@ TEST_F(ValueRead, TaggedTextMapsCharactersAndDelimitedTextConvertsOnRequest) {
 
     record().subtype = DB_SUBTYPE_TAGGED;
     record().kind = DB_KIND_TAGGED_0;
+    record().format = recordFormatOf(DB_KIND_TAGGED_0);
     setValue(std::string("ab\xC0\x17\x01\xC0\tc\xC0" "A\0\xC0", 12));
     EXPECT_EQ(get(1) + get(9), "5|" + ended("ab\xE1" "cA") + "5|" + ended("ab\xE1" "cA"));
     setValue(std::string(300, 'x'));

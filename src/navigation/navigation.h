@@ -5,11 +5,6 @@
 
 namespace mergedb {
 
-// Brings changeCursor next to the current record: onto the record's node if
-// it has one, else onto a neighbour on either side of its offset. Walks the
-// list from where the cursor stands, so it is cheap after a move.
-void changeCursorToCurrent(MergeTable &table);
-
 // The first and the next record, with the change list merged in, as the
 // host's moves have them; a move that ends without a record leaves the
 // cursor next to the current record. Give a driver code.

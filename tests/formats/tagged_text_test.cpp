@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "mergedb/mergedb.h"
-#include "values/text.h"
+#include "formats/delimited_format.h"
+#include "formats/tagged_text.h"
 
 namespace mergedb {
 namespace {
@@ -108,17 +109,16 @@ TEST(TextToOem, KeepsPrintableAndExtendedCharactersOnly) {
     EXPECT_EQ(std::string(dst.data(), 4), "a\0b\0"sv);
 }
 
-TEST(TextFormat, MeasuresAndCopiesByTableKind) {
-    MergeTable table{};
-    table.kind = DB_KIND_TAGGED_1;
+// Tagged text is measured and copied by whole tokens, plain text up to its
+// NUL.
+TEST(TextFormat, TaggedAndPlainTextMeasureAndCopyDifferently) {
     const auto value = text("a\xC0\x41\0\xC0" "bcd\0"sv);
     std::vector<char> dst(4, 'Z');
-    EXPECT_EQ(formatStrlen(table, value), 8);
-    formatCopy(table, dst, value);
+    EXPECT_EQ(textLength(value), 8);
+    textCopy(dst, value);
     EXPECT_EQ(std::string(dst.data(), 2), "a\0"sv);
-    table.kind = DB_KIND_DELIMITED;
-    EXPECT_EQ(formatStrlen(table, value), 3);  // a plain length stops inside the token
-    formatCopy(table, dst, text("abcdef"sv));
+    EXPECT_EQ(plainLength(value), 3u);  // a plain length stops inside the token
+    plainCopy(dst, text("abcdef"sv));
     EXPECT_EQ(std::string(dst.data(), 4), "abc\0"sv);
 }
 

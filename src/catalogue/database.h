@@ -25,14 +25,10 @@ struct MergeDatabase {
     uint32_t findOpen;
 };
 
-static_assert(sizeof(MergeDatabase) != sizeof(MergeTable), "handles are told apart by their size");
-
 // The database behind a host's handle, or null for 0, a stale handle, or a
 // block that is no database record.
 inline MergeDatabase *databaseLock(BlockHandle handle) {
-    uint16_t size = 0;
-    auto *record = blockLockSized<MergeDatabase>(handle, size);
-    return size == sizeof(MergeDatabase) ? record : nullptr;
+    return blockLockKind<MergeDatabase>(handle, BlockKind::Database);
 }
 
 }  // namespace mergedb

@@ -1,9 +1,10 @@
-#include "values/text.h"
+#include "formats/tagged_text.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 
+#include "formats/byte_runs.h"
 #include "formats/tagged_format.h"
 
 namespace mergedb {
@@ -92,9 +93,6 @@ static_assert(CHARACTER_TABLE[0].key == 0);
 
 const uint8_t *bytesOf(std::span<const char> text) { return reinterpret_cast<const uint8_t *>(text.data()); }
 
-// The plain string length of text, at most its size.
-size_t plainLength(std::span<const char> text) { return text.empty() ? 0 : strnlen(text.data(), text.size()); }
-
 // Length of the token at position, or 0 where the text ends there.
 size_t tokenLengthIn(std::span<const char> text, size_t position) {
     if (position >= text.size()) return 0;
@@ -179,12 +177,22 @@ uint8_t mapCharacter(uint16_t key) {
     return CHARACTER_TABLE[middle].value;
 }
 
-void formatCopy(const MergeTable &table, std::span<char> dst, std::span<const char> src) {
-    if (isTaggedKind(table.kind)) return textCopy(dst, src);
-    if (dst.empty()) return;
-    size_t length = std::min(plainLength(src), dst.size() - 1);
-    if (length != 0) std::memcpy(dst.data(), src.data(), length);
-    dst[length] = '\0';
+uint16_t taggedTextToHost(std::span<const char> value, char *buffer, size_t limit, bool) {
+    size_t measured = std::min(value.size(), limit);
+    // Text of nothing but printable characters up to its NUL or the limit
+    // converts to itself.
+    size_t count = printableBytes(value.data(), measured);
+    if (count == measured || value[count] == '\0') {
+        copyBytes(buffer, value.data(), count);
+        buffer[count] = '\0';
+        return static_cast<uint16_t>(count);
+    }
+    textToOem(value, {buffer, limit + 1});
+    return static_cast<uint16_t>(strnlen(buffer, limit));
+}
+
+void taggedTextFromHost(const char *text, std::span<char> block, bool) {
+    textToOemRaw(std::span<const char>(text, strnlen(text, block.size() - 1)), block);
 }
 
 }  // namespace mergedb

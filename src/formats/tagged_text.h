@@ -1,5 +1,5 @@
 // Tagged text, the NUL-ended token strings of a tagged document, and its
-// conversion to OEM bytes; and the string length and copy of a table's kind.
+// conversion to OEM bytes.
 //
 // Bound: every walk reads only within its source span; a text ends at its
 // NUL, at the span's end, or at a token that has no length or crosses it.
@@ -11,7 +11,6 @@
 #include <span>
 
 #include "formats/tagged_format.h"
-#include "tablefile/table.h"
 
 namespace mergedb {
 
@@ -44,14 +43,12 @@ size_t textNextChar(std::span<const char> text, size_t position);
 // The OEM byte of an extended character's key, set * 256 + number.
 uint8_t mapCharacter(uint16_t key);
 
-// textLength for a tagged table's kind, the plain string length otherwise.
-inline uint16_t formatStrlen(const MergeTable &table, std::span<const char> text) {
-    if (isTaggedKind(table.kind)) return textLength(text);
-    return static_cast<uint16_t>(text.empty() ? 0 : strnlen(text.data(), text.size()));
-}
+// A value's tagged text for the host: at most limit bytes of OEM text and
+// a NUL in buffer. Gives the length.
+uint16_t taggedTextToHost(std::span<const char> value, char *buffer, size_t limit, bool ansi);
 
-// textCopy for a tagged table's kind, a plain string copy otherwise; both
-// keep within dst.
-void formatCopy(const MergeTable &table, std::span<char> dst, std::span<const char> src);
+// The host's OEM text as tagged text in block: its plain characters (the
+// text is read no further than the block's capacity - 1).
+void taggedTextFromHost(const char *text, std::span<char> block, bool ansi);
 
 }  // namespace mergedb

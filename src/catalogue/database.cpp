@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "catalogue/directory.h"
-#include "frame/database.h"
+#include "catalogue/database.h"
 #include "frame/result.h"
 #include "tablefile/file_service.h"
 
@@ -12,7 +12,7 @@ extern "C" DbResult MERGEDB_CALL dbOpenDBMerge(uint16_t subtype, uint32_t, uint3
                                                uint32_t *databaseOut) {
     // A database that no handle would reach is not made.
     if (databaseOut == nullptr) return errorResult(ERR_MEMORY);
-    BlockHandle handle = blockAlloc(sizeof(MergeDatabase));
+    BlockHandle handle = blockAlloc(sizeof(MergeDatabase), BlockKind::Database);
     auto *database = blockLockAs<MergeDatabase>(handle);
     if (database == nullptr) return errorResult(ERR_MEMORY);
     if (path != nullptr) {

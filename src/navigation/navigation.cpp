@@ -11,9 +11,9 @@
 
 #include "edits/change_list.h"
 #include "frame/result.h"
-#include "records/backward.h"
+#include "navigation/navigation.h"
 #include "records/field_extraction.h"
-#include "records/navigation.h"
+#include "records/record_format.h"
 #include "records/record_scanner.h"
 #include "tablefile/window.h"
 
@@ -70,8 +70,9 @@ const EditNode *listNodeAtWindow(MergeTable &table, BlockHandle node) {
 }
 
 uint16_t moveNext(MergeTable &table) {
-    EditNode s{};
-    if (currentSnapshot(table, &s) != 0) return ERR_MEMORY;
+    const EditNode *current = currentRecord(table);
+    if (current == nullptr) return ERR_MEMORY;
+    EditNode s = *current;
     uint32_t p = s.offset;
     while (const EditNode *node = nodeAt(table.changeCursor)) {
         if (node->offset <= p) {
@@ -92,8 +93,9 @@ uint16_t moveNext(MergeTable &table) {
 }
 
 uint16_t movePrev(MergeTable &table) {
-    EditNode s{};
-    if (currentSnapshot(table, &s) != 0) return ERR_MEMORY;
+    const EditNode *current = currentRecord(table);
+    if (current == nullptr) return ERR_MEMORY;
+    EditNode s = *current;
     uint32_t p = s.offset;
     while (const EditNode *node = nodeAt(table.changeCursor)) {
         if (node->offset >= p) {
@@ -110,16 +112,7 @@ uint16_t movePrev(MergeTable &table) {
         if (code == ERR_START_OF_FILE) break;
         if (code != 0) return code;
     }
-    // Delimited text enters the backward walk on the first byte of the
-    // record behind the wanted one, a tagged document on its last byte.
-    uint32_t target = p;
-    if (table.kind != DB_KIND_DELIMITED) {
-        if (p == 0) return ERR_START_OF_FILE;
-        target = p - 1;
-    }
-    if (table.firstRecordOffset >= target) return ERR_START_OF_FILE;
-    if (uint16_t code = windowSeek(table, target)) return code;
-    if (uint16_t code = locateRecordStart(table, false)) return code;
+    if (uint16_t code = table.format->locatePrevious(table, p)) return code;
     // Only a damaged token stream puts the record before at or behind the
     // current one; the walk back ends there rather than going round.
     if (windowTell(table) >= p) return ERR_START_OF_FILE;
@@ -128,9 +121,9 @@ uint16_t movePrev(MergeTable &table) {
 
 uint16_t moveFirst(MergeTable &table) {
     table.changeCursor = table.changeHead;
-    bool tagged = table.kind != DB_KIND_DELIMITED;
-    if (windowSeek(table, tagged ? tableDocOffset(table) : 0) != 0) return readRecord(table);
-    if (tagged && table.hasFieldNames) {
+    if (windowSeek(table, table.format->dataStart(table)) != 0) return readRecord(table);
+    // The head record of a tagged document is no data record.
+    if (table.hasFieldNames) {
         readRecord(table);
         return moveNext(table);
     }
@@ -145,8 +138,7 @@ uint16_t moveFirst(MergeTable &table) {
 }
 
 uint16_t moveLast(MergeTable &table) {
-    if (uint16_t code = windowSeek(table, table.fileSize - 1)) return code;
-    if (uint16_t code = locateRecordStart(table, true)) return code;
+    if (uint16_t code = table.format->locateLast(table)) return code;
     if (changeLast(table) != 0) return readRecord(table);
     const EditNode *tail = listNodeAtWindow(table, table.changeCursor);
     if (tail == nullptr) return readRecord(table);
@@ -172,7 +164,7 @@ DbResult moveResult(uint32_t handle, uint16_t (*move)(MergeTable &), uint32_t wa
     MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
     if (runMove(*table, move) != 0) return END_OF_DATA;
-    if (uint16_t code = loadFields(*table, table->fields)) return errorResult(code);
+    if (uint16_t code = loadFields(*table)) return errorResult(code);
     if (wantMark != 0 && mark != nullptr) *mark = 1;
     return DB_RESULT_OK;
 }
@@ -182,23 +174,6 @@ DbResult moveResult(uint32_t handle, uint16_t (*move)(MergeTable &), uint32_t wa
 uint16_t moveToFirst(MergeTable &table) { return runMove(table, moveFirst); }
 
 uint16_t moveToNext(MergeTable &table) { return runMove(table, moveNext); }
-
-void changeCursorToCurrent(MergeTable &table) {
-    const EditNode *current = nodeAt(table.current);
-    if (current == nullptr) return;
-    uint32_t offset = current->offset;
-    while (const EditNode *node = nodeAt(table.changeCursor)) {
-        const EditNode *next = nodeAt(node->next);
-        const EditNode *prev = nodeAt(node->prev);
-        if (node->offset < offset && next != nullptr && next->offset <= offset) {
-            table.changeCursor = node->next;
-        } else if (node->offset > offset && prev != nullptr && prev->offset >= offset) {
-            table.changeCursor = node->prev;
-        } else {
-            return;
-        }
-    }
-}
 
 }  // namespace mergedb
 
@@ -226,7 +201,7 @@ extern "C" DbResult MERGEDB_CALL dbGetRecordMerge(uint32_t handle, uint32_t want
     if (table == nullptr) return errorResult(ERR_MEMORY);
     uint16_t code = readRecordAt(*table, position);
     changeCursorToCurrent(*table);
-    if (code == 0) code = loadFields(*table, table->fields);
+    if (code == 0) code = loadFields(*table);
     if (code != 0) return errorResult(code);
     if (wantMark != 0 && mark != nullptr) *mark = position;
     return DB_RESULT_OK;
