@@ -104,14 +104,16 @@ void insertRecord(const Copy &copy, const std::vector<std::string> &values, cons
     for (size_t field = 0; field < values.size(); ++field) {
         Stored value = storedValue(copy.target.format, values[field], copy.lossy);
         if (!value.problem.empty()) {
-            std::string hint = !copy.target.format.tagged ? " (see the --to- options)" : copy.lossy ? "" : " (see --lossy)";
-            throw Failure(copy.label, where + ", field " + std::to_string(field + 1) + ": the value " + value.problem + hint);
+            std::string hint = copy.target.format.tagged ? "" : " (see the --to- options)";
+            throw Failure(copy.label,
+                          where + ", field " + std::to_string(field + 1) + ": the value " + value.problem + hint);
         }
         stored.push_back(value.bytes);
     }
     if (recordSize(copy.target.format, copy.target.kind, stored) > host::LONGEST_RECORD) {
         throw Failure(copy.label, where + " would be longer in the new table than the " +
-                                      std::to_string(host::LONGEST_RECORD) + " bytes of a record that the driver reads");
+                                      std::to_string(host::LONGEST_RECORD) +
+                                      " bytes of a record that the driver reads");
     }
     for (size_t field = 0; field < stored.size(); ++field) {
         if (copy.target.format.tagged) {
@@ -144,8 +146,9 @@ int runConvert(const Invocation &invocation) {
     if (source.file.path == target.file.path) throw Failure(target.file.label, "is the source itself");
     IssuePrinter issues(source.file.label);
     CheckedWalk walk(source.table, source.file, source.format, issues.sink());
-    std::vector<std::string> names =
-        target.format.tagged ? taggedNames(walk.names(), target.kind, lossy, source.file.label) : std::vector<std::string>{};
+    std::vector<std::string> names = target.format.tagged
+                                         ? taggedNames(walk.names(), target.kind, lossy, source.file.label)
+                                         : std::vector<std::string>{};
     enterDirectory(target.file);
     uint16_t subtype = target.format.subtype();
     host::Database database(source.session, subtype, "");

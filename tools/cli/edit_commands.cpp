@@ -122,7 +122,8 @@ std::vector<std::string> newFieldNames(const Invocation &invocation, uint16_t ki
     std::vector<std::string> names;
     std::set<std::string> seen;
     for (const std::string &argument : given) {
-        Stored name = kind == DB_KIND_DELIMITED ? storedValue(format, argument, false) : storedName(kind, argument, false);
+        Stored name =
+            kind == DB_KIND_DELIMITED ? storedValue(format, argument, false) : storedName(kind, argument, false);
         if (!name.problem.empty()) invocation.fail("the field name '" + argument + "' " + name.problem);
         if (!seen.insert(folded(argument)).second) invocation.fail("the field name '" + argument + "' is given twice");
         names.push_back(name.bytes);

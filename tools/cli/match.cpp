@@ -23,7 +23,9 @@ std::string folded(std::string_view utf8) {
             out[i] = static_cast<char>(byte + 32);
         } else if (byte == UTF8_LATIN1_LEAD && i + 1 < out.size()) {
             auto next = static_cast<unsigned char>(out[i + 1]);
-            if (next >= UPPER_FIRST && next <= UPPER_LAST && next != TIMES_SIGN) out[i + 1] = static_cast<char>(next + 32);
+            if (next >= UPPER_FIRST && next <= UPPER_LAST && next != TIMES_SIGN) {
+                out[i + 1] = static_cast<char>(next + 32);
+            }
             ++i;
         }
     }
@@ -91,7 +93,9 @@ Example::Example(const Invocation &invocation, const std::vector<std::string> &p
     for (const std::string &name : invocation.values("--blank")) {
         criteria_.push_back({fieldIndex(names, name, label), std::nullopt});
     }
-    if (criteria_.empty()) invocation.fail("nothing to look for: give " + std::string(patternForm) + " or --blank NAME");
+    if (criteria_.empty()) {
+        invocation.fail("nothing to look for: give " + std::string(patternForm) + " or --blank NAME");
+    }
 }
 
 bool Example::fits(host::CheckedWalk &walk) const {

@@ -166,7 +166,8 @@ void mindBackup(const TableFile &file, Access access) {
     std::string leftover = file.backupName + " lies beside it, left by a commit of it (or of another " + stem +
                            ".* table) that did not finish";
     if (access == Access::Write) {
-        throw Failure(file.label, leftover + "; a commit would fail on it, so nothing was changed. Run mergedb recover " +
+        throw Failure(file.label, leftover +
+                                      "; a commit would fail on it, so nothing was changed. Run mergedb recover " +
                                       file.label + " first");
     }
     note(file.label, "note: " + leftover + "; see mergedb recover " + file.label);
@@ -180,7 +181,8 @@ void mindBackupAfterCommit(const TableFile &file) {
                          "committed; see mergedb recover " + file.label);
 }
 
-OpenTable::OpenTable(const Invocation &invocation, const std::string &argument, Access access, const Prepare &prepare) try
+OpenTable::OpenTable(const Invocation &invocation, const std::string &argument, Access access,
+                     const Prepare &prepare) try
     : file(enteredTable(invocation, argument, access)),
       format(prepared(host::resolveFormat(file, formatRequest(invocation)), file, prepare)),
       database(session, format.subtype(), ""),

@@ -15,14 +15,6 @@ using host::CheckedWalk;
 using host::Failure;
 using host::Moved;
 
-enum DatabaseItem : uint16_t {
-    ITEM_PATH = 1,
-    ITEM_SUBTYPE_NAME = 2,
-    ITEM_PATH_SIZE = 3,
-    ITEM_NAME_SIZE = 4,
-    ITEM_VALUE_SIZE = 6,
-};
-
 // The fields that a dump writes, by position, with their names.
 struct Selection {
     std::vector<uint16_t> indexes;
@@ -144,7 +136,8 @@ std::string numbersText(const std::array<uint16_t, 4> &numbers) {
 
 // A database's subtype with its name and the table kinds that it offers.
 std::string subtypeLines(const host::Database &database, int subtype) {
-    std::string lines = "subtype " + std::to_string(subtype) + ": " + database.textInfo(ITEM_SUBTYPE_NAME) + "\n";
+    std::string lines =
+        "subtype " + std::to_string(subtype) + ": " + database.textInfo(DB_DATABASE_ITEM_SUBTYPE_NAME) + "\n";
     for (const auto &[kind, name] : database.tableKinds()) {
         lines += "  kind " + std::to_string(kind) + " (" + std::string(host::kindName(kind)) + "): " + name + "\n";
     }
@@ -164,10 +157,10 @@ int databaseInfo(const std::string &directory) {
     host::Session session;
     host::Database tagged(session, DB_SUBTYPE_TAGGED, path);
     host::Database text(session, DB_SUBTYPE_DELIMITED, path);
-    writeOut("database: " + text.textInfo(ITEM_PATH) + "\n" + "data type: " + session.dataTypeName() + "\n" +
-             "path size: " + std::to_string(text.numberInfo<uint16_t>(ITEM_PATH_SIZE)) + "\n" +
-             "field name size: " + std::to_string(text.numberInfo<uint16_t>(ITEM_NAME_SIZE)) + "\n" +
-             "value size: " + std::to_string(text.numberInfo<uint16_t>(ITEM_VALUE_SIZE)) + "\n" +
+    writeOut("database: " + text.textInfo(DB_DATABASE_ITEM_PATH) + "\n" + "data type: " + session.dataTypeName() +
+             "\n" + "path size: " + std::to_string(text.numberInfo<uint16_t>(DB_DATABASE_ITEM_PATH_SIZE)) + "\n" +
+             "field name size: " + std::to_string(text.numberInfo<uint16_t>(DB_DATABASE_ITEM_NAME_SIZE)) + "\n" +
+             "value size: " + std::to_string(text.numberInfo<uint16_t>(DB_DATABASE_ITEM_VALUE_SIZE)) + "\n" +
              subtypeLines(tagged, DB_SUBTYPE_TAGGED) + subtypeLines(text, DB_SUBTYPE_DELIMITED));
     return 0;
 }
@@ -193,10 +186,10 @@ int tableInfo(const Invocation &invocation) {
     std::string names = joined(walk.names());
     lines += "fields: " + std::to_string(walk.fieldCount()) + (names.empty() ? "" : " (" + names + ")") + "\n";
     lines += "records: " + std::to_string(records) + "\n";
-    lines += "reads whole: " +
-             (walk.issues() == 0 ? std::string("yes") : "no, " + std::to_string(walk.issues()) + " problems (on stderr)") +
-             "\n";
-    lines += "backup: " + (file.backupPresent ? file.backupName + " lies beside it (see mergedb recover)" : "none") + "\n";
+    std::string whole = walk.issues() == 0 ? "yes" : "no, " + std::to_string(walk.issues()) + " problems (on stderr)";
+    lines += "reads whole: " + whole + "\n";
+    std::string backup = file.backupPresent ? file.backupName + " lies beside it (see mergedb recover)" : "none";
+    lines += "backup: " + backup + "\n";
     writeOut(lines);
     return 0;
 }

@@ -59,7 +59,8 @@ std::optional<size_t> wholeRecords(const Invocation &invocation, const TableFile
         host::TableFormat format = host::resolveFormat(file, formatRequest(invocation));
         host::Session session;
         host::Database database(session, format.subtype(), "");
-        host::Table table(database, file.driverName, file.label, format.subtype(), format.delimiters, host::Access::Read);
+        host::Table table(database, file.driverName, file.label, format.subtype(), format.delimiters,
+                          host::Access::Read);
         size_t issues = 0;
         host::CheckedWalk walk(table, file, format, [&issues](const host::Issue &) { ++issues; });
         size_t records = 0;

@@ -43,7 +43,9 @@ std::string delimitedProblem(const host::Delimiters &delimiters, std::string_vie
     }
     for (size_t at = value.find(delimiters.quote); at != std::string_view::npos;
          at = value.find(delimiters.quote, at + 1)) {
-        if (quoteTouchesDelimiter(delimiters, value, at)) return "holds a quote next to a delimiter, which would split it";
+        if (quoteTouchesDelimiter(delimiters, value, at)) {
+            return "holds a quote next to a delimiter, which would split it";
+        }
     }
     return "";
 }
@@ -63,7 +65,9 @@ Stored storedName(uint16_t kind, const std::string &utf8, bool lossy) {
     std::string &name = encoded.bytes;
     if (!encoded.problem.empty()) return {"", encoded.problem};
     if (name.empty()) return {"", "is empty"};
-    if (name.size() > LONGEST_FIELD_NAME) return {"", "is longer than " + std::to_string(LONGEST_FIELD_NAME) + " bytes"};
+    if (name.size() > LONGEST_FIELD_NAME) {
+        return {"", "is longer than " + std::to_string(LONGEST_FIELD_NAME) + " bytes"};
+    }
     if (kind == DB_KIND_TAGGED_1 && name.find('~') != std::string::npos) {
         if (!lossy) return {"", "holds a '~', which ends a name in a dialect 1 head"};
         std::replace(name.begin(), name.end(), '~', '?');
@@ -79,7 +83,8 @@ size_t recordSize(const host::TableFormat &format, uint16_t kind, const std::vec
             continue;
         }
         size_t high = static_cast<size_t>(std::count_if(value.begin(), value.end(), [](char c) { return c & 0x80; }));
-        size += value.size() + high * (TAGGED_CHARACTER_BYTES - 1) + (kind == DB_KIND_TAGGED_1 ? FIELD_END_1 : FIELD_END_0);
+        size +=
+            value.size() + high * (TAGGED_CHARACTER_BYTES - 1) + (kind == DB_KIND_TAGGED_1 ? FIELD_END_1 : FIELD_END_0);
     }
     if (!format.tagged) return size + format.delimiters.record.size();
     return size + (kind == DB_KIND_TAGGED_1 ? RECORD_END_1 : RECORD_END_0);

@@ -15,12 +15,6 @@ constexpr size_t MESSAGE_BUFFER = 81;
 constexpr size_t LONG_TEXT_BUFFER = 32001;
 constexpr size_t NAME_BUFFER = 256;
 
-constexpr uint16_t START_WALK = 1;
-constexpr uint16_t GO_ON = 0;
-constexpr uint16_t TABLE_KIND = 1;
-constexpr uint16_t TABLE_FIELD_COUNT = 2;
-constexpr uint16_t FIELD_NUMBERS = 4;
-
 // Where a binary that holds this code may find the message module: beside
 // it, as in the build tree, or in the library folder of its installation.
 void addPlaces(std::vector<std::filesystem::path> &places, const std::filesystem::path &binary) {
@@ -54,7 +48,7 @@ template <typename Next>
 std::vector<std::string> walkNames(const Session &session, const std::string &context, Next next) {
     std::vector<std::string> names;
     char name[NAME_BUFFER] = "";
-    for (uint16_t mode = START_WALK;; mode = GO_ON) {
+    for (uint16_t mode = DB_WALK_FIRST;; mode = DB_WALK_NEXT) {
         DbResult result = next(name, mode);
         if (result == DB_RESULT_END_OF_DATA) return names;
         session.check(result, context);
@@ -85,7 +79,7 @@ Session::~Session() { dbExitMerge(&session_); }
 
 std::string Session::dataTypeName() const {
     char name[NAME_BUFFER] = "";
-    check(dbGetTypeNamesMerge(0, 0, name, START_WALK), "data type");
+    check(dbGetTypeNamesMerge(0, 0, name, DB_WALK_FIRST), "data type");
     return toUtf8(name, Encoding::Cp437);
 }
 
@@ -146,9 +140,10 @@ Table::Table(const Database &database, const std::string &name, const std::strin
              const Delimiters &delimiters, Access access)
     : session_(database.session()), label_(label), buffer_(LONG_TEXT_BUFFER) {
     bool readOnly = access == Access::Read;
-    check(dbOpenTableMerge(subtype, database.handle(), name.c_str(), readOnly ? 1 : 0, readOnly ? 0 : 1, &handle_,
-                           delimiters.field.c_str(), delimiters.record.c_str(), delimiters.quote.c_str(),
-                           delimiters.ignore.c_str(), 0));
+    check(dbOpenTableMerge(subtype, database.handle(), name.c_str(),
+                           readOnly ? DB_ACCESS_READ_ONLY : DB_ACCESS_READ_WRITE,
+                           readOnly ? DB_SHARED_FOR_READING : DB_EXCLUSIVE, &handle_, delimiters.field.c_str(),
+                           delimiters.record.c_str(), delimiters.quote.c_str(), delimiters.ignore.c_str(), 0));
 }
 
 Table::~Table() {
@@ -157,13 +152,13 @@ Table::~Table() {
 
 uint16_t Table::kind() const {
     uint16_t kind = 0;
-    check(dbGetTableInfoMerge(handle_, &kind, TABLE_KIND));
+    check(dbGetTableInfoMerge(handle_, &kind, DB_TABLE_ITEM_KIND));
     return kind;
 }
 
 uint16_t Table::fieldCount() const {
     uint16_t count = 0;
-    check(dbGetTableInfoMerge(handle_, &count, TABLE_FIELD_COUNT));
+    check(dbGetTableInfoMerge(handle_, &count, DB_TABLE_ITEM_FIELD_COUNT));
     return count;
 }
 
@@ -176,7 +171,7 @@ std::vector<std::string> Table::fieldNames() const {
 
 std::array<uint16_t, 4> Table::fieldNumbers(uint16_t index) const {
     std::array<uint16_t, 4> numbers{};
-    check(dbGetFieldInfoHMerge(handle_, index, numbers.data(), FIELD_NUMBERS));
+    check(dbGetFieldInfoHMerge(handle_, index, numbers.data(), DB_FIELD_ITEM_NUMBERS));
     return numbers;
 }
 

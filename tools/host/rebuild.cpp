@@ -100,7 +100,9 @@ void copyKept(const TableFile &file, uint64_t dataEnd, const std::vector<Extent>
 void takeOwnership(const TableFile &file, int fd) {
     struct stat facts{};
     if (::stat(file.path.c_str(), &facts) != 0) failed(file.label, "could not be examined");
-    if (::fchown(fd, facts.st_uid, facts.st_gid) != 0 && errno != EPERM) failed(file.label, "could not be given its owner");
+    if (::fchown(fd, facts.st_uid, facts.st_gid) != 0 && errno != EPERM) {
+        failed(file.label, "could not be given its owner");
+    }
     if (::fchmod(fd, facts.st_mode & 07777) != 0) failed(file.label, "could not be given its permissions");
 }
 
@@ -132,7 +134,9 @@ void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<E
     takeOwnership(file, rebuilt.fd());
     if (::fsync(rebuilt.fd()) != 0) failed(file.label, "the new table could not be synced");
     check(locateTable(rebuilt.path().string()));
-    if (::rename(rebuilt.path().c_str(), file.path.c_str()) != 0) failed(file.label, "the new table could not take its place");
+    if (::rename(rebuilt.path().c_str(), file.path.c_str()) != 0) {
+        failed(file.label, "the new table could not take its place");
+    }
     rebuilt.placed();
     syncDirectory(file.directory(), file.label);
 }

@@ -299,7 +299,8 @@ void RecordScanner::countFields(ScannedRecord &record) const {
     };
     auto closesAt = [&](size_t position) {
         size_t behind = position + d.quote.size();
-        bool ignoreBehind = d.ignore.empty() ? behind < bytes.size() && bytes[behind] == '\0' : standsAt(d.ignore, behind);
+        bool ignoreBehind =
+            d.ignore.empty() ? behind < bytes.size() && bytes[behind] == '\0' : standsAt(d.ignore, behind);
         return standsAt(d.quote, position) && (standsAt(d.field, behind) || standsAt(d.record, behind) || ignoreBehind);
     };
     bool inField = false;

@@ -41,7 +41,8 @@ void takeLineEnds(TableFormat &format, const LineEnds &ends, const FormatRequest
     }
     std::string counts = lineEndCounts(ends);
     if (ends.cr != 0 || request.ignore) {
-        throw Failure(label, "the line ends are mixed (" + counts + " in the first " + std::to_string(SNIFF_BYTES / 1024) +
+        throw Failure(label, "the line ends are mixed (" + counts + " in the first " +
+                                 std::to_string(SNIFF_BYTES / 1024) +
                                  " KiB); name the one that ends records with --record-delimiter");
     }
     format.delimiters.record = "\n";
@@ -115,7 +116,9 @@ std::vector<std::pair<std::string, std::string>> describeFormat(const TableForma
     }
     const Delimiters &d = format.delimiters;
     std::string record = withOrigin(delimiterText(d.record), format.recordOrigin);
-    if (!format.mixedLineEnds.empty()) record += ", with CR ignored: the line ends are mixed (" + format.mixedLineEnds + ")";
+    if (!format.mixedLineEnds.empty()) {
+        record += ", with CR ignored: the line ends are mixed (" + format.mixedLineEnds + ")";
+    }
     return {
         {"field delimiter", withOrigin(delimiterText(d.field), format.fieldOrigin)},
         {"record delimiter", record},
