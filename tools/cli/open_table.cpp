@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "output.h"
+#include "record_scan.h"
 
 namespace mergedb::cli {
 namespace {
@@ -111,6 +112,24 @@ host::TableFormat prepared(host::TableFormat format, const TableFile &file, cons
     return format;
 }
 
+// What keeps the driver from opening a table that the checks before let
+// pass, said with what to do about it.
+std::string openFailure(const host::DriverError &error) {
+    switch (error.code()) {
+    case ERR_OPEN:
+        return error.reason() + " Another process may hold it open for writing, or be committing it: try again "
+                                "when that is done.";
+    case ERR_END_OF_FILE:
+        return error.reason() + " The driver found no whole first record to learn the fields from: the line has " +
+               "no record delimiter behind it (insert --fix-end adds one; --record-delimiter names another), or " +
+               "the tagged document is cut short.";
+    case ERR_RECORD_TOO_LONG:
+        return error.reason() + " The first record, which names or counts the fields, is longer than the " +
+               std::to_string(host::LONGEST_RECORD) + " bytes that the driver reads.";
+    default: return error.reason();
+    }
+}
+
 }  // namespace
 
 host::FormatRequest formatRequest(const Invocation &invocation, std::string_view prefix) {
@@ -192,9 +211,7 @@ OpenTable::OpenTable(const Invocation &invocation, const std::string &argument, 
                              "); LF ends a record and CR is ignored. --record-delimiter names the one to take");
     }
 } catch (const host::DriverError &error) {
-    if (error.code() != ERR_OPEN) throw;
-    throw Failure(labelOf(argument), error.reason() + " Another process may hold it open for writing, or be "
-                                                      "committing it: try again when that is done.");
+    throw Failure(labelOf(argument), openFailure(error));
 }
 
 IssuePrinter::~IssuePrinter() {

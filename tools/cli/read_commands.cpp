@@ -103,20 +103,16 @@ void writeBackward(const Invocation &invocation, OpenTable &open) {
 
 std::string describeTable(const Invocation &invocation, const std::string &name) {
     try {
-        host::TableFile file = host::locateTable(name);
-        host::TableFormat format = host::resolveFormat(file, formatRequest(invocation));
-        host::Session session;
-        host::Database database(session, format.subtype(), "");
-        host::Table table(database, file.driverName, name, format.subtype(), format.delimiters, Access::Read);
-        uint16_t fields = table.fieldCount();
-        std::string line = std::string(host::kindName(table.kind())) + "\t" + std::to_string(fields) +
+        OpenTable open(invocation, name, Access::Read);
+        uint16_t fields = open.table.fieldCount();
+        std::string line = std::string(host::kindName(open.table.kind())) + "\t" + std::to_string(fields) +
                            (fields == 1 ? " field" : " fields");
-        if (!format.tagged) {
-            line += "\t" + host::delimiterText(format.delimiters.field) + " " +
-                    host::delimiterText(format.delimiters.record) + " " +
-                    std::string(host::encodingName(format.encoding));
+        if (!open.format.tagged) {
+            const host::Delimiters &d = open.format.delimiters;
+            line += "\t" + host::delimiterText(d.field) + " " + host::delimiterText(d.record) + " " +
+                    std::string(host::encodingName(open.format.encoding));
         }
-        table.close();
+        open.table.close();
         return line;
     } catch (const Failure &failure) {
         std::error_code error;
