@@ -198,6 +198,12 @@ test_Files() {
   expect_error 1 "the name holds '€' (U+20AC), which code page 437" dump 'x€.csv'
   cp contacts.txt café.csv
   expect 0 "$records" dump café.csv
+  cp contacts.txt 'a–b.csv'
+  run tables --long .
+  grep -qxF "$(printf "café.csv\ttext\t3 fields\t',' CR LF code page 437")" "$out" &&
+    grep -qx "a.b.csv.not a table: its name holds characters that the driver's code pages lack" "$out" ||
+    fail "tables: $(cat "$out")"
+  rm 'a–b.csv'
   cat contacts1.doc | expect 0 'Name,City\nJosé Núñez,Sevilla\n' find --field 1 --field 2 - 'Name=jos*'
   expect_error 2 'standard input (-) can be read, not changed' delete - --where 1=a
   # A commit keeps the table's permission bits, and so does a rewrite.

@@ -102,6 +102,12 @@ void writeBackward(const Invocation &invocation, OpenTable &open) {
 }
 
 std::string describeTable(const Invocation &invocation, const std::string &name) {
+    // The driver lists a name that its code pages can't hold with a stand-in
+    // for each character it lacks, which names no file.
+    std::error_code error;
+    if (!std::filesystem::exists(std::filesystem::symlink_status(name, error))) {
+        return "not a table: its name holds characters that the driver's code pages lack";
+    }
     try {
         OpenTable open(invocation, name, Access::Read);
         uint16_t fields = open.table.fieldCount();
@@ -115,10 +121,6 @@ std::string describeTable(const Invocation &invocation, const std::string &name)
         open.table.close();
         return line;
     } catch (const Failure &failure) {
-        std::error_code error;
-        if (name.find('?') != std::string::npos && !std::filesystem::exists(name, error)) {
-            return "not a table: its name holds characters that the driver's code pages lack";
-        }
         return "not a table: " + failure.reason();
     }
 }
