@@ -198,8 +198,9 @@ uint16_t quotedStretch(ValueBuilder &value, DelimitedSplit &split) {
 // the parse cursor step by step. A failure of build leaves the entry as the
 // steps had left it.
 template <typename TakeWhole, typename Build>
-uint16_t extractValue(ValueBuilder value, uint16_t blockExtra, uint16_t capacityExtra, TakeWhole takeWhole,
-                      Build build) {
+uint16_t extractValue(ParseCursor &record, uint8_t *building, FieldEntry &entry, uint16_t blockExtra,
+                      uint16_t capacityExtra, TakeWhole takeWhole, Build build) {
+    ValueBuilder value{record, building, entry};
     if (uint16_t code = openValue(value)) return code;
     if (!takeWhole(value)) {
         if (uint16_t code = build(value)) return keepPartialValue(value, code);
@@ -291,8 +292,8 @@ uint16_t extractTaggedField(ParseCursor &record, uint8_t *building, StopScan &st
         return 0;
     };
     auto takeWhole = [&stops](ValueBuilder &value) { return takeWholeTagged(value, stops); };
-    ValueBuilder value{record, building, entry};
-    if (uint16_t code = extractValue(value, TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE, takeWhole, build)) {
+    if (uint16_t code = extractValue(record, building, entry, TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE,
+                                     takeWhole, build)) {
         return code;
     }
     return record.skipLine();
@@ -332,7 +333,7 @@ uint16_t extractDelimitedField(ParseCursor &record, uint8_t *building, Delimited
         return 0;
     };
     auto takeWhole = [&split](ValueBuilder &value) { return takeWholeDelimited(value, split); };
-    return extractValue(ValueBuilder{record, building, entry}, 1, 0, takeWhole, build);
+    return extractValue(record, building, entry, 1, 0, takeWhole, build);
 }
 
 }  // namespace
