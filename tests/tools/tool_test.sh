@@ -151,6 +151,9 @@ test_Whole() {
   expect_error 1 'its last record has no record delimiter (CR LF) behind it' insert open.csv 1=Cy 2=Pisa
   expect 0 'inserted 1 record\n' insert --fix-end open.csv 1=Cy 2=Pisa
   printf 'Ann,Oslo\r\nBob,Rome\r\n"Cy","Pisa"\r\n' | cmp -s - open.csv || fail "open.csv: $(od -c open.csv)"
+  local half
+  half=$(head -c 15000 /dev/zero | tr '\0' x)
+  expect_error 1 'the new record would be longer than the 28672 bytes' insert open.csv 1="$half" 2="$half"
   # A record over the driver's limit is passed over, and the walk goes on.
   { printf 'a,b\r\nc,'; head -c 30000 /dev/zero | tr '\0' x; printf '\r\ne,f\r\n'; } >long.csv
   expect 1 'a,b\ne,f\n' dump long.csv

@@ -71,7 +71,8 @@ std::optional<int> fieldNumber(const std::string &name) {
 // A delimited table without fields takes them from its first record. Read
 // back, they are numbered from 1 by position, so the record holds the fields
 // 1 up to the highest number named.
-void putNumbered(const Invocation &invocation, OpenTable &open, const std::vector<Assignment> &given) {
+std::vector<std::string> putNumbered(const Invocation &invocation, OpenTable &open,
+                                     const std::vector<Assignment> &given) {
     std::map<int, Change> values;
     for (const Assignment &assignment : given) {
         std::optional<int> number = fieldNumber(assignment.name);
@@ -80,10 +81,13 @@ void putNumbered(const Invocation &invocation, OpenTable &open, const std::vecto
         }
         values[*number] = stored(invocation, open.format, 0, assignment);
     }
+    std::vector<std::string> image;
     for (int number = 1; number <= values.rbegin()->first; ++number) {
         auto value = values.find(number);
-        open.table.putByName(std::to_string(number), value == values.end() ? "" : value->second.bytes);
+        image.push_back(value == values.end() ? "" : value->second.bytes);
+        open.table.putByName(std::to_string(number), image.back());
     }
+    return image;
 }
 
 // Whether a delimited file ends with its record delimiter (a final byte 26
@@ -150,10 +154,19 @@ int runInsert(const Invocation &invocation) {
                             values);
     }
     table.clear();
+    std::vector<std::string> image(empty ? 0 : table.fieldCount());
     if (empty) {
-        putNumbered(invocation, open, values);
+        image = putNumbered(invocation, open, values);
     } else {
-        for (const Change &change : changes) table.put(change.index, change.bytes);
+        for (const Change &change : changes) {
+            table.put(change.index, change.bytes);
+            image[change.index] = change.bytes;
+        }
+    }
+    if (recordSize(open.format, table.kind(), image) > host::LONGEST_RECORD) {
+        throw Failure(open.file.label, "the new record would be longer than the " +
+                                           std::to_string(host::LONGEST_RECORD) +
+                                           " bytes of the longest record that the driver reads; nothing was changed");
     }
     table.insert();
     table.close();
