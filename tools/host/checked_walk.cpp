@@ -175,14 +175,15 @@ std::vector<std::string> CheckedWalk::allBytes() {
     return all;
 }
 
-// The driver's walk and the scan agree; the driver's own last record must
-// then be the record where the walk ended.
+// The driver's walk and the scan agree; the driver's own last record, found
+// from the end of the file, must then be the record where the walk ended.
 void CheckedWalk::finish() {
     ended_ = true;
     if (issues_ != 0 || fileRecords_ == 0) return;
     std::vector<std::string> walked = allBytes();
     if (table_.last() == Moved::Record && allBytes() == walked) return;
-    report(current_, "the driver's last record is not the one where its walk ended; the walk may have missed records");
+    report(current_, "the driver finds another last record when it reads from the end (the table's bytes read one "
+                     "way forward and another backward), so a walk back does not show what this walk shows");
 }
 
 size_t scanTable(const TableFile &file, const TableFormat &format, uint16_t fieldCount, const IssueSink &sink) {

@@ -50,7 +50,8 @@ public:
         fd_ = ::open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
         if (fd_ < 0) throw Failure(file.label, std::strerror(errno));
         end_ = file.size;
-        if (end_ > 0 && byteAt(end_ - 1) == END_OF_DATA_MARK) --end_;
+        markedEnd_ = end_ > 0 && byteAt(end_ - 1) == END_OF_DATA_MARK;
+        end_ -= markedEnd_ ? 1 : 0;
     }
     ~RecordSource() { ::close(fd_); }
     RecordSource(const RecordSource &) = delete;
@@ -58,6 +59,8 @@ public:
 
     uint64_t position() const { return start_ + cursor_; }
     uint64_t end() const { return end_; }
+    // Whether the file's last byte is a 26, which is no data.
+    bool markedEnd() const { return markedEnd_; }
     bool atEnd() const { return position() >= end_; }
     void seek(uint64_t offset) {
         start_ = offset;
@@ -121,6 +124,7 @@ private:
     size_t cursor_ = 0;
     size_t filled_ = 0;
     uint64_t end_ = 0;
+    bool markedEnd_ = false;
 };
 
 RecordScanner::RecordScanner(const TableFile &file, const TableFormat &format)
@@ -258,7 +262,9 @@ bool RecordScanner::takeToken(ScannedRecord &record) {
 }
 
 // A record runs to its end mark (byte 5, or the function token 52) and on
-// to the next line end; the end of the data ends it anywhere.
+// to the next line end. The end of the data ends it anywhere, unless a byte
+// 26 follows: the driver reads that byte as part of the record, and then
+// finds the file at its end.
 ScannedRecord RecordScanner::taggedRecord() {
     ScannedRecord record;
     record.offset = source_->position();
@@ -277,10 +283,12 @@ ScannedRecord RecordScanner::taggedRecord() {
         if (!marked) {
             marked = lead == RECORD_END_MARK || (lead == FUNCTION_LEAD && code == FUNCTION_RECORD_END);
         } else if (lead == LINE_END || lead == RECORD_LINE_END) {
-            break;
+            record.length = source_->position() - record.offset;
+            return record;
         }
     }
     record.length = source_->position() - record.offset;
+    if (source_->markedEnd() && record.fault == RecordFault::None) record.fault = RecordFault::Unterminated;
     return record;
 }
 
