@@ -19,13 +19,6 @@ const OptionSpec *findOption(const CommandSpec &command, std::string_view name) 
     return found == command.options.end() ? nullptr : &*found;
 }
 
-std::optional<int> hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return std::nullopt;
-}
-
 }  // namespace
 
 std::string helpText(const CommandSpec &command) {
@@ -115,33 +108,6 @@ std::vector<Assignment> Invocation::assignments(const std::vector<std::string> &
     std::vector<Assignment> all;
     for (const std::string &argument : arguments) all.push_back(assignment(argument));
     return all;
-}
-
-std::optional<std::string> unescape(std::string_view text) {
-    std::string bytes;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '\\') {
-            bytes.push_back(text[i]);
-            continue;
-        }
-        char escape = ++i < text.size() ? text[i] : '\0';
-        switch (escape) {
-        case 't': bytes.push_back('\t'); break;
-        case 'r': bytes.push_back('\r'); break;
-        case 'n': bytes.push_back('\n'); break;
-        case '\\': bytes.push_back('\\'); break;
-        case 'x': {
-            std::optional<int> high = i + 1 < text.size() ? hexDigit(text[i + 1]) : std::nullopt;
-            std::optional<int> low = i + 2 < text.size() ? hexDigit(text[i + 2]) : std::nullopt;
-            if (!high || !low || (*high == 0 && *low == 0)) return std::nullopt;
-            bytes.push_back(static_cast<char>(*high * 16 + *low));
-            i += 2;
-            break;
-        }
-        default: return std::nullopt;
-        }
-    }
-    return bytes;
 }
 
 }  // namespace mergedb::cli

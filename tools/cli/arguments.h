@@ -75,8 +75,4 @@ private:
     std::vector<std::pair<std::string_view, std::string>> options_;
 };
 
-// The bytes of a delimiter argument: \t, \r, \n, \\ and \xNN stand for their
-// byte. Nothing when an escape is malformed or gives a NUL.
-std::optional<std::string> unescape(std::string_view text);
-
 }  // namespace mergedb::cli

@@ -2,10 +2,10 @@
 #include <unistd.h>
 
 #include "commands.h"
+#include "edit_support.h"
 #include "open_table.h"
 #include "output.h"
 #include "rebuild.h"
-#include "store.h"
 
 namespace mergedb::cli {
 namespace {
@@ -13,6 +13,10 @@ namespace {
 using host::Access;
 using host::CheckedWalk;
 using host::Failure;
+using host::recordSize;
+using host::Stored;
+using host::storedName;
+using host::storedValue;
 
 constexpr mode_t NEW_FILE = 0666;  // less the umask, as any new file
 
@@ -80,7 +84,7 @@ std::vector<std::string> taggedNames(const std::vector<std::string> &names, uint
     for (const std::string &name : names) {
         Stored field = storedName(kind, name, lossy);
         if (!field.problem.empty()) {
-            throw Failure(label, "the field name '" + name + "' " + field.problem + (lossy ? "" : " (see --lossy)"));
+            throw Failure(label, "the field name '" + name + "' " + refusalText(field) + (lossy ? "" : " (see --lossy)"));
         }
         stored.push_back(field.bytes);
     }
@@ -106,7 +110,7 @@ void insertRecord(const Copy &copy, const std::vector<std::string> &values, cons
         if (!value.problem.empty()) {
             std::string hint = copy.target.format.tagged ? "" : " (see the --to- options)";
             throw Failure(copy.label,
-                          where + ", field " + std::to_string(field + 1) + ": the value " + value.problem + hint);
+                          where + ", field " + std::to_string(field + 1) + ": the value " + refusalText(value) + hint);
         }
         stored.push_back(value.bytes);
     }

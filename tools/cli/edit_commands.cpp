@@ -14,7 +14,6 @@
 #include "match.h"
 #include "open_table.h"
 #include "output.h"
-#include "store.h"
 
 namespace mergedb::cli {
 namespace {
@@ -22,6 +21,10 @@ namespace {
 using host::Access;
 using host::CheckedWalk;
 using host::Failure;
+using host::recordSize;
+using host::Stored;
+using host::storedName;
+using host::storedValue;
 using host::Moved;
 
 constexpr int MOST_FIELDS = 1000;
@@ -36,7 +39,7 @@ struct Change {
 Change stored(const Invocation &invocation, const host::TableFormat &format, uint16_t index,
               const Assignment &assignment) {
     Stored value = storedValue(format, assignment.value, invocation.has("--lossy"));
-    if (!value.problem.empty()) invocation.fail("the value for " + assignment.name + " " + value.problem);
+    if (!value.problem.empty()) invocation.fail("the value for " + assignment.name + " " + refusalText(value));
     return {index, assignment.name, assignment.value, value.bytes};
 }
 
@@ -128,7 +131,7 @@ std::vector<std::string> newFieldNames(const Invocation &invocation, uint16_t ki
     for (const std::string &argument : given) {
         Stored name =
             kind == DB_KIND_DELIMITED ? storedValue(format, argument, false) : storedName(kind, argument, false);
-        if (!name.problem.empty()) invocation.fail("the field name '" + argument + "' " + name.problem);
+        if (!name.problem.empty()) invocation.fail("the field name '" + argument + "' " + refusalText(name));
         if (!seen.insert(folded(argument)).second) invocation.fail("the field name '" + argument + "' is given twice");
         names.push_back(name.bytes);
     }

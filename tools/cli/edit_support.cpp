@@ -22,6 +22,10 @@ void requireChoice(const Invocation &invocation, const std::string &label, size_
                              " every record (a '*' stands for any run of characters)");
 }
 
+std::string refusalText(const host::Stored &stored) {
+    return stored.problem + (stored.lossyHelps ? "; --lossy stores '?' for it" : "");
+}
+
 std::string whereText(const host::CheckedWalk &walk) {
     return "record " + std::to_string(walk.number()) + " at byte " + std::to_string(walk.offset());
 }

@@ -8,6 +8,7 @@
 #include "arguments.h"
 #include "checked_walk.h"
 #include "open_table.h"
+#include "store.h"
 
 namespace mergedb::cli {
 
@@ -20,6 +21,9 @@ void requireWholeForEdit(const std::string &label, const host::CheckedWalk &walk
 // An example that fits every record of a table of several is more often a
 // mistake than a wish: it needs --all.
 void requireChoice(const Invocation &invocation, const std::string &label, size_t fitting, size_t records);
+
+// Why a value or name can't be stored, with --lossy named where it helps.
+std::string refusalText(const host::Stored &stored);
 
 // "record 5 at byte 1234" for the current record of a walk.
 std::string whereText(const host::CheckedWalk &walk);

@@ -23,20 +23,6 @@ constexpr std::string_view STANDARD_INPUT = "-";
 constexpr size_t ISSUES_SHOWN = 20;
 constexpr size_t SPOOL_BLOCK = 1 << 16;
 
-struct DelimiterOption {
-    std::string_view name;
-    std::optional<std::string> host::FormatRequest::*member;
-    size_t longest;
-    bool mayBeEmpty;
-};
-
-constexpr DelimiterOption DELIMITER_OPTIONS[] = {
-    {"field-delimiter", &host::FormatRequest::fieldDelimiter, 20, false},
-    {"record-delimiter", &host::FormatRequest::recordDelimiter, 20, false},
-    {"quote", &host::FormatRequest::quote, 4, true},
-    {"ignore", &host::FormatRequest::ignore, 20, true},
-};
-
 std::string labelOf(const std::string &argument) {
     return argument == STANDARD_INPUT ? "standard input" : argument;
 }
@@ -134,21 +120,12 @@ std::string openFailure(const host::DriverError &error) {
 
 host::FormatRequest formatRequest(const Invocation &invocation, std::string_view prefix) {
     host::FormatRequest request;
-    for (const DelimiterOption &option : DELIMITER_OPTIONS) {
-        std::string name = std::string(prefix) + std::string(option.name);
+    for (std::string_view option : host::formatOptionNames()) {
+        std::string name = std::string(prefix) + std::string(option);
         std::optional<std::string> given = invocation.value(name);
         if (!given) continue;
-        std::optional<std::string> bytes = unescape(*given);
-        if (!bytes) invocation.fail(name + " '" + *given + "' has a bad escape; use \\t, \\r, \\n, \\\\ or \\xNN");
-        if (bytes->empty() && !option.mayBeEmpty) invocation.fail(name + " can't be empty");
-        if (bytes->size() > option.longest) {
-            invocation.fail(name + " takes at most " + std::to_string(option.longest) + " bytes");
-        }
-        request.*option.member = *bytes;
-    }
-    if (std::optional<std::string> name = invocation.value(std::string(prefix) + "encoding")) {
-        request.encoding = host::encodingNamed(*name);
-        if (!request.encoding) invocation.fail("unknown encoding '" + *name + "'; utf8, cp1252 or cp437");
+        host::OptionTaken taken = host::takeFormatOption(request, option, *given);
+        if (taken.problem) invocation.fail(name + " " + *taken.problem);
     }
     request.header = prefix == "--" && invocation.has("--header");
     return request;

@@ -70,9 +70,9 @@ std::optional<char> storedByte(char32_t character, TextTarget target) {
 std::string refusal(char32_t character, TextTarget target) {
     std::string what = "holds " + describeCharacter(character);
     if (target.printableAsciiOnly) {
-        return what + ", and the driver writes only printable ASCII into a tagged document; --lossy stores '?' for it";
+        return what + ", and the driver writes only printable ASCII into a tagged document";
     }
-    return what + ", which " + std::string(encodingName(target.encoding)) + " lacks; --lossy stores '?' for it";
+    return what + ", which " + std::string(encodingName(target.encoding)) + " lacks";
 }
 
 }  // namespace
@@ -212,6 +212,7 @@ Encoded fromUtf8(std::string_view utf8, TextTarget target, bool lossy) {
             encoded.bytes.push_back('?');
         } else {
             encoded.problem = refusal(*character, target);
+            encoded.lossyHelps = true;
             return encoded;
         }
     }

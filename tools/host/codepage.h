@@ -46,6 +46,7 @@ struct TextTarget {
 struct Encoded {
     std::string bytes;
     std::string problem;  // empty when every character went in
+    bool lossyHelps = false;  // the problem is a character the target lacks
 };
 
 // UTF-8 text in the target's encoding. The first character that the target

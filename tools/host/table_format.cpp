@@ -9,6 +9,57 @@
 namespace mergedb::host {
 namespace {
 
+struct DelimiterOption {
+    std::string_view name;
+    std::optional<std::string> FormatRequest::*member;
+    size_t longest;
+    bool mayBeEmpty;
+};
+
+constexpr DelimiterOption DELIMITER_OPTIONS[] = {
+    {"field-delimiter", &FormatRequest::fieldDelimiter, 20, false},
+    {"record-delimiter", &FormatRequest::recordDelimiter, 20, false},
+    {"quote", &FormatRequest::quote, 4, true},
+    {"ignore", &FormatRequest::ignore, 20, true},
+};
+constexpr std::string_view ENCODING_OPTION = "encoding";
+
+std::optional<int> hexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return std::nullopt;
+}
+
+// The bytes of a delimiter option: \t, \r, \n, \\ and \xNN stand for their
+// byte. Nothing when an escape is malformed or gives a NUL.
+std::optional<std::string> unescape(std::string_view text) {
+    std::string bytes;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            bytes.push_back(text[i]);
+            continue;
+        }
+        char escape = ++i < text.size() ? text[i] : '\0';
+        switch (escape) {
+        case 't': bytes.push_back('\t'); break;
+        case 'r': bytes.push_back('\r'); break;
+        case 'n': bytes.push_back('\n'); break;
+        case '\\': bytes.push_back('\\'); break;
+        case 'x': {
+            std::optional<int> high = i + 1 < text.size() ? hexDigit(text[i + 1]) : std::nullopt;
+            std::optional<int> low = i + 2 < text.size() ? hexDigit(text[i + 2]) : std::nullopt;
+            if (!high || !low || (*high == 0 && *low == 0)) return std::nullopt;
+            bytes.push_back(static_cast<char>(*high * 16 + *low));
+            i += 2;
+            break;
+        }
+        default: return std::nullopt;
+        }
+    }
+    return bytes;
+}
+
 std::string sampleOf(const TableFile &file) {
     std::string sample(std::min<uint64_t>(file.size, SNIFF_BYTES), '\0');
     std::ifstream in(file.path, std::ios::binary);
@@ -60,6 +111,33 @@ std::string withOrigin(const std::string &text, Origin origin) {
 }
 
 }  // namespace
+
+OptionTaken takeFormatOption(FormatRequest &request, std::string_view name, std::string_view value) {
+    if (name == ENCODING_OPTION) {
+        request.encoding = encodingNamed(value);
+        if (request.encoding) return {true, std::nullopt};
+        return {true, "names an unknown encoding '" + std::string(value) + "'; utf8, cp1252 or cp437"};
+    }
+    for (const DelimiterOption &option : DELIMITER_OPTIONS) {
+        if (option.name != name) continue;
+        std::optional<std::string> bytes = unescape(value);
+        if (!bytes) return {true, "'" + std::string(value) + "' has a bad escape; use \\t, \\r, \\n, \\\\ or \\xNN"};
+        if (bytes->empty() && !option.mayBeEmpty) return {true, "can't be empty"};
+        if (bytes->size() > option.longest) {
+            return {true, "takes at most " + std::to_string(option.longest) + " bytes"};
+        }
+        request.*option.member = *bytes;
+        return {true, std::nullopt};
+    }
+    return {};
+}
+
+std::vector<std::string_view> formatOptionNames() {
+    std::vector<std::string_view> names;
+    for (const DelimiterOption &option : DELIMITER_OPTIONS) names.push_back(option.name);
+    names.push_back(ENCODING_OPTION);
+    return names;
+}
 
 TableFormat newDelimitedFormat(const FormatRequest &request) {
     TableFormat format;

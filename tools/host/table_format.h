@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -25,6 +26,21 @@ struct FormatRequest {
     std::optional<Encoding> encoding;
     bool header = false;
 };
+
+// Takes one of the host's options that say how to read delimited text, by
+// its name without dashes: field-delimiter, record-delimiter, quote and
+// ignore, whose values may hold the escapes \t, \r, \n, \\ and \xNN, and
+// encoding. Gives why the value can't be taken, as words that follow the
+// option's name, or nothing when it was taken; known is false for a name
+// that is none of them.
+struct OptionTaken {
+    bool known = false;
+    std::optional<std::string> problem;
+};
+OptionTaken takeFormatOption(FormatRequest &request, std::string_view name, std::string_view value);
+
+// The names that takeFormatOption knows, in the order of its help.
+std::vector<std::string_view> formatOptionNames();
 
 // Where a setting came from.
 enum class Origin : uint8_t { Given, Found, Default };

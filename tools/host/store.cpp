@@ -4,7 +4,7 @@
 
 #include "mergedb/mergedb.h"
 
-namespace mergedb::cli {
+namespace mergedb::host {
 namespace {
 
 constexpr size_t LONGEST_VALUE = 31999;  // the text that one put can store
@@ -19,7 +19,7 @@ constexpr size_t RECORD_END_1 = 11;
 // A quoted value reads back split where a quote touches a string that
 // closes the quote: the scanner looks at the byte behind a quote, the
 // backward walk at the byte in front of it.
-bool quoteTouchesDelimiter(const host::Delimiters &delimiters, std::string_view value, size_t at) {
+bool quoteTouchesDelimiter(const Delimiters &delimiters, std::string_view value, size_t at) {
     auto opensString = [&delimiters](char c) {
         return c == delimiters.field.front() || c == delimiters.record.front() ||
                (!delimiters.ignore.empty() && c == delimiters.ignore.front());
@@ -32,7 +32,7 @@ bool quoteTouchesDelimiter(const host::Delimiters &delimiters, std::string_view 
     return (after < value.size() && opensString(value[after])) || (at > 0 && closesString(value[at - 1]));
 }
 
-std::string delimitedProblem(const host::Delimiters &delimiters, std::string_view value) {
+std::string delimitedProblem(const Delimiters &delimiters, std::string_view value) {
     if (delimiters.quote.empty()) {
         for (const std::string *text : {&delimiters.field, &delimiters.record, &delimiters.ignore}) {
             if (!text->empty() && value.find(*text) != std::string_view::npos) {
@@ -52,18 +52,18 @@ std::string delimitedProblem(const host::Delimiters &delimiters, std::string_vie
 
 }  // namespace
 
-Stored storedValue(const host::TableFormat &format, const std::string &utf8, bool lossy) {
-    host::Encoded encoded = host::fromUtf8(utf8, format.textTarget(), lossy);
-    if (!encoded.problem.empty()) return {"", encoded.problem};
+Stored storedValue(const TableFormat &format, const std::string &utf8, bool lossy) {
+    Encoded encoded = fromUtf8(utf8, format.textTarget(), lossy);
+    if (!encoded.problem.empty()) return {"", encoded.problem, encoded.lossyHelps};
     if (encoded.bytes.size() > LONGEST_VALUE) return {"", "is longer than " + std::to_string(LONGEST_VALUE) + " bytes"};
     std::string problem = format.tagged ? "" : delimitedProblem(format.delimiters, encoded.bytes);
     return {encoded.bytes, problem};
 }
 
 Stored storedName(uint16_t kind, const std::string &utf8, bool lossy) {
-    host::Encoded encoded = host::fromUtf8(utf8.empty() && lossy ? "?" : utf8, {host::Encoding::Cp437, true}, lossy);
+    Encoded encoded = fromUtf8(utf8.empty() && lossy ? "?" : utf8, {Encoding::Cp437, true}, lossy);
     std::string &name = encoded.bytes;
-    if (!encoded.problem.empty()) return {"", encoded.problem};
+    if (!encoded.problem.empty()) return {"", encoded.problem, encoded.lossyHelps};
     if (name.empty()) return {"", "is empty"};
     if (name.size() > LONGEST_FIELD_NAME) {
         return {"", "is longer than " + std::to_string(LONGEST_FIELD_NAME) + " bytes"};
@@ -75,7 +75,7 @@ Stored storedName(uint16_t kind, const std::string &utf8, bool lossy) {
     return {name, ""};
 }
 
-size_t recordSize(const host::TableFormat &format, uint16_t kind, const std::vector<std::string> &values) {
+size_t recordSize(const TableFormat &format, uint16_t kind, const std::vector<std::string> &values) {
     size_t size = 0;
     for (const std::string &value : values) {
         if (!format.tagged) {
@@ -90,4 +90,4 @@ size_t recordSize(const host::TableFormat &format, uint16_t kind, const std::vec
     return size + (kind == DB_KIND_TAGGED_1 ? RECORD_END_1 : RECORD_END_0);
 }
 
-}  // namespace mergedb::cli
+}  // namespace mergedb::host
