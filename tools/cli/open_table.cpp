@@ -72,23 +72,11 @@ TableFile standardInput() {
     return file;
 }
 
-// What a commit needs: to write the table, and to rename it in its
-// directory.
-void requireWritable(const TableFile &file) {
-    if (::access(file.path.c_str(), W_OK) != 0) {
-        throw Failure(file.label, "is read-only (no permission to write it); nothing was changed");
-    }
-    if (::access(file.directory().c_str(), W_OK | X_OK) != 0) {
-        throw Failure(file.label, "its directory " + file.directory().string() +
-                                      " is read-only, and a commit renames the table there; nothing was changed");
-    }
-}
-
 TableFile enteredTable(const Invocation &invocation, const std::string &argument, Access access) {
     TableFile file = namedTable(invocation, argument, access);
     if (::access(file.path.c_str(), R_OK) != 0) throw Failure(file.label, "can't be read: permission denied");
+    if (access == Access::Write) host::requireEditable(file);
     mindBackup(file, access);
-    if (access == Access::Write) requireWritable(file);
     enterDirectory(file);
     return file;
 }
@@ -153,20 +141,10 @@ void enterDirectory(const TableFile &file) {
 }
 
 void mindBackup(const TableFile &file, Access access) {
+    if (!file.backupPresent || access == Access::Write) return;
     std::string stem = file.name.substr(0, file.name.find('.'));
-    if (access == Access::Write && file.backupName == file.name) {
-        throw Failure(file.label, "is named like the driver's backup of a table " + stem +
-                                      ".*, so a commit would write over it; copy it to another name to change it");
-    }
-    if (!file.backupPresent) return;
-    std::string leftover = file.backupName + " lies beside it, left by a commit of it (or of another " + stem +
-                           ".* table) that did not finish";
-    if (access == Access::Write) {
-        throw Failure(file.label, leftover +
-                                      "; a commit would fail on it, so nothing was changed. Run mergedb recover " +
-                                      file.label + " first");
-    }
-    note(file.label, "note: " + leftover + "; see mergedb recover " + file.label);
+    note(file.label, "note: " + file.backupName + " lies beside it, left by a commit of it (or of another " + stem +
+                         ".* table) that did not finish; see mergedb recover " + file.label);
 }
 
 void mindBackupAfterCommit(const TableFile &file) {

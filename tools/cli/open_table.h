@@ -36,7 +36,7 @@ host::TableFile namedTable(const Invocation &invocation, const std::string &argu
 void enterDirectory(const host::TableFile &file);
 
 // Says on stderr that a backup lies beside the table, for a command that
-// reads; refuses an edit, whose commit would fail on it.
+// reads (an edit has refused it before).
 void mindBackup(const host::TableFile &file, host::Access access);
 
 // Says on stderr that the backup lies beside the table after a commit that

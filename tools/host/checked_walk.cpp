@@ -15,10 +15,25 @@ std::string fieldsText(size_t count) { return std::to_string(count) + (count == 
 
 std::string bytesText(uint64_t count) { return std::to_string(count) + (count == 1 ? " byte" : " bytes"); }
 
-// What keeps the driver from reading a record, or from reading all of it,
-// as far as the scan shows; empty when nothing does.
-std::string scanProblem(const ScannedRecord &record, const TableFormat &format, uint16_t fieldCount,
-                        uint64_t dataEnd) {
+bool leftOut(const ScannedRecord &record, uint16_t fieldCount, bool tagged) {
+    return record.fault != RecordFault::None || (!tagged && record.fields < fieldCount);
+}
+
+std::string whereText(const ScannedRecord &record, size_t fileRecord, bool header) {
+    std::string at = " at byte " + std::to_string(record.offset);
+    if (header && fileRecord == 1) return "the header record" + at;
+    return "record " + std::to_string(fileRecord - (header ? 1 : 0)) + at;
+}
+
+std::string withoutBom(std::string bytes, const TableFormat &format, bool firstOfFile) {
+    if (firstOfFile && format.bomLength != 0 && bytes.starts_with(UTF8_BOM)) bytes.erase(0, UTF8_BOM.size());
+    return bytes;
+}
+
+}  // namespace
+
+std::string recordProblem(const ScannedRecord &record, const TableFormat &format, uint16_t fieldCount,
+                          uint64_t dataEnd) {
     switch (record.fault) {
     case RecordFault::TooLong:
         return "has " + bytesText(record.length) + ", more than the " + std::to_string(LONGEST_RECORD) +
@@ -51,23 +66,6 @@ std::string scanProblem(const ScannedRecord &record, const TableFormat &format, 
     }
     return "";
 }
-
-bool leftOut(const ScannedRecord &record, uint16_t fieldCount, bool tagged) {
-    return record.fault != RecordFault::None || (!tagged && record.fields < fieldCount);
-}
-
-std::string whereText(const ScannedRecord &record, size_t fileRecord, bool header) {
-    std::string at = " at byte " + std::to_string(record.offset);
-    if (header && fileRecord == 1) return "the header record" + at;
-    return "record " + std::to_string(fileRecord - (header ? 1 : 0)) + at;
-}
-
-std::string withoutBom(std::string bytes, const TableFormat &format, bool firstOfFile) {
-    if (firstOfFile && format.bomLength != 0 && bytes.starts_with(UTF8_BOM)) bytes.erase(0, UTF8_BOM.size());
-    return bytes;
-}
-
-}  // namespace
 
 std::string decodeValue(std::string bytes, const TableFormat &format, bool firstOfFile) {
     return toUtf8(withoutBom(std::move(bytes), format, firstOfFile), format.encoding);
@@ -135,7 +133,7 @@ bool CheckedWalk::next() {
 }
 
 bool CheckedWalk::accepted(Moved moved) {
-    std::string problem = scanProblem(current_, format_, fieldCount_, scanner_.dataEnd());
+    std::string problem = recordProblem(current_, format_, fieldCount_, scanner_.dataEnd());
     if (moved == Moved::End) {
         report(current_, problem.empty() ? "the driver's walk ends here, before the end of the table" : problem);
         jump_ = current_.fault == RecordFault::TooLong;
@@ -186,16 +184,19 @@ void CheckedWalk::finish() {
                      "way forward and another backward), so a walk back does not show what this walk shows");
 }
 
-size_t scanTable(const TableFile &file, const TableFormat &format, uint16_t fieldCount, const IssueSink &sink) {
+size_t scanTable(const TableFile &file, const TableFormat &format, uint16_t fieldCount, const IssueSink &sink,
+                 std::vector<uint64_t> *offsets) {
     RecordScanner scanner(file, format);
     bool header = format.headerRecord();
     size_t records = 0;
     size_t read = 0;
     while (std::optional<ScannedRecord> record = scanner.next()) {
         ++records;
-        std::string problem = scanProblem(*record, format, fieldCount, scanner.dataEnd());
+        std::string problem = recordProblem(*record, format, fieldCount, scanner.dataEnd());
         if (!problem.empty() && sink) sink({whereText(*record, records, header), problem});
-        read += !leftOut(*record, fieldCount, format.tagged) && !(header && records == 1);
+        bool data = !leftOut(*record, fieldCount, format.tagged) && !(header && records == 1);
+        if (data && offsets != nullptr) offsets->push_back(record->offset);
+        read += data;
     }
     return read;
 }

@@ -87,8 +87,15 @@ private:
 
 // The records of a table by the host's scan alone, with the issues that the
 // scan can tell without the driver. fieldCount is the table's. Gives the
-// number of data records that the driver reads.
-size_t scanTable(const TableFile &file, const TableFormat &format, uint16_t fieldCount, const IssueSink &sink);
+// number of data records that the driver reads, and their offsets in
+// offsets, if given.
+size_t scanTable(const TableFile &file, const TableFormat &format, uint16_t fieldCount, const IssueSink &sink,
+                 std::vector<uint64_t> *offsets = nullptr);
+
+// What keeps the driver from reading a scanned record, or from reading all
+// of it, as far as the scan shows; empty when nothing does.
+std::string recordProblem(const ScannedRecord &record, const TableFormat &format, uint16_t fieldCount,
+                          uint64_t dataEnd);
 
 // A value as the driver gives it, as UTF-8; the first value of the first
 // record loses the byte-order mark of the file.

@@ -177,6 +177,10 @@ std::array<uint16_t, 4> Table::fieldNumbers(uint16_t index) const {
 
 Moved Table::jump(uint32_t offset) { return moved(dbGetRecordMerge(handle_, 0, nullptr, offset)); }
 
+Moved Table::find(bool first) {
+    return moved(dbFindRecordMerge(handle_, 0, 0, 0, first ? DB_WALK_FIRST : DB_WALK_NEXT, DB_BLANK_MATCHES_ANY));
+}
+
 std::string Table::value(uint16_t index) {
     uint16_t length = 0;
     check(dbGetFieldValueHMerge(handle_, index, buffer_.data(), DB_TYPE_LONG_TEXT, &length));

@@ -121,6 +121,11 @@ public:
     Moved previous() { return moved(dbPrevMerge(handle_, 0, nullptr)); }
     // Reads the record at a file offset; the walk goes on from there.
     Moved jump(uint32_t offset);
+    // The next record that fits the example of the values put since clear(),
+    // ignoring case, with a '*' ending a prefix; first starts the search at
+    // the first record, else it goes on behind the current one. The driver
+    // ends a search at a record it can't read as it ends it at the end.
+    Moved find(bool first);
     const std::string &moveError() const { return moveError_; }
 
     // The bytes of a value as the driver gives them.

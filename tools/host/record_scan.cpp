@@ -13,6 +13,8 @@ namespace mergedb::host {
 namespace {
 
 constexpr size_t READ_BLOCK = 1 << 20;
+// The first read after a jump: a scan of one record from there needs little.
+constexpr size_t FIRST_READ_AFTER_JUMP = 4096;
 constexpr unsigned char END_OF_DATA_MARK = 26;
 constexpr size_t HEADER_BYTES = 16;
 constexpr size_t DOC_OFFSET_AT = 4;
@@ -62,9 +64,11 @@ public:
     // Whether the file's last byte is a 26, which is no data.
     bool markedEnd() const { return markedEnd_; }
     bool atEnd() const { return position() >= end_; }
-    void seek(uint64_t offset) {
+    // Goes on from offset; a jump reads small first and more each time.
+    void seek(uint64_t offset, bool jump = false) {
         start_ = offset;
         cursor_ = filled_ = 0;
+        readSize_ = jump ? FIRST_READ_AFTER_JUMP : buffer_.size();
     }
 
     // Keeps the bytes from the position on in the buffer, as many as the
@@ -103,7 +107,9 @@ private:
         filled_ = kept;
         need += cursor_;
         while (filled_ < need && start_ + filled_ < end_) {
-            size_t wanted = static_cast<size_t>(std::min<uint64_t>(buffer_.size() - filled_, end_ - start_ - filled_));
+            size_t room = std::min(buffer_.size() - filled_, std::max(readSize_, need - filled_));
+            readSize_ = std::min(readSize_ * 2, buffer_.size());
+            size_t wanted = static_cast<size_t>(std::min<uint64_t>(room, end_ - start_ - filled_));
             ssize_t got = ::pread(fd_, buffer_.data() + filled_, wanted, static_cast<off_t>(start_ + filled_));
             if (got < 0 && errno == EINTR) continue;
             if (got <= 0) throw Failure(label_, got < 0 ? std::strerror(errno) : "the file became shorter while read");
@@ -120,6 +126,7 @@ private:
     int fd_ = -1;
     std::vector<char> buffer_;
     uint64_t start_ = 0;  // the file offset of buffer_[0]
+    size_t readSize_ = READ_BLOCK;  // the least that the next read asks for
     uint64_t mark_ = 0;
     size_t cursor_ = 0;
     size_t filled_ = 0;
@@ -149,6 +156,11 @@ RecordScanner::RecordScanner(const TableFile &file, const TableFormat &format)
 RecordScanner::~RecordScanner() = default;
 
 uint64_t RecordScanner::dataEnd() const { return source_->end(); }
+
+void RecordScanner::restartAt(uint64_t offset) {
+    source_->seek(offset, true);
+    ended_ = false;
+}
 
 std::optional<ScannedRecord> RecordScanner::next() {
     if (ended_ || source_->atEnd()) return std::nullopt;

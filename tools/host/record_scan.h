@@ -58,6 +58,9 @@ public:
     // counted; nothing at the end of the data. Once a record with the fault
     // Unterminated, UnclosedQuote or Damaged is given, nothing follows it.
     std::optional<ScannedRecord> next();
+    // Scans on from offset, as if a record began there: the host's look at
+    // one record whose start it knows or supposes.
+    void restartAt(uint64_t offset);
     // Where the data ends: the file's size, less a final byte 26.
     uint64_t dataEnd() const;
     // Where the first data record begins.

@@ -1,6 +1,7 @@
 #include "table_file.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -87,6 +88,26 @@ TableFile plannedTable(const std::string &argument) {
     }
     examine(file);
     return file;
+}
+
+void requireEditable(const TableFile &file) {
+    std::string stem = file.name.substr(0, file.name.find('.'));
+    if (file.backupName == file.name) {
+        throw Failure(file.label, "is named like the driver's backup of a table " + stem +
+                                      ".*, so a commit would write over it; copy it to another name to change it");
+    }
+    if (file.backupPresent) {
+        throw Failure(file.label, file.backupName + " lies beside it, left by a commit of it (or of another " + stem +
+                                      ".* table) that did not finish; a commit would fail on it, so nothing was " +
+                                      "changed. Run mergedb recover " + file.label + " first");
+    }
+    if (::access(file.path.c_str(), W_OK) != 0) {
+        throw Failure(file.label, "is read-only (no permission to write it); nothing was changed");
+    }
+    if (::access(file.directory().c_str(), W_OK | X_OK) != 0) {
+        throw Failure(file.label, "its directory " + file.directory().string() +
+                                      " is read-only, and a commit renames the table there; nothing was changed");
+    }
 }
 
 std::string driverName(std::string_view utf8, const std::string &label) {

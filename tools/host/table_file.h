@@ -40,6 +40,13 @@ TableFile locateTable(const std::string &argument);
 // looked at as locateTable does.
 TableFile plannedTable(const std::string &argument);
 
+// What a commit of the table needs, refused with the reason and what to do:
+// a name that is not the driver's backup name of the table itself, no
+// backup beside it (a commit that did not finish, which the next commit
+// would fail on), and the permission to write the table and to rename it
+// in its directory. Throws a Failure saying that nothing was changed.
+void requireEditable(const TableFile &file);
+
 // The name in code page 437. The driver takes names in that page and gives
 // them to the file system through Windows-1252, so every character must be
 // in both; throws a Failure naming the first that is not.
