@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "codepage.h"
+#include "json_text.h"
 
 namespace mergedb::cli {
 namespace {
@@ -37,26 +38,6 @@ std::string csvField(std::string_view value) {
     return quoted + '"';
 }
 
-// The values are valid UTF-8 already, so only ASCII needs a look.
-std::string jsonString(std::string_view utf8) {
-    std::string out = "\"";
-    out.reserve(utf8.size() + 2);
-    for (char c : utf8) {
-        auto byte = static_cast<unsigned char>(c);
-        if (byte == '"' || byte == '\\') {
-            out += '\\';
-            out += c;
-        } else if (byte < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(byte));
-            out += escaped;
-        } else {
-            out += c;
-        }
-    }
-    return out + '"';
-}
-
 class CsvWriter : public RecordWriter {
 public:
     explicit CsvWriter(bool withHeader) : withHeader_(withHeader) {}
@@ -76,15 +57,9 @@ class JsonWriter : public RecordWriter {
 public:
     void header(const std::vector<std::string> &names) override {
         keys_.clear();
-        for (const std::string &name : names) keys_.push_back(jsonString(name));
+        for (const std::string &name : names) keys_.push_back(host::jsonString(name));
     }
-    void record(const std::vector<std::string> &values) override {
-        std::string text = "{";
-        for (size_t i = 0; i < values.size(); ++i) {
-            text += (i == 0 ? "" : ",") + keys_[i] + ":" + jsonString(values[i]);
-        }
-        writeOut(text + "}\n");
-    }
+    void record(const std::vector<std::string> &values) override { writeOut(host::jsonObject(keys_, values) + "\n"); }
 
 private:
     std::vector<std::string> keys_;

@@ -66,10 +66,9 @@ std::vector<uint64_t> RecordLocator::places(uint64_t low, uint64_t high, bool li
     return found;
 }
 
-RecordLocator::Found RecordLocator::startBefore(uint64_t end, const std::function<bool(uint64_t)> &confirm) {
-    Found found;
+std::optional<uint64_t> RecordLocator::startBefore(uint64_t end, const std::function<bool(uint64_t)> &confirm) {
     uint64_t floor = std::max(firstRecordOffset(), end > LONGEST_RECORD ? end - LONGEST_RECORD : 0);
-    if (end <= floor) return found;
+    if (end <= floor) return std::nullopt;
     // Bytes in front of a place tell whether it is one: the delimiter, or
     // the mark and line end.
     uint64_t lookBehind = std::max<uint64_t>(format_.delimiters.record.size(), 3);
@@ -81,22 +80,14 @@ RecordLocator::Found RecordLocator::startBefore(uint64_t end, const std::functio
             for (uint64_t place : places(low, high, likely)) {
                 scanner_.restartAt(place);
                 std::optional<ScannedRecord> record = scanner_.next();
-                if (!record || record->offset + record->length != end) continue;
-                if (record->fault != RecordFault::None) {
-                    if (!found.unread) found.unread = record;
-                    continue;
-                }
-                if (confirm(place)) {
-                    found.start = place;
-                    found.unread.reset();
-                    return found;
-                }
+                bool whole = record && record->fault == RecordFault::None && record->offset + record->length == end;
+                if (whole && confirm(place)) return place;
             }
             if (low == floor) break;
             high = low;
         }
     }
-    return found;
+    return std::nullopt;
 }
 
 }  // namespace mergedb::host

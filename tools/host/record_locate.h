@@ -32,17 +32,9 @@ public:
     RecordLocator(const RecordLocator &) = delete;
     RecordLocator &operator=(const RecordLocator &) = delete;
 
-    struct Found {
-        std::optional<uint64_t> start;
-        // When no place was confirmed: a record that runs up to the end but
-        // that the driver does not read (the file ends inside it), if the
-        // scan met one.
-        std::optional<ScannedRecord> unread;
-    };
-
     // The start of the record that ends at end, not before the first record
-    // of the file.
-    Found startBefore(uint64_t end, const std::function<bool(uint64_t start)> &confirm);
+    // of the file; nothing when no place was confirmed.
+    std::optional<uint64_t> startBefore(uint64_t end, const std::function<bool(uint64_t start)> &confirm);
 
     // Where the first record of the file begins, and where the data ends.
     uint64_t firstRecordOffset() const { return scanner_.firstRecordOffset(); }

@@ -1,0 +1,153 @@
+#include "commit.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <limits>
+
+#include "checked_walk.h"
+#include "in_directory.h"
+#include "record_scan.h"
+#include "store.h"
+
+namespace mergedb::sql {
+namespace {
+
+using host::Failure;
+
+// The driver rewrites a table at its 200th pending delete.
+constexpr size_t DELETES_PER_COMPACTION = 200;
+
+std::vector<std::string> storedBytes(const Source &source, const std::vector<std::string> &values) {
+    std::vector<std::string> bytes;
+    for (size_t i = 0; i < values.size(); ++i) {
+        host::Stored stored = host::storedValue(source.format(), values[i], false);
+        if (!stored.problem.empty()) {
+            throw Failure(source.label(), "the value for " + source.fields()[i] + " " + stored.problem);
+        }
+        bytes.push_back(std::move(stored.bytes));
+    }
+    return bytes;
+}
+
+// The bytes of the file behind its data (a final byte 26, which an insert
+// writes over), kept so that a failed insert can be taken back.
+class FileEnd {
+public:
+    FileEnd(const host::TableFile &file, uint64_t dataEnd) : file_(file), dataEnd_(dataEnd) {
+        tail_.resize(file.size - dataEnd);
+        int fd = ::open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
+        bool read = fd >= 0 && ::pread(fd, tail_.data(), tail_.size(), static_cast<off_t>(dataEnd)) ==
+                                   static_cast<ssize_t>(tail_.size());
+        if (fd >= 0) ::close(fd);
+        if (!read) throw Failure(file.label, "its end could not be read; nothing was changed");
+    }
+    // Cuts what the inserts appended and puts the old end back.
+    void restore() const {
+        int fd = ::open(file_.path.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd < 0) return;
+        bool done = ::ftruncate(fd, static_cast<off_t>(dataEnd_)) == 0 &&
+                    ::pwrite(fd, tail_.data(), tail_.size(), static_cast<off_t>(dataEnd_)) ==
+                        static_cast<ssize_t>(tail_.size());
+        ::close(fd);
+        if (!done) throw Failure(file_.label, "the records inserted before the failure could not be taken back");
+    }
+
+private:
+    const host::TableFile &file_;
+    uint64_t dataEnd_;
+    std::string tail_;
+};
+
+// Updates and deletes, in the order of the file, each at its record.
+void editRecords(const Source &source, host::Table &table, const Pending &pending) {
+    for (const auto &[rowid, change] : pending.changes()) {
+        if (change.edit == Edit::Insert) continue;
+        if (rowid > std::numeric_limits<uint32_t>::max() ||
+            table.jump(static_cast<uint32_t>(rowid)) != host::Moved::Record) {
+            throw Failure(source.label(), "the record at byte " + std::to_string(rowid) +
+                                              " can't be read again; nothing was changed");
+        }
+        if (change.edit == Edit::Delete) {
+            table.remove();
+            continue;
+        }
+        std::vector<std::string> bytes = storedBytes(source, change.values);
+        bool changed = false;
+        for (uint16_t i = 0; i < source.fieldCount(); ++i) {
+            bool first = i == 0 && rowid == 0 && source.format().bomLength != 0;
+            if (host::decodeValue(table.value(i), source.format(), first) == change.values[i]) continue;
+            table.put(i, bytes[i]);
+            changed = true;
+        }
+        if (changed) table.update();
+    }
+}
+
+void insertRecords(const Source &source, host::Table &table, const Pending &pending) {
+    for (const auto &[rowid, change] : pending.changes()) {
+        if (change.edit != Edit::Insert) continue;
+        std::vector<std::string> bytes = storedBytes(source, change.values);
+        table.clear();
+        for (uint16_t i = 0; i < source.fieldCount(); ++i) {
+            if (!bytes[i].empty()) table.put(i, bytes[i]);
+        }
+        table.insert();
+    }
+}
+
+}  // namespace
+
+EditBase prepareEdit(Source &source) {
+    source.refresh();
+    host::requireEditable(source.file());
+    EditBase base{source.stamp(), 0};
+    std::unique_ptr<host::Table> table = source.open(host::Access::Read);
+    host::CheckedWalk walk(*table, source.file(), source.format(), [&source](const host::Issue &issue) {
+        notWhole(source.label(), issue.where, issue.what + "; nothing was changed");
+    });
+    while (walk.next()) {
+        for (uint16_t i = 0; i < walk.fieldCount(); ++i) walk.value(i);
+    }
+    base.dataEnd = walk.dataEnd();
+    return base;
+}
+
+void checkRecord(const Source &source, const std::vector<std::string> &values) {
+    std::vector<std::string> bytes = storedBytes(source, values);
+    if (host::recordSize(source.format(), source.kind(), bytes) > host::LONGEST_RECORD) {
+        throw Failure(source.label(), "the record would be longer than the " + std::to_string(host::LONGEST_RECORD) +
+                                          " bytes of the longest record that the driver reads");
+    }
+}
+
+void applyChanges(Source &source, const Pending &pending, const EditBase &base) {
+    if (pending.empty()) return;
+    source.refresh();
+    if (!(source.stamp() == base.stamp)) {
+        throw Failure(source.label(), "was changed by another program since this transaction read it; nothing "
+                                      "was changed (roll back, and make the changes again)");
+    }
+    host::requireEditable(source.file());
+    if (pending.deletes() >= DELETES_PER_COMPACTION) {
+        throw Failure(source.label(), "a transaction deletes at most " + std::to_string(DELETES_PER_COMPACTION - 1) +
+                                          " records of a table, since the driver rewrites it at its " +
+                                          std::to_string(DELETES_PER_COMPACTION) +
+                                          "th delete; nothing was changed (mergedb delete makes many deletes at once)");
+    }
+    FileEnd end(source.file(), base.dataEnd);
+    std::unique_ptr<host::Table> table = source.open(host::Access::Write);
+    editRecords(source, *table, pending);
+    try {
+        insertRecords(source, *table, pending);
+    } catch (const Failure &) {
+        end.restore();
+        throw;
+    }
+    host::InDirectory here(source.file().directory(), source.label());
+    table->close();
+}
+
+}  // namespace mergedb::sql

@@ -1,0 +1,39 @@
+// How the changes of a transaction reach a table's file: checked when a
+// statement makes them, applied at the commit through the driver's own
+// edits, in one open of the table: each changed record is reached by a
+// jump to its rowid, updated or deleted there, the new records are
+// inserted, and the close commits through the driver's backup.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "pending.h"
+#include "source.h"
+
+namespace mergedb::sql {
+
+// The table as a transaction found it before its first change.
+struct EditBase {
+    Stamp stamp;
+    uint64_t dataEnd = 0;
+};
+
+// What a change needs before anything else, as the tool's edits need it:
+// the table may be changed (no backup beside it, not read-only) and reads
+// whole through the driver, every value too. Throws a Failure otherwise.
+EditBase prepareEdit(Source &source);
+
+// A record that a statement writes, as UTF-8 values of every field: each
+// value must be one the table can store and read back the same, and the
+// record no longer than the driver reads. Throws a Failure naming the
+// field.
+void checkRecord(const Source &source, const std::vector<std::string> &values);
+
+// Applies the changes to the file. Refuses, changing nothing, a file that
+// another program changed since base was taken, a backup that came beside
+// it, and as many deletes as make the driver rewrite the table in the
+// middle (which would put part of the transaction in the file).
+void applyChanges(Source &source, const Pending &pending, const EditBase &base);
+
+}  // namespace mergedb::sql

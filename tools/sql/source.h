@@ -1,0 +1,87 @@
+// A table as SQL sees it: the file that the arguments name, found and read
+// as the tool finds and reads it (the same checks of the file, the same
+// guesses of delimiters and encoding), with its fields as columns. The
+// driver opens it from inside its directory, by its bare name.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "arguments.h"
+#include "driver.h"
+#include "table_file.h"
+#include "table_format.h"
+
+namespace mergedb::sql {
+
+// What tells whether a file is still the one that was read: its inode,
+// size and time of change.
+struct Stamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    uint64_t size = 0;
+    int64_t changedNanos = 0;
+    bool operator==(const Stamp &) const = default;
+};
+
+class Source {
+public:
+    explicit Source(const TableArguments &arguments);
+
+    const host::TableFile &file() const { return file_; }
+    const host::TableFormat &format() const { return format_; }
+    const std::string &label() const { return file_.label; }
+    uint16_t fieldCount() const { return static_cast<uint16_t>(fields_.size()); }
+    uint16_t kind() const { return kind_; }
+    // The names of the fields as UTF-8, as the tool shows them.
+    const std::vector<std::string> &fields() const { return fields_; }
+    // The same, made unique ignoring case, as SQL needs its column names.
+    std::vector<std::string> columnNames() const;
+    // Where the first data record can begin: behind a tagged document's head,
+    // else at the start of the file (the header record stands there).
+    uint64_t firstRecordOffset() const { return firstRecord_; }
+
+    // The table through the driver, opened in its directory.
+    std::unique_ptr<host::Table> open(host::Access access) const;
+    // The file as it is on the disk now; throws when it is gone.
+    Stamp stamp() const;
+    // Looks at the file again: its size and a backup beside it.
+    void refresh();
+
+    // The file read whole at stamp, by the host's scan alone, with the data
+    // records' offsets; kept while the file stays as it was.
+    const std::vector<uint64_t> &surveyedOffsets();
+
+private:
+    host::TableFile file_;
+    host::TableFormat format_;
+    host::Session session_;
+    std::unique_ptr<host::Database> database_;
+    std::vector<std::string> fields_;
+    uint16_t kind_ = 0;
+    uint64_t firstRecord_ = 0;
+    std::optional<Stamp> surveyed_;
+    std::vector<uint64_t> offsets_;
+};
+
+// Throws a Failure naming where the table is not whole: the issue of a
+// walk, for SQL.
+[[noreturn]] void notWhole(const std::string &label, const std::string &where, const std::string &what);
+
+// Throws the Failure that tells why the driver did not read a table as the
+// host's scan does: the first issue of that scan, or what the driver did.
+[[noreturn]] void explainNotWhole(Source &source, const std::string &where, const std::string &what);
+
+// A value as the driver gives it, as UTF-8, or a Failure when a UTF-8
+// table holds bytes that are not (as a checked walk would tell it); offset
+// gives the record's place for that message.
+std::string textOf(const Source &source, std::string bytes, bool firstOfFile,
+                   const std::function<uint64_t()> &offset);
+
+}  // namespace mergedb::sql
