@@ -180,6 +180,18 @@ std::vector<CommandSpec> makeCommands() {
                    "begins with FF 5A 52 4E) is left alone.",
                    TABLE_NOTE}),
          DELIMITED, runRecover},
+        {"sql", "STATEMENTS", 1, 1, "run SQL over the tables of a directory",
+         describe({"Runs the SQL statements (SQLite's SQL) over the tables of the directory of\n"
+                   "--db, the current one by default. Each table is there under its file name\n"
+                   "(\"contacts.doc\") and under its stem (contacts1) where no other table has the\n"
+                   "same stem. Columns are the fields, values are text, and the rowid is the\n"
+                   "record's place in the file. A query's rows are written as dump writes them.\n"
+                   "INSERT, UPDATE and DELETE change the file when their transaction commits;\n"
+                   "a statement that fails changes nothing.",
+                   TABLE_NOTE}),
+         join({{{"--db", "DIR", "the directory of the tables (default: the current one)"}},
+               {OUTPUT.begin(), OUTPUT.begin() + 1}, {OUTPUT.begin() + 2, OUTPUT.end()}, DELIMITED}),
+         runSql},
     };
 }
 

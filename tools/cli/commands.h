@@ -24,5 +24,6 @@ int runDelete(const Invocation &invocation);
 int runCreate(const Invocation &invocation);
 int runConvert(const Invocation &invocation);
 int runRecover(const Invocation &invocation);
+int runSql(const Invocation &invocation);
 
 }  // namespace mergedb::cli

@@ -25,7 +25,7 @@ std::vector<std::string> storedBytes(const Source &source, const std::vector<std
     for (size_t i = 0; i < values.size(); ++i) {
         host::Stored stored = host::storedValue(source.format(), values[i], false);
         if (!stored.problem.empty()) {
-            throw Failure(source.label(), "the value for " + source.fields()[i] + " " + stored.problem);
+            throw Failure(source.label(), "the value for field \"" + source.fields()[i] + "\" " + stored.problem);
         }
         bytes.push_back(std::move(stored.bytes));
     }

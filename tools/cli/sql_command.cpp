@@ -1,0 +1,162 @@
+// sql: SQL over the tables of a directory, through SQLite and the module
+// mergedb (tools/sql), linked in. Every table is there under its file name,
+// and under its stem where no other table has the same; results are
+// written as dump writes records.
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <stdexcept>
+
+#include "commands.h"
+#include "open_table.h"
+#include "output.h"
+
+extern "C" int sqlite3_mergedbsqlite_init(sqlite3 *db, char **error, const sqlite3_api_routines *api);
+
+namespace mergedb::cli {
+namespace {
+
+using host::Failure;
+
+class Connection {
+public:
+    Connection() {
+        sqlite3_auto_extension(reinterpret_cast<void (*)()>(sqlite3_mergedbsqlite_init));
+        if (sqlite3_open(":memory:", &db_) != SQLITE_OK) throw Failure("sql", "SQLite could not start");
+    }
+    ~Connection() { sqlite3_close(db_); }
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+    sqlite3 *get() const { return db_; }
+    std::string error() const { return sqlite3_errmsg(db_); }
+
+private:
+    sqlite3 *db_ = nullptr;
+};
+
+std::string sqlQuoted(const std::string &text, char quote) {
+    std::string out(1, quote);
+    for (char c : text) out += c == quote ? std::string(2, c) : std::string(1, c);
+    return out + quote;
+}
+
+std::string lowered(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; });
+    return text;
+}
+
+// The options of a delimited table, as the module takes them.
+std::string moduleOptions(const Invocation &invocation) {
+    std::string options;
+    for (std::string_view option : host::formatOptionNames()) {
+        std::optional<std::string> given = invocation.value("--" + std::string(option));
+        if (!given) continue;
+        std::string name(option);
+        std::replace(name.begin(), name.end(), '-', '_');
+        options += ", " + name + "=" + sqlQuoted(*given, '\'');
+    }
+    return options + (invocation.has("--header") ? ", header=yes" : "");
+}
+
+// The names that SQL gives each table: its file name, and its stem where
+// that is no other table's name or stem (SQL names ignore case).
+std::map<std::string, std::string> sqlNames(const std::vector<std::string> &files) {
+    std::map<std::string, size_t> stems;
+    std::set<std::string> names;
+    for (const std::string &file : files) {
+        names.insert(lowered(file));
+        ++stems[lowered(std::filesystem::path(file).stem().string())];
+    }
+    std::map<std::string, std::string> tables;
+    for (const std::string &file : files) {
+        tables[file] = file;
+        std::string stem = std::filesystem::path(file).stem().string();
+        if (stem != file && stems[lowered(stem)] == 1 && !names.contains(lowered(stem))) tables[stem] = file;
+    }
+    return tables;
+}
+
+class Tables {
+public:
+    Tables(const Invocation &invocation, Connection &connection) {
+        std::string directory = invocation.value("--db").value_or(".");
+        std::error_code error;
+        if (!std::filesystem::is_directory(directory, error)) throw Failure(directory, "there is no such directory");
+        host::Session session;
+        host::Database database(session, DB_SUBTYPE_DELIMITED, host::driverName(directory, directory));
+        std::vector<std::string> files;
+        for (const std::string &name : database.tableNames()) files.push_back(host::toUtf8(name, host::Encoding::Cp437));
+        std::string options = moduleOptions(invocation);
+        for (const auto &[name, file] : sqlNames(files)) {
+            std::string path = (std::filesystem::path(directory) / file).string();
+            std::string create = "CREATE VIRTUAL TABLE temp." + sqlQuoted(name, '"') + " USING mergedb(" +
+                                 sqlQuoted(path, '\'') + options + ")";
+            if (sqlite3_exec(connection.get(), create.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
+                refused_[lowered(name)] = connection.error();
+            }
+        }
+    }
+    // An error of SQLite, with the reason why a table it did not find was
+    // left out.
+    std::string explained(const std::string &error) const {
+        const std::string missing = "no such table: ";
+        if (!error.starts_with(missing)) return error;
+        std::string name = error.substr(missing.size());
+        if (name.starts_with("temp.")) name.erase(0, 5);
+        auto found = refused_.find(lowered(name));
+        return found == refused_.end() ? error : error + " (" + found->second + ")";
+    }
+
+private:
+    std::map<std::string, std::string> refused_;
+};
+
+// Runs one statement, writing the rows of a query.
+void runStatement(const Invocation &invocation, Connection &connection, const Tables &tables, sqlite3_stmt *statement) {
+    int columns = sqlite3_column_count(statement);
+    std::unique_ptr<RecordWriter> writer;
+    if (columns > 0) {
+        std::string format = invocation.value("--format").value_or("csv");
+        writer = makeWriter(format, !invocation.has("--no-header"));
+        if (!writer) invocation.fail("unknown format '" + format + "'; csv, json or table");
+        std::vector<std::string> names;
+        for (int i = 0; i < columns; ++i) names.emplace_back(sqlite3_column_name(statement, i));
+        writer->header(names);
+    }
+    int result = SQLITE_ROW;
+    while ((result = sqlite3_step(statement)) == SQLITE_ROW) {
+        std::vector<std::string> values;
+        for (int i = 0; i < columns; ++i) {
+            const auto *text = reinterpret_cast<const char *>(sqlite3_column_text(statement, i));
+            values.emplace_back(text == nullptr ? "" : text);
+        }
+        writer->record(values);
+    }
+    if (writer) writer->finish();
+    if (result != SQLITE_DONE) throw std::runtime_error(tables.explained(connection.error()));
+}
+
+}  // namespace
+
+int runSql(const Invocation &invocation) {
+    Connection connection;
+    Tables tables(invocation, connection);
+    const std::string &text = invocation.operands()[0];
+    const char *rest = text.c_str();
+    while (*rest != '\0') {
+        sqlite3_stmt *statement = nullptr;
+        if (sqlite3_prepare_v2(connection.get(), rest, -1, &statement, &rest) != SQLITE_OK) {
+            throw std::runtime_error(tables.explained(connection.error()));
+        }
+        if (statement == nullptr) continue;  // only a comment or blanks were left
+        std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)> owned(statement, sqlite3_finalize);
+        runStatement(invocation, connection, tables, statement);
+    }
+    return 0;
+}
+
+}  // namespace mergedb::cli
