@@ -1,0 +1,165 @@
+#!/usr/bin/env bash
+# Drives the SQL layer as people do: the sqlite3 shell with .load, Python's
+# sqlite3 module and the tool's sql command, on copies of the sample and on
+# tables written here; checks what they print and the files' bytes.
+#
+#   sql_test.sh GROUP TOOL EXTENSION SAMPLE_DIRECTORY SOURCE_DIRECTORY
+set -u
+group=$1
+tool=$2
+extension=$3
+sample=$4
+source=$5
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mkdir "$work/db" && cd "$work/db" || exit 1
+cp "$sample"/* .
+printf 'id;name;city\n1;Zoë;Köln\n2;José;Sevilla\n3;Ann;Oslo\n4;Bob;Oslo\n' >people.csv
+failures=0
+
+fail() {
+  echo "FAIL: $*"
+  failures=$((failures + 1))
+}
+
+# The sqlite3 shell, instrumented builds need their runtime loaded first.
+shell() { ${SQL_PRELOAD:+env LD_PRELOAD="$SQL_PRELOAD"} sqlite3 "$@"; }
+
+# run_sql STATEMENTS: runs STATEMENTS after loading the extension and making
+# the tables c (contacts.doc), t (contacts.txt) and p (people.csv).
+run_sql() {
+  printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE c USING mergedb('contacts.doc');" \
+    "CREATE VIRTUAL TABLE t USING mergedb('contacts.txt');" \
+    "CREATE VIRTUAL TABLE p USING mergedb('people.csv', header=yes);" "$1" | shell -bail :memory: 2>&1
+}
+
+# sql EXPECTED STATEMENTS: what they print, with backslash escapes.
+sql() {
+  local got
+  got=$(run_sql "$2")
+  [ "$got" = "$(printf '%b' "$1")" ] || fail "$2: printed: $got"
+}
+
+# sql_error TEXT STATEMENTS: they must tell TEXT.
+sql_error() {
+  local got
+  got=$(run_sql "$2")
+  grep -qF -- "$1" <<<"$got" || fail "$2: printed: $got"
+}
+
+same() { cmp -s "$1" "$2" || fail "$1 changed: $(od -c "$1" | head -4)"; }
+
+test_Reads() {
+  sql 'José Núñez|José\nZoë Müller|Zoë' \
+    "SELECT c.Name, p.name FROM c JOIN p ON p.city = c.City ORDER BY c.Name;"
+  sql 'Oslo|2\nKöln|1\nSevilla|1' "SELECT city, count(*) FROM p GROUP BY city ORDER BY count(*) DESC, city;"
+  # Rowids are the records' offsets; a jump reads one record, and a place
+  # inside a record names none.
+  sql '13|26|42|53\nAnn\n53\n42' "SELECT group_concat(rowid, '|') FROM p;
+    SELECT name FROM p WHERE rowid = 42; SELECT name FROM p WHERE rowid = 44;
+    SELECT rowid FROM p ORDER BY rowid DESC LIMIT 2;"
+  # The walk back gives the records of a forward walk in reverse, with the
+  # same rowids, also where a quoted value holds a line end.
+  printf 'a,b\r\n"x\r\ny",1\r\n"2\r\n",z\r\nlast,"\r\n"\r\n' >quoted.csv
+  for table in contacts.doc:Name contacts1.doc:Name contacts.txt:1 quoted.csv:1; do
+    record="rowid || ':' || hex(\"${table#*:}\") AS r FROM q"
+    got=$(printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE q USING mergedb('${table%:*}');" \
+      "SELECT group_concat(r, '|') FROM (SELECT $record);" \
+      "SELECT group_concat(r, '|') FROM (SELECT $record ORDER BY rowid DESC);" | shell -bail :memory: 2>&1)
+    forward=$(echo "$got" | head -1 | tr '|' '\n' | tac | paste -sd'|')
+    [ -n "$forward" ] && [ "$forward" = "$(echo "$got" | tail -1)" ] || fail "$table: walks differ: $got"
+  done
+  sql 'Ana, "Annie" Lee\nFrançois Gaël' "SELECT \"1\" FROM t ORDER BY rowid DESC LIMIT 2;"
+  sql 'Zoë Müller|Köln' "SELECT Name, City FROM c WHERE Name LIKE 'zo%' AND City GLOB 'K*';"
+  sql '{"id":"3","name":"Ann","city":"Oslo"}' \
+    "SELECT record FROM mergedb('people.csv', 'header=yes', 'field_delimiter=;') WHERE record->>'name' = 'Ann';"
+  plan=$(printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE p USING mergedb('people.csv', header=yes);" \
+    "EXPLAIN QUERY PLAN SELECT * FROM p WHERE rowid = 42;" "EXPLAIN QUERY PLAN SELECT * FROM p ORDER BY rowid DESC;" \
+    "EXPLAIN QUERY PLAN SELECT * FROM p WHERE name LIKE 'A%' AND city = 'Oslo';" | shell :memory:)
+  for way in 'rowid jump (dbGetRecordMerge)' 'walk back from the last record (dbLastMerge, dbPrevMerge)' \
+    'find by example (dbFindRecordMerge): city = ?, name LIKE ? [2=1~]'; do
+    grep -qF "$way" <<<"$plan" || fail "no plan '$way' in: $plan"
+  done
+}
+
+test_Edits() {
+  cp people.csv before.csv
+  # ROLLBACK, and a transaction that is never committed, leave every byte.
+  sql '1|Zoë|Wien\n3|Ann|Oslo\n4|Bob|Oslo\n5|Ida|Bergen' "BEGIN; INSERT INTO p VALUES ('5', 'Ida', 'Bergen');
+    UPDATE p SET city = 'Wien' WHERE name = 'Zoë'; DELETE FROM p WHERE id = '2'; SELECT * FROM p; ROLLBACK;"
+  same people.csv before.csv
+  # A statement that fails in a transaction takes back its own changes
+  # (here the first record's), and the commit writes those before it.
+  sql_error "contacts.txt: the value for field \"2\" holds 'Ł' (U+0141), which code page 437 lacks" \
+    "BEGIN; UPDATE t SET \"3\" = '555-9999' WHERE \"1\" LIKE 'zo%';
+    UPDATE t SET \"2\" = CASE WHEN \"2\" = 'Köln' THEN 'Łódź' ELSE 'somewhere' END;"
+  printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE t USING mergedb('contacts.txt');" "BEGIN;" \
+    "UPDATE t SET \"3\" = '555-9999' WHERE \"1\" LIKE 'zo%';" \
+    "UPDATE t SET \"2\" = CASE WHEN \"2\" = 'Köln' THEN 'Łódź' ELSE 'somewhere' END;" "COMMIT;" |
+    shell :memory: >/dev/null 2>&1
+  [ "$("$tool" dump contacts.txt --field 2 --field 3 | paste -sd' ')" = \
+    'Sevilla,555-0101 Köln,555-9999 Besançon,555-0103 Tórshavn,555-0104' ] || fail "commit: $("$tool" dump contacts.txt)"
+  # Each statement commits on its own; the tool reads the result.
+  sql '' "INSERT INTO p VALUES ('5', 'Ida', 'Bergen'); UPDATE p SET city = 'Wien' WHERE name LIKE 'zo%';
+    DELETE FROM p WHERE city = 'Sevilla' OR id = '4';"
+  [ "$("$tool" dump --header people.csv | paste -sd' ')" = 'id,name,city 1,Zoë,Wien 3,Ann,Oslo 5,Ida,Bergen' ] ||
+    fail "edits: $("$tool" dump --header people.csv)"
+  # What the table can't store is refused before anything is applied.
+  cp contacts.doc before.doc
+  sql_error "contacts.doc: the value for field \"Name\" holds 'Ž' (U+017D), and the driver writes only printable ASCII into a tagged document" \
+    "INSERT INTO c VALUES ('Žofie', 'Brno', '1');"
+  sql_error 'contacts.doc: a rowid is the place of a record in the file; it can'"'"'t be given or changed' \
+    "UPDATE c SET rowid = 7 WHERE Name LIKE 'z%';"
+  touch contacts.bk
+  sql_error 'contacts.doc: contacts.bk lies beside it, left by a commit of it (or of another contacts.* table) that did not finish; a commit would fail on it, so nothing was changed. Run mergedb recover contacts.doc first' \
+    "DELETE FROM c WHERE City = 'Köln';"
+  same contacts.doc before.doc
+  rm contacts.bk
+  # A table that does not read whole is an error for a query and an edit.
+  printf 'a,b,c\r\n1,2\r\n4,5,6\r\n' >short.csv
+  cp short.csv before.csv
+  for statement in "SELECT * FROM s;" "DELETE FROM s WHERE \"1\" = '4';"; do
+    got=$(printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE s USING mergedb('short.csv');" "$statement" |
+      shell -bail :memory: 2>&1)
+    grep -qF 'short.csv: record 2 at byte 7: has 2 fields, the table 3; it is left out' <<<"$got" ||
+      fail "$statement: $got"
+  done
+  same short.csv before.csv
+}
+
+test_Arguments() {
+  for case in "|name the table's file: write mergedb('FILE', header=yes, field_delimiter=';', ...)" \
+    "'missing.csv'|missing.csv: there is no such file" \
+    "'people.csv', header=perhaps|people.csv: header takes yes or no, not 'perhaps'" \
+    "'people.csv', colour=red|people.csv: unknown option 'colour'; the options are field_delimiter, record_delimiter, quote, ignore, encoding, header" \
+    "'people.csv', field_delimiter=''|people.csv: field_delimiter can't be empty" \
+    "'people.csv', encoding=latin9|people.csv: encoding names an unknown encoding 'latin9'; utf8, cp1252 or cp437"; do
+    got=$(printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE x USING mergedb(${case%%|*});" | shell :memory: 2>&1)
+    grep -qF -- "${case#*|}" <<<"$got" || fail "mergedb(${case%%|*}): $got"
+  done
+}
+
+test_Python() {
+  cp people.csv before.csv
+  got=$(/usr/bin/python3 "$source/tests/sql/sql_test.py" "$extension" people.csv 2>&1) || fail "python: $got"
+  [ "$got" = 'rolled back: 4 records
+committed: 6 records' ] || fail "python printed: $got"
+  [ "$("$tool" dump --header people.csv | tail -2 | paste -sd' ')" = '5,Eve,Tromsø 6,Max,Tromsø' ] ||
+    fail "python's inserts: $("$tool" dump --header people.csv)"
+}
+
+test_Tool() {
+  got=$("$tool" sql --header --format json "SELECT p.name, c.Phone FROM people p JOIN contacts1 c ON c.City = p.city
+    WHERE p.name LIKE 'Jo%'; SELECT count(*) AS n FROM \"contacts.doc\"" 2>&1)
+  [ "$got" = '{"name":"José","Phone":"555-0101"}
+{"n":"4"}' ] || fail "sql: $got"
+  # contacts.doc and contacts.txt share a stem, which names neither.
+  got=$("$tool" sql --db . 'SELECT * FROM contacts' 2>&1)
+  [ $? -eq 1 ] && [ "$got" = 'mergedb: no such table: contacts' ] || fail "sql with a shared stem: $got"
+  got=$("$tool" sql --header "UPDATE people SET city = 'Wien' WHERE rowid = 13; SELECT city FROM people LIMIT 1" 2>&1)
+  [ "$got" = $'city\nWien' ] || fail "sql update: $got"
+}
+
+"test_$group"
+[ "$failures" -eq 0 ] || exit 1
+echo "$group: passed"
