@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the build into a temporary prefix and builds a program there as
 # another project would: once with pkg-config, once with find_package. Both
-# list the sample database; the installed tool finds its message module.
+# list the sample database; the installed tool finds its message module, and
+# the sqlite3 shell loads the installed extension, which finds it too.
 #
 #   install_test.sh BUILD_DIRECTORY SOURCE_DIRECTORY
 set -euo pipefail
@@ -40,4 +41,14 @@ esac
 case "$message" in
   *"message module"*) echo "FAIL: the installed tool did not find its message module: $message"; exit 1 ;;
 esac
-echo "installed, and built a consumer with pkg-config and with find_package"
+extension=$(pkg-config --variable=sqlite_extension mergedb)
+[ -f "$extension" ] || { echo "FAIL: pkg-config names no SQLite extension: '$extension'"; exit 1; }
+printf 'cut' >"$work/cut.csv"
+got=$(cd "$source/examples/sample" && env -u LD_LIBRARY_PATH sqlite3 :memory: ".load $extension" \
+  "CREATE VIRTUAL TABLE c USING mergedb('contacts.doc')" "SELECT Phone FROM c ORDER BY rowid DESC LIMIT 1" \
+  "SELECT * FROM mergedb('$work/cut.csv')" 2>&1 || true)
+case "$got" in
+  *555-0104*"The end of the file was reached."* | *"The end of the file was reached."*555-0104*) ;;
+  *) echo "FAIL: the installed extension said: $got"; exit 1 ;;
+esac
+echo "installed, built a consumer with pkg-config and with find_package, and loaded the SQLite extension"
