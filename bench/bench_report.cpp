@@ -46,6 +46,10 @@ const std::vector<Target> TARGETS = {
     {"8. peak memory of the walk, delimited, large file (MiB)", "peak_memory/delimited_large", "", 16, false},
     {"9. the tool: a tenth of the records deleted vs one record updated, delimited (time ratio)",
      "tool_delete_many/delimited", "tool_update_one/delimited", 2, false},
+    {"10. SQL prefix query, one-off: the extension vs SQLite's .import (speed ratio)", "sql_prefix/sqlite_import",
+     "sql_prefix/extension", 1, true},
+    {"10. SQL prefix query, one-off: the extension vs the tool's find (speed ratio)", "sql_prefix/tool_find",
+     "sql_prefix/extension", 1, true},
 };
 
 std::string format(const char *pattern, double value) {

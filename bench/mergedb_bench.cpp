@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -354,6 +355,63 @@ void toolCase(benchmark::State &state, bool deleteMany) {
     reportSize(state, table);
 }
 
+// Case 10: a one-off query that keeps the records whose second field
+// begins with a prefix, over the delimited table, each way a process timed
+// from start to exit that writes the records found, one a line: the
+// extension (the sqlite3 shell loads it and makes the table of the file),
+// SQLite's own way (.import of the file into a table, then the same query),
+// and the tool's find.
+enum class SqlWay { Extension, Import, ToolFind };
+
+constexpr const char *SQL_PREFIX = "Mill";
+constexpr const char *SQL_QUERY = "SELECT * FROM t WHERE \"2\" LIKE 'Mill%';";
+
+// The records that the query must find: the second field of the bench's
+// records is quoted and follows the number.
+std::optional<uint64_t> recordsWithPrefix(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string line;
+    std::string wanted = std::string(",\"") + SQL_PREFIX;
+    uint64_t found = 0;
+    while (std::getline(in, line)) found += line.find(wanted) == line.find(',');
+    if (!in.eof()) return std::nullopt;
+    return found;
+}
+
+std::vector<std::string> sqlArguments(SqlWay way, const std::string &sqlite, const std::string &path) {
+    std::string columns;
+    for (int f = 1; f <= ADDRESS_FIELDS; ++f) columns += (f == 1 ? "\"" : ", \"") + std::to_string(f) + "\"";
+    switch (way) {
+    case SqlWay::Extension:
+        return {sqlite, ":memory:", std::string(".load ") + MERGEDB_SQLITE_EXTENSION,
+                "CREATE VIRTUAL TABLE t USING mergedb('" + path + "');", SQL_QUERY};
+    case SqlWay::Import:
+        return {sqlite, ":memory:", "CREATE TABLE t(" + columns + ");", ".import --csv " + path + " t", SQL_QUERY};
+    case SqlWay::ToolFind: return {MERGEDB_TOOL, "find", path, std::string("2=") + SQL_PREFIX + "*"};
+    }
+    return {};
+}
+
+void sqlCase(benchmark::State &state, SqlWay way) {
+    std::string sqlite = textFromEnvironment("MERGEDB_BENCH_SQLITE3", "/usr/bin/sqlite3");
+    if (way != SqlWay::ToolFind && !childSucceeds({sqlite, "-version"})) {
+        return skipPeer(state, "the sqlite3 shell (sqlite3)");
+    }
+    const Table &table = workspace->addressTable(DataKind::Delimited, settings.medium);
+    std::vector<std::string> argv = sqlArguments(way, sqlite, table.path);
+    ChildRun child;
+    for (auto _ : state) {
+        child = runChild(argv);
+        state.SetIterationTime(child.seconds);
+        if (!child.exitedCleanly) break;
+    }
+    if (!child.exitedCleanly) return fail(state, argv[0] + " failed: " + child.output.substr(0, 200));
+    auto lines = static_cast<uint64_t>(std::count(child.output.begin(), child.output.end(), '\n'));
+    if (lines != recordsWithPrefix(table.path)) return fail(state, "the query found a wrong number of records");
+    state.counters["found"] = static_cast<double>(lines);
+    reportSize(state, table);
+}
+
 // The child of case 8: walks one table and prints what it saw.
 int walkAlone(const std::string &directory, const std::string &name, int kind) {
     Workspace existing(directory);
@@ -414,6 +472,9 @@ void registerCases() {
     once(RegisterBenchmark("peak_memory/delimited_large", peakMemoryCase, DataKind::Delimited), 1)->UseManualTime();
     once(RegisterBenchmark("tool_delete_many/delimited", toolCase, true))->UseManualTime();
     once(RegisterBenchmark("tool_update_one/delimited", toolCase, false))->UseManualTime();
+    once(RegisterBenchmark("sql_prefix/extension", sqlCase, SqlWay::Extension))->UseManualTime();
+    once(RegisterBenchmark("sql_prefix/sqlite_import", sqlCase, SqlWay::Import))->UseManualTime();
+    once(RegisterBenchmark("sql_prefix/tool_find", sqlCase, SqlWay::ToolFind))->UseManualTime();
 }
 
 }  // namespace

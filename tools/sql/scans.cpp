@@ -1,5 +1,6 @@
 #include "scans.h"
 
+#include <future>
 #include <limits>
 #include <optional>
 
@@ -130,9 +131,15 @@ private:
 class FindScan : public FileScan {
 public:
     FindScan(Source &source, const std::vector<Criterion> &example)
-        : source_(source), offsets_(source.surveyedOffsets()), table_(source.open(host::Access::Read)) {
+        : source_(source), table_(source.open(host::Access::Read)) {
         table_->clear();
         for (const Criterion &criterion : example) table_->put(criterion.field, criterion.bytes);
+        if (std::optional<std::vector<uint64_t>> kept = source.keptSurvey()) {
+            offsets_ = std::move(*kept);
+            return;
+        }
+        stamp_ = source.stamp();
+        survey_ = std::async(std::launch::async, surveyOffsets, source.file(), source.format(), source.fieldCount());
     }
     bool next() override {
         rowid_.reset();
@@ -141,6 +148,7 @@ public:
             started_ = true;
             if (!first || !source_.format().headerRecord() || !onFirstRecord()) return true;
         }
+        offsets();  // the search is over only when the table read whole
         return false;
     }
     // The records between the last one found and this one did not fit the
@@ -150,7 +158,7 @@ public:
     uint64_t rowid() override {
         if (rowid_) return *rowid_;
         std::vector<std::string> found = rawValues(*table_, source_.fieldCount());
-        while (next_ < offsets_.size()) {
+        while (next_ < offsets().size()) {
             uint64_t offset = offsets_[next_++];
             if (readsAt(*table_, offset, &found)) return *(rowid_ = offset);
         }
@@ -163,6 +171,15 @@ public:
     }
 
 private:
+    // The records' offsets, by the host's scan of the file, which runs in
+    // another thread while the driver searches, and finds the table whole.
+    const std::vector<uint64_t> &offsets() {
+        if (survey_.valid()) {
+            offsets_ = survey_.get();
+            source_.keepSurvey(stamp_, offsets_);
+        }
+        return offsets_;
+    }
     // Whether the record found is the first of the file: the header record,
     // no data. The driver is back on it afterwards.
     bool onFirstRecord() {
@@ -172,8 +189,10 @@ private:
     }
 
     Source &source_;
-    const std::vector<uint64_t> offsets_;
     std::unique_ptr<host::Table> table_;
+    std::future<std::vector<uint64_t>> survey_;
+    Stamp stamp_;
+    std::vector<uint64_t> offsets_;
     std::optional<uint64_t> rowid_;
     size_t next_ = 0;
     bool started_ = false;

@@ -5,9 +5,10 @@
 //   - jump: dbGetRecordMerge at a rowid, which must be a record's start;
 //   - backward: dbLastMerge and dbPrevMerge, with each record's start
 //     worked out by the host from the end of the record behind it;
-//   - find: dbFindRecordMerge with an example, after the host's scan found
-//     the table whole, since the driver ends a search at a record that it
-//     can't read as if the table ended there.
+//   - find: dbFindRecordMerge with an example, while the host's scan of the
+//     file, in another thread, checks that the table reads whole: the
+//     driver ends a search at a record that it can't read as if the table
+//     ended there.
 // A scan that meets a table that does not read whole throws a Failure.
 #pragma once
 

@@ -68,16 +68,23 @@ void Source::refresh() {
     file_.label = label;
 }
 
-const std::vector<uint64_t> &Source::surveyedOffsets() {
-    Stamp now = stamp();
-    if (surveyed_ && *surveyed_ == now) return offsets_;
-    refresh();
-    offsets_.clear();
-    host::scanTable(file_, format_, fieldCount(), [this](const host::Issue &issue) {
-        notWhole(file_.label, issue.where, issue.what);
-    }, &offsets_);
-    surveyed_ = now;
+std::optional<std::vector<uint64_t>> Source::keptSurvey() const {
+    if (!surveyed_ || !(*surveyed_ == stamp())) return std::nullopt;
     return offsets_;
+}
+
+void Source::keepSurvey(const Stamp &stamp, std::vector<uint64_t> offsets) {
+    surveyed_ = stamp;
+    offsets_ = std::move(offsets);
+}
+
+std::vector<uint64_t> surveyOffsets(const host::TableFile &file, const host::TableFormat &format,
+                                    uint16_t fieldCount) {
+    std::vector<uint64_t> offsets;
+    host::scanTable(file, format, fieldCount, [&file](const host::Issue &issue) {
+        notWhole(file.label, issue.where, issue.what);
+    }, &offsets);
+    return offsets;
 }
 
 void notWhole(const std::string &label, const std::string &where, const std::string &what) {
@@ -85,7 +92,8 @@ void notWhole(const std::string &label, const std::string &where, const std::str
 }
 
 void explainNotWhole(Source &source, const std::string &where, const std::string &what) {
-    source.surveyedOffsets();
+    source.refresh();
+    surveyOffsets(source.file(), source.format(), source.fieldCount());
     notWhole(source.label(), where, what);
 }
 

@@ -54,9 +54,10 @@ public:
     // Looks at the file again: its size and a backup beside it.
     void refresh();
 
-    // The file read whole at stamp, by the host's scan alone, with the data
-    // records' offsets; kept while the file stays as it was.
-    const std::vector<uint64_t> &surveyedOffsets();
+    // The offsets of the data records by the host's scan alone, when the
+    // scan was made of the file as it is now (keepSurvey).
+    std::optional<std::vector<uint64_t>> keptSurvey() const;
+    void keepSurvey(const Stamp &stamp, std::vector<uint64_t> offsets);
 
 private:
     host::TableFile file_;
@@ -69,6 +70,13 @@ private:
     std::optional<Stamp> surveyed_;
     std::vector<uint64_t> offsets_;
 };
+
+// The offsets of a table's data records by the host's scan alone, which
+// throws a Failure at the first record that the driver would not read
+// whole. It reads the file and nothing else, so another thread may run it
+// while the driver works.
+std::vector<uint64_t> surveyOffsets(const host::TableFile &file, const host::TableFormat &format,
+                                    uint16_t fieldCount);
 
 // Throws a Failure naming where the table is not whole: the issue of a
 // walk, for SQL.
