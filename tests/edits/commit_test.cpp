@@ -1,6 +1,7 @@
-// Commit at close and compaction: every failure point leaves the old bytes
-// whole under the table's name or the backup name, and the 200th delete
-// rewrites the table behind the same handle.
+// Commit at close and compaction: a leftover backup stops a commit, a failed
+// one is not done twice, the new file keeps the old one's mode and owner,
+// and the 200th delete rewrites the table behind the same handle. Every
+// failing file call is swept in robustness/fault_sweep_test.cpp.
 #include <cstdio>
 #if !defined(_WIN32)
 #include <sys/stat.h>
@@ -52,44 +53,8 @@ protected:
         }
     }
 
-    // Sweeps a fault over every call of kind that a commit makes; gives the
-    // number of failure points tried.
-    int sweep(FaultKind kind, uint16_t expectedCode, const std::string &oldName) {
-        for (uint32_t nth = 1;; ++nth) {
-            editFreshTable();
-            faultReset();
-            faultArm(kind, nth);
-            DbResult result = dbCloseTableMerge(&table);
-            bool struck = faultCalls(kind) >= nth;
-            faultReset();
-            if (!struck) {
-                EXPECT_EQ(result, 0u);
-                table = 0;
-                return static_cast<int>(nth - 1);
-            }
-            EXPECT_EQ(result, DB_RESULT_ERROR(expectedCode)) << "call " << nth;
-            expectOldBytesUnder(oldName);
-        }
-    }
-
     Bytes original;
 };
-
-TEST_F(CommitTest, EveryFailurePointKeepsTheOldBytesWhole) {
-    EXPECT_EQ(sweep(FaultKind::Rename, ERR_RENAME, "big.txt"), 1);
-    // The first open is the backup's, the second the new file's creation.
-    editFreshTable();
-    faultArm(FaultKind::Open, 1);
-    EXPECT_EQ(dbCloseTableMerge(&table), DB_RESULT_ERROR(ERR_OPEN));
-    expectOldBytesUnder("big.bk");
-    editFreshTable();
-    faultArm(FaultKind::Open, 2);
-    EXPECT_EQ(dbCloseTableMerge(&table), DB_RESULT_ERROR(ERR_CREATE));
-    expectOldBytesUnder("big.bk");
-    EXPECT_GT(sweep(FaultKind::Read, ERR_READ, "big.bk"), 3);
-    EXPECT_GT(sweep(FaultKind::Write, ERR_WRITE, "big.bk"), 3);
-    EXPECT_GT(sweep(FaultKind::ShortWrite, ERR_WRITE, "big.bk"), 3);
-}
 
 TEST_F(CommitTest, ALeftoverBackupStopsTheCommitAndASecondCloseRepeatsIt) {
     editFreshTable();
