@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 
 #include "catalogue/database.h"
@@ -15,6 +16,13 @@
 namespace mergedb::test {
 
 Bytes bytesOf(const std::string &text) { return Bytes(text.begin(), text.end()); }
+
+Bytes hex(const std::string &text) {
+    std::istringstream in(text);
+    Bytes bytes;
+    for (unsigned byte; in >> std::hex >> byte;) bytes.push_back(static_cast<uint8_t>(byte));
+    return bytes;
+}
 
 std::string native(std::string path) {
     std::replace(path.begin(), path.end(), '/', PATH_SEPARATOR);

@@ -14,6 +14,9 @@ using Bytes = std::vector<uint8_t>;
 
 Bytes bytesOf(const std::string &text);
 
+// The bytes written in hexadecimal, separated by blanks: "DE 34 06".
+Bytes hex(const std::string &text);
+
 // A path written with "/" in the platform's own separators.
 std::string native(std::string path);
 
