@@ -54,6 +54,10 @@ TEST_F(FieldTable, WithoutFieldsOnlyTypeNameAndTableItemsAnswer) {
     EXPECT_EQ(dbGetFieldInfoHMerge(table, 7, nullptr, 5), NO_MEMORY);
     EXPECT_EQ(dbGetTableInfoMerge(table, &words[0], 1) | dbGetTableInfoMerge(table, &words[1], 2), DB_RESULT_OK);
     EXPECT_EQ(words, (Words{DB_KIND_DELIMITED, 0}));
+    char path[PATH_BUFFER_SIZE] = "";
+    EXPECT_EQ(dbGetTableInfoMerge(table, path, 3), DB_RESULT_ERROR(ERR_UNSUPPORTED));
+    EXPECT_EQ(dbGetTableInfoMerge(table, path, 4), DB_RESULT_OK);
+    EXPECT_EQ(path, dir.file("t.csv"));
 }
 
 TEST_F(FieldTable, NameWalkStartsOnlyWithModeOneAndItsCursorKeepsRising) {
@@ -104,22 +108,6 @@ TEST_F(FieldTable, LookupsInOrderAndAgainFindTheFirstOfEqualNames) {
     EXPECT_EQ(find("B"), 5);
     EXPECT_EQ(find("a"), 0);
     EXPECT_EQ(find("c"), -1);
-}
-
-TEST_F(FieldTable, TableItemsAndDeadHandles) {
-    char path[PATH_BUFFER_SIZE] = "";
-    EXPECT_EQ(dbGetTableInfoMerge(table, path, 3), DB_RESULT_ERROR(ERR_UNSUPPORTED));
-    EXPECT_EQ(dbGetTableInfoMerge(table, path, 4), DB_RESULT_OK);
-    EXPECT_EQ(path, dir.file("t.csv"));
-    uint32_t closed = table;
-    ASSERT_EQ(dbCloseTableMerge(&table), DB_RESULT_OK);
-    uint16_t index = 0;
-    for (uint32_t handle : {0u, closed}) {
-        EXPECT_EQ(dbGetFieldNamesMerge(handle, path, &index, 1), NO_MEMORY);
-        EXPECT_EQ(dbGetFieldInfoMerge(handle, "a", path, 5), NO_MEMORY);
-        EXPECT_EQ(dbGetFieldInfoHMerge(handle, 0, path, 5), NO_MEMORY);
-        EXPECT_EQ(dbGetTableInfoMerge(handle, path, 1), NO_MEMORY);
-    }
 }
 
 TEST(FieldArray, HoldsAThousandEntriesAndSortsByNumber) {

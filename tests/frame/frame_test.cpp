@@ -105,7 +105,6 @@ TEST(FrameDatabase, OpenTestsThePathAndCloseFreesTheRecord) {
     EXPECT_STREQ(databaseLock(database)->path, "");
     EXPECT_EQ(dbCloseDBMerge(&database), 0u);
     EXPECT_EQ(database, 0u);
-    EXPECT_EQ(dbCloseDBMerge(&database), 0u);
 
     uint32_t untouched = 77;
     std::string missing = dir.path() + "/nowhere";

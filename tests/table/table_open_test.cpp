@@ -198,14 +198,5 @@ TEST_F(TableOpenTest, OpenKeepsPathsDelimitersAndShareModes) {
     EXPECT_EQ(blockLiveCount(), liveBefore);
 }
 
-TEST_F(TableOpenTest, AFileOfOneByte26IsAnEmptyTable) {
-    dir.write("sub.txt", Bytes{26});
-    uint32_t table = 0;
-    ASSERT_EQ(test::openDelimited(database, "sub.txt", &table), 0u);
-    EXPECT_EQ(tableLock(table)->fileSize, 0u);
-    EXPECT_EQ(dbCloseTableMerge(&table), 0u);
-    EXPECT_EQ(dbCloseTableMerge(&table), DB_RESULT_ERROR(ERR_MEMORY));
-}
-
 }  // namespace
 }  // namespace mergedb
