@@ -8,7 +8,7 @@
 #include <unistd.h>
 #endif
 
-#include "edits/edits_test_support.h"
+#include "support/table_test.h"
 #include "support/fault_env.h"
 
 namespace mergedb {
@@ -17,11 +17,11 @@ namespace {
 using test::Bytes;
 using test::bytesOf;
 
-class CommitTest : public test::EditsTest {
+class CommitTest : public test::TableTest {
 protected:
     void TearDown() override {
         faultReset();
-        test::EditsTest::TearDown();
+        test::TableTest::TearDown();
     }
 
     // Opens a fresh table of 400 records and updates and deletes a few.

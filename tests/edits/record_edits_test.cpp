@@ -2,7 +2,7 @@
 // tables that read back after close as the walk showed them before.
 #include <random>
 
-#include "edits/edits_test_support.h"
+#include "support/table_test.h"
 #include "support/fault_env.h"
 
 namespace mergedb {
@@ -11,7 +11,7 @@ namespace {
 using test::Bytes;
 using test::bytesOf;
 
-class RecordEditsTest : public test::EditsTest {};
+class RecordEditsTest : public test::TableTest {};
 
 const Bytes HEAD0 = {0x0E, 0x0A, 0xC3, 0x0C, 0xC3, 'A', 0xC4, 0x0C, 0xC4, 0x0A, 0xC3, 0x0C, 0xC3, 'B',
                      0xC4, 0x0C, 0xC4, 0x0A, 0x12, 0x0A, 0x05, 0x0A};

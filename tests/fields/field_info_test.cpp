@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "fields/field_array.h"
-#include "support/empty_table.h"
+#include "support/table_test.h"
 
 using namespace mergedb;
 using namespace mergedb::test;
@@ -18,8 +18,13 @@ constexpr DbResult NO_FIELD = DB_RESULT_ERROR(ERR_NO_FIELD);
 constexpr DbResult NO_MEMORY = DB_RESULT_ERROR(ERR_MEMORY);
 
 // A delimited table opened on an empty file, given fields by hand.
-class FieldTable : public EmptyTableTest {
+class FieldTable : public TableTest {
 protected:
+    void SetUp() override {
+        TableTest::SetUp();
+        dir.write("t.csv", "");
+        open("t.csv");
+    }
     void add(const std::string &name, uint16_t firstInfo = 0) {
         MergeTable *record = tableLock(table);
         ASSERT_EQ(fieldsAdd(&record->fields, &record->fieldCount), 0);

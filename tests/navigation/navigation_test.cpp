@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "edits/change_list.h"
-#include "support/test_support.h"
-#include "tablefile/table.h"
+#include "support/table_test.h"
 
 namespace mergedb {
 namespace {
@@ -24,40 +22,20 @@ Bytes concat(const Records &records) {
     return all;
 }
 
-class NavigationTest : public ::testing::Test {
+class NavigationTest : public test::TableTest {
 protected:
-    void SetUp() override { database = test::openDatabase(dir); }
-    void TearDown() override {
-        if (table != 0) {
-            EXPECT_EQ(dbCloseTableMerge(&table), 0u);
-        }
-        dbCloseDBMerge(&database);
-    }
-
-    void openText(const Bytes &bytes, const char *record = "\r\n", const char *quote = "\"") {
-        if (table != 0) {
-            ASSERT_EQ(dbCloseTableMerge(&table), 0u);
-        }
+    void openText(const Bytes &bytes) {
         dir.write("t.txt", bytes);
-        ASSERT_EQ(test::openDelimited(database, "t.txt", &table, ",", record, quote, ""), 0u);
+        open("t.txt", "\r\n");
     }
 
     void openDocument(uint8_t minor, const Bytes &stream) {
-        if (table != 0) {
-            ASSERT_EQ(dbCloseTableMerge(&table), 0u);
-        }
         dir.write("d.doc", test::taggedDocument(minor, stream));
-        ASSERT_EQ(test::openTagged(database, "d.doc", &table), 0u);
-    }
-
-    Bytes current() {
-        const auto *node = blockLockAs<EditNode>(tableLock(table)->current);
-        const auto *bytes = blockLockAs<uint8_t>(node->data);
-        return Bytes(bytes, bytes + node->dataLength);
+        open("d.doc");
     }
 
     // The records of a walk; moves that fail to split still count.
-    Records walk(bool forward) {
+    Records walkAll(bool forward) {
         Records seen;
         uint32_t mark = 0;
         DbResult result = forward ? dbFirstMerge(table) : dbLastMerge(table, 1, &mark);
@@ -69,9 +47,8 @@ protected:
     }
 
     void expectWalks(const Records &expected) {
-        EXPECT_EQ(walk(true), expected);
-        Records backward(expected.rbegin(), expected.rend());
-        EXPECT_EQ(walk(false), backward);
+        EXPECT_EQ(walkAll(true), expected);
+        EXPECT_EQ(walkAll(false), Records(expected.rbegin(), expected.rend()));
     }
 
     // A node of the change list for the record at offset, inserted beside
@@ -90,10 +67,6 @@ protected:
         }
         ASSERT_EQ(changeInsert(*t, handle), 0);
     }
-
-    test::TempDir dir;
-    uint32_t database = 0;
-    uint32_t table = 0;
 };
 
 TEST_F(NavigationTest, DelimitedWalksMeetInReverse) {

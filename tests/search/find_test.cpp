@@ -1,13 +1,13 @@
 // Find by example through the exports: exact and prefix criteria, blank
 // fields, continued searches, and the table as the walk shows it.
-#include "edits/edits_test_support.h"
+#include "support/table_test.h"
 
 namespace mergedb {
 namespace {
 
 using test::bytesOf;
 
-class FindTest : public test::EditsTest {
+class FindTest : public test::TableTest {
 protected:
     // Clears the example, puts the given fields, and searches.
     DbResult find(const std::vector<std::pair<uint16_t, std::string>> &example, uint32_t blankRule = 0) {

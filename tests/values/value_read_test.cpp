@@ -9,7 +9,7 @@
 
 #include "fields/field_array.h"
 #include "records/record_format.h"
-#include "support/empty_table.h"
+#include "support/table_test.h"
 
 using namespace mergedb;
 using namespace mergedb::test;
@@ -30,8 +30,13 @@ std::string raw(T... values) {
 std::string ended(const std::string &text) { return text + '\0'; }
 
 // A delimited table opened on an empty file, given fields by hand.
-class ValueRead : public EmptyTableTest {
+class ValueRead : public TableTest {
 protected:
+    void SetUp() override {
+        TableTest::SetUp();
+        dir.write("t.csv", "");
+        open("t.csv");
+    }
     FieldEntry &entry(int index) { return blockLockAs<FieldEntry>(record().fields)[index]; }
     // The value block of field index, added under name when missing, holds
     // exactly the value, and a NUL when ended.

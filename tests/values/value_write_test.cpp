@@ -2,7 +2,7 @@
 // value block, and grow a delimited table's fields.
 #include <cstring>
 
-#include "edits/edits_test_support.h"
+#include "support/table_test.h"
 #include "fields/field_array.h"
 
 namespace mergedb {
@@ -10,7 +10,7 @@ namespace {
 
 using test::bytesOf;
 
-class ValueWriteTest : public test::EditsTest {
+class ValueWriteTest : public test::TableTest {
 protected:
     const FieldEntry &entry(int index) { return blockLockAs<FieldEntry>(tableLock(table)->fields)[index]; }
     std::string text(int index) { return std::string(blockLockAs<char>(entry(index).value), entry(index).length); }
