@@ -93,7 +93,7 @@ TEST_F(ValueRead, TaggedTextMapsCharactersAndDelimitedTextConvertsOnRequest) {
     setValue("caf\xE9");
     setValue("12", 1, true, "n");
     EXPECT_EQ(get(1) + get(9), "4|" + ended("caf\xE9") + "4|" + ended("caf\xE9"));
-    record().oemConversion = 1;
+    ASSERT_EQ(dbSetTableOptionMerge(table, DB_OPTION_ANSI_TEXT), 0u);
     EXPECT_EQ(get(1) + get(9) + get(3, "n"), "4|" + ended("caf\x82") + "4|" + ended("caf\x82") + "4|" + raw(12));
 
     record().subtype = DB_SUBTYPE_TAGGED;

@@ -86,7 +86,7 @@ TEST_F(ValueWriteTest, BlankPutsClearingAndNumberedFields) {
     EXPECT_EQ(blockSize(entry(3).value), size);
 
     // The conversion option turns the host's OEM text into the ANSI page.
-    tableLock(table)->oemConversion = 1;
+    ASSERT_EQ(dbSetTableOptionMerge(table, DB_OPTION_ANSI_TEXT), 0u);
     ASSERT_EQ(dbPutFieldValueMerge(table, "2", "caf\x82", DB_TYPE_TEXT, 4), 0u);
     EXPECT_EQ(text(1), "caf\xE9");
 }
