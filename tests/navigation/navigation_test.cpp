@@ -50,23 +50,6 @@ protected:
         EXPECT_EQ(walkAll(true), expected);
         EXPECT_EQ(walkAll(false), Records(expected.rbegin(), expected.rend()));
     }
-
-    // A node of the change list for the record at offset, inserted beside
-    // the cursor; image empty for a delete.
-    void addNode(uint32_t offset, uint32_t originalLength, const Bytes &image) {
-        MergeTable *t = tableLock(table);
-        BlockHandle handle = nodeAlloc();
-        auto *node = blockLockAs<EditNode>(handle);
-        node->offset = offset;
-        node->originalLength = originalLength;
-        node->flags = image.empty() ? NODE_DELETED : NODE_UPDATED;
-        node->dataLength = static_cast<uint32_t>(image.size());
-        if (!image.empty()) {
-            node->data = blockAlloc(static_cast<uint16_t>(image.size()));
-            std::copy(image.begin(), image.end(), blockLockAs<uint8_t>(node->data));
-        }
-        ASSERT_EQ(changeInsert(*t, handle), 0);
-    }
 };
 
 TEST_F(NavigationTest, DelimitedWalksMeetInReverse) {
@@ -163,12 +146,16 @@ TEST_F(NavigationTest, TheChangeListIsMergedBothWays) {
         offsets.push_back(offset);
         offset += static_cast<uint32_t>(r.size());
     }
-    auto length = [&](int i) { return static_cast<uint32_t>(records[i].size()); };
-    const Bytes longer = bytesOf("two, now longer\r\n");
-    addNode(offsets[0], length(0), {});
-    addNode(offsets[2], length(2), longer);
-    for (int i : {4, 5, 6}) addNode(offsets[i], length(i), {});
-    addNode(offsets[9], length(9), {});
+    // The first and last records go, and three in a row; the third gets a
+    // longer image.
+    moveTo(2);
+    put(0, "two, now longer");
+    ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
+    for (int i : {9, 6, 5, 4, 0}) {
+        moveTo(i);
+        ASSERT_EQ(dbDeleteMerge(table), 0u);
+    }
+    const Bytes longer = bytesOf("\"two, now longer\"\r\n");
     expectWalks({records[1], longer, records[3], records[7], records[8]});
 
     // A walk that ends the data keeps the cursor beside the current record.
