@@ -192,8 +192,21 @@ void mindBackup(const TableFile &file, Access access) {
     note(file.label, "note: " + leftover + "; see mergedb recover " + file.label);
 }
 
-void mindBackupAfterCommit(const TableFile &file) {
+void commitEdits(OpenTable &open) {
+    const TableFile &file = open.file;
     std::error_code error;
+    try {
+        open.table.close();
+    } catch (const Failure &failure) {
+        if (std::filesystem::exists(file.path, error) || !std::filesystem::exists(file.backupPath(), error)) throw;
+        std::filesystem::rename(file.backupPath(), file.path, error);
+        if (error) {
+            throw Failure(file.label, failure.reason() + " The old table is under " + file.backupName +
+                                          " and could not be put back (" + error.message() +
+                                          "); mergedb recover " + file.label + " puts it back");
+        }
+        throw Failure(file.label, failure.reason() + " Nothing was changed: the table is as it was.");
+    }
     if (!std::filesystem::exists(file.backupPath(), error)) return;
     note(file.label, "note: the commit is done, but " + file.backupName + " lies beside the table: the driver " +
                          "could not remove the old table, or another table of that backup name is being " +
