@@ -239,11 +239,14 @@ host::IssueSink IssuePrinter::sink() {
     };
 }
 
+std::string problemCount(size_t issues) {
+    return issues == 1 ? "1 problem" : std::to_string(issues) + " problems";
+}
+
 void requireWhole(const Invocation &invocation, const std::string &label, size_t issues) {
     if (issues == 0) return;
-    std::string problems = issues == 1 ? "1 problem" : std::to_string(issues) + " problems";
     if (invocation.has("--partial")) return;
-    throw Failure(label, "was not read whole (" + problems + ", told above); --partial accepts what was read");
+    throw Failure(label, "was not read whole (" + problemCount(issues) + ", told above); --partial accepts what was read");
 }
 
 }  // namespace mergedb::cli
