@@ -73,11 +73,11 @@ private:
     size_t count_ = 0;
 };
 
-// A command that read a table succeeds only when it saw all of it, or when
-// --partial accepts what it saw. Throws the failure that says so.
 // "1 problem", "2 problems".
 std::string problemCount(size_t issues);
 
+// A command that read a table succeeds only when it saw all of it, or when
+// --partial accepts what it saw. Throws the failure that says so.
 void requireWhole(const Invocation &invocation, const std::string &label, size_t issues);
 
 // Closes an edited table, which commits its updates and deletes. A commit
