@@ -11,52 +11,55 @@
 
 #include "arguments.h"
 #include "commands.h"
-#include "driver.h"
+#include "failure.h"
 #include "output.h"
 
+namespace mergedb::cli {
 namespace {
 
 constexpr int STATUS_FAILURE = 1;
 constexpr int STATUS_USAGE = 2;
 
-const tool::CommandSpec *findCommand(std::string_view name) {
-    std::span<const tool::CommandSpec> commands = tool::commandList();
+const CommandSpec *findCommand(std::string_view name) {
+    std::span<const CommandSpec> commands = commandList();
     auto found = std::find_if(commands.begin(), commands.end(),
-                              [name](const tool::CommandSpec &command) { return command.name == name; });
+                              [name](const CommandSpec &command) { return command.name == name; });
     return found == commands.end() ? nullptr : &*found;
 }
 
 int run(std::span<char *const> arguments) {
-    if (arguments.empty()) throw tool::UsageError("mergedb: no command given (see mergedb --help)");
+    if (arguments.empty()) throw UsageError("mergedb: no command given (see mergedb --help)");
     std::string_view name = arguments[0];
     if (name == "--help" || name == "-h") {
-        tool::writeOut(tool::overview());
+        writeOut(overview());
         return 0;
     }
     if (name == "--version") {
-        tool::writeOut("mergedb " MERGEDB_VERSION "\n");
+        writeOut("mergedb " MERGEDB_VERSION "\n");
         return 0;
     }
-    const tool::CommandSpec *command = findCommand(name);
+    const CommandSpec *command = findCommand(name);
     if (command == nullptr) {
-        throw tool::UsageError("mergedb: unknown command '" + std::string(name) + "' (see mergedb --help)");
+        throw UsageError("mergedb: unknown command '" + std::string(name) + "' (see mergedb --help)");
     }
-    tool::Invocation invocation(*command, arguments.subspan(1));
+    Invocation invocation(*command, arguments.subspan(1));
     if (invocation.helpWanted()) {
-        tool::writeOut(tool::helpText(*command));
+        writeOut(helpText(*command));
         return 0;
     }
     int status = command->run(invocation);
-    if (std::fflush(stdout) != 0) throw tool::Failure("output", std::strerror(errno));
+    if (std::fflush(stdout) != 0) throw host::Failure("output", std::strerror(errno));
     return status;
 }
 
 }  // namespace
+}  // namespace mergedb::cli
 
 int main(int argc, char **argv) {
+    using namespace mergedb::cli;
     try {
         return run(std::span<char *const>(argv, static_cast<size_t>(argc)).subspan(1));
-    } catch (const tool::UsageError &error) {
+    } catch (const UsageError &error) {
         std::fprintf(stderr, "%s\n", error.what());
         return STATUS_USAGE;
     } catch (const std::exception &error) {

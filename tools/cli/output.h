@@ -8,14 +8,20 @@
 #include <string_view>
 #include <vector>
 
-namespace tool {
+namespace mergedb::cli {
 
 void writeOut(std::string_view bytes);
 
 // "1 record", "2 records".
 std::string recordCount(size_t count);
 
-// Takes the records of a walk, in OEM text.
+// Values as a line of CSV, without its line end: RFC 4180 quoting.
+std::string csvLine(const std::vector<std::string> &values);
+
+// "a, b, c".
+std::string joined(const std::vector<std::string> &items);
+
+// Takes the records of a walk, in UTF-8.
 class RecordWriter {
 public:
     virtual ~RecordWriter() = default;
@@ -24,9 +30,12 @@ public:
     virtual void finish() {}
 };
 
-// "csv", "json" or "table"; nothing for any other name. CSV and table text
-// goes out as the driver gives it, or as UTF-8 with utf8; JSON is UTF-8.
-std::unique_ptr<RecordWriter> makeWriter(std::string_view format, bool utf8, bool withHeader);
+// "csv", "json" or "table"; nothing for any other name.
+std::unique_ptr<RecordWriter> makeWriter(std::string_view format, bool withHeader);
+
+// "mergedb: LABEL: TEXT" on stderr, for what a person should know while the
+// command goes on.
+void note(const std::string &label, const std::string &text);
 
 // Counts the records of a walk and, when stderr is a terminal, shows the
 // count there now and then. A walk that prints records shows none while
@@ -44,8 +53,7 @@ public:
 private:
     std::string label_;
     bool enabled_;
-    bool shown_ = false;
     size_t count_ = 0;
 };
 
-}  // namespace tool
+}  // namespace mergedb::cli

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-#include "codepage.h"
-
-namespace tool {
+namespace mergedb::cli {
 namespace {
 
 constexpr OptionSpec HELP_OPTION{"--help", "", "show this help and stop"};
@@ -107,17 +105,16 @@ void Invocation::fail(const std::string &message) const {
                      std::string(command_.name) + " --help)");
 }
 
-std::string Invocation::text(std::string_view argument) const {
-    if (!utf8()) return std::string(argument);
-    std::optional<std::string> oem = utf8ToOem(argument);
-    if (!oem) fail("'" + std::string(argument) + "' holds a character that code page 437 lacks");
-    return *oem;
-}
-
 Assignment Invocation::assignment(std::string_view argument) const {
     size_t equals = argument.find('=');
     if (equals == std::string_view::npos || equals == 0) fail("expected NAME=..., not '" + std::string(argument) + "'");
-    return {text(argument.substr(0, equals)), text(argument.substr(equals + 1))};
+    return {std::string(argument.substr(0, equals)), std::string(argument.substr(equals + 1))};
+}
+
+std::vector<Assignment> Invocation::assignments(const std::vector<std::string> &arguments) const {
+    std::vector<Assignment> all;
+    for (const std::string &argument : arguments) all.push_back(assignment(argument));
+    return all;
 }
 
 std::optional<std::string> unescape(std::string_view text) {
@@ -147,4 +144,4 @@ std::optional<std::string> unescape(std::string_view text) {
     return bytes;
 }
 
-}  // namespace tool
+}  // namespace mergedb::cli

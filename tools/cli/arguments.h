@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-namespace tool {
+namespace mergedb::cli {
 
 // A mistake on the command line; the tool ends with status 2.
 class UsageError : public std::runtime_error {
@@ -60,11 +60,9 @@ public:
 
     [[noreturn]] void fail(const std::string &message) const;
 
-    bool utf8() const { return has("--utf8"); }
-    // An argument that names or holds field text, in the driver's code page.
-    std::string text(std::string_view argument) const;
-    // NAME=VALUE, both parts as text.
+    // NAME=VALUE, split at the first '='.
     Assignment assignment(std::string_view argument) const;
+    std::vector<Assignment> assignments(const std::vector<std::string> &arguments) const;
 
 private:
     // Takes the option at arguments[at] and its value; gives the index of
@@ -81,4 +79,4 @@ private:
 // byte. Nothing when an escape is malformed or gives a NUL.
 std::optional<std::string> unescape(std::string_view text);
 
-}  // namespace tool
+}  // namespace mergedb::cli

@@ -7,7 +7,7 @@
 
 #include "arguments.h"
 
-namespace tool {
+namespace mergedb::cli {
 
 std::span<const CommandSpec> commandList();
 // The text of mergedb --help.
@@ -25,4 +25,4 @@ int runCreate(const Invocation &invocation);
 int runConvert(const Invocation &invocation);
 int runRecover(const Invocation &invocation);
 
-}  // namespace tool
+}  // namespace mergedb::cli

@@ -8,13 +8,22 @@
 
 #include "codepage.h"
 
-namespace tool {
+namespace mergedb::cli {
 namespace {
 
-constexpr size_t PROGRESS_STEP = 1000;
-constexpr const char *COLUMN_GAP = "  ";
+using host::characterCount;
 
-std::string terminalText(std::string_view oem, bool utf8) { return utf8 ? oemToUtf8(oem) : std::string(oem); }
+constexpr size_t PROGRESS_STEP = 1000;
+
+// Whether a count of progress stands on stderr's line, which a note must
+// clear first.
+bool progressShown = false;
+
+void clearProgress() {
+    if (progressShown) std::fputs("\r\033[K", stderr);
+    progressShown = false;
+}
+constexpr const char *COLUMN_GAP = "  ";
 
 // RFC 4180: a field with a comma, a quote or a line break goes in quotes,
 // and its quotes are doubled.
@@ -28,19 +37,21 @@ std::string csvField(std::string_view value) {
     return quoted + '"';
 }
 
-std::string jsonString(std::string_view oem) {
+// The values are valid UTF-8 already, so only ASCII needs a look.
+std::string jsonString(std::string_view utf8) {
     std::string out = "\"";
-    for (char byte : oem) {
-        char32_t character = oemCharacter(static_cast<unsigned char>(byte));
-        if (character == '"' || character == '\\') {
+    out.reserve(utf8.size() + 2);
+    for (char c : utf8) {
+        auto byte = static_cast<unsigned char>(c);
+        if (byte == '"' || byte == '\\') {
             out += '\\';
-            out += static_cast<char>(character);
-        } else if (character < 0x20) {
+            out += c;
+        } else if (byte < 0x20) {
             char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(character));
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(byte));
             out += escaped;
         } else {
-            appendUtf8(out, character);
+            out += c;
         }
     }
     return out + '"';
@@ -48,20 +59,15 @@ std::string jsonString(std::string_view oem) {
 
 class CsvWriter : public RecordWriter {
 public:
-    CsvWriter(bool utf8, bool withHeader) : utf8_(utf8), withHeader_(withHeader) {}
+    explicit CsvWriter(bool withHeader) : withHeader_(withHeader) {}
     void header(const std::vector<std::string> &names) override {
         if (withHeader_ && !names.empty()) line(names);
     }
     void record(const std::vector<std::string> &values) override { line(values); }
 
 private:
-    void line(const std::vector<std::string> &fields) const {
-        std::string text;
-        for (size_t i = 0; i < fields.size(); ++i) text += (i == 0 ? "" : ",") + csvField(fields[i]);
-        writeOut(terminalText(text + "\n", utf8_));
-    }
+    void line(const std::vector<std::string> &fields) const { writeOut(csvLine(fields) + "\n"); }
 
-    bool utf8_;
     bool withHeader_;
 };
 
@@ -87,7 +93,7 @@ private:
 // Columns as wide as their widest cell, so every record is held until the end.
 class TableWriter : public RecordWriter {
 public:
-    TableWriter(bool utf8, bool withHeader) : utf8_(utf8), withHeader_(withHeader) {}
+    explicit TableWriter(bool withHeader) : withHeader_(withHeader) {}
     void header(const std::vector<std::string> &names) override {
         if (withHeader_) rows_.push_back(cells(names));
     }
@@ -96,7 +102,7 @@ public:
         std::vector<size_t> widths;
         for (const auto &row : rows_) {
             widths.resize(std::max(widths.size(), row.size()));
-            for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+            for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], characterCount(row[i]));
         }
         for (size_t r = 0; r < rows_.size(); ++r) {
             line(rows_[r], widths);
@@ -122,12 +128,11 @@ private:
         std::string text;
         for (size_t i = 0; i < row.size(); ++i) {
             text += std::string(i == 0 ? "" : COLUMN_GAP) + row[i];
-            if (i + 1 < row.size()) text.append(widths[i] - row[i].size(), ' ');
+            if (i + 1 < row.size()) text.append(widths[i] - characterCount(row[i]), ' ');
         }
-        writeOut(terminalText(text + "\n", utf8_));
+        writeOut(text + "\n");
     }
 
-    bool utf8_;
     bool withHeader_;
     std::vector<std::vector<std::string>> rows_;
 };
@@ -138,24 +143,40 @@ void writeOut(std::string_view bytes) { std::fwrite(bytes.data(), 1, bytes.size(
 
 std::string recordCount(size_t count) { return std::to_string(count) + (count == 1 ? " record" : " records"); }
 
-std::unique_ptr<RecordWriter> makeWriter(std::string_view format, bool utf8, bool withHeader) {
-    if (format == "csv") return std::make_unique<CsvWriter>(utf8, withHeader);
+std::string csvLine(const std::vector<std::string> &values) {
+    std::string text;
+    for (size_t i = 0; i < values.size(); ++i) text += (i == 0 ? "" : ",") + csvField(values[i]);
+    return text;
+}
+
+std::string joined(const std::vector<std::string> &items) {
+    std::string text;
+    for (const std::string &item : items) text += (text.empty() ? "" : ", ") + item;
+    return text;
+}
+
+std::unique_ptr<RecordWriter> makeWriter(std::string_view format, bool withHeader) {
+    if (format == "csv") return std::make_unique<CsvWriter>(withHeader);
     if (format == "json") return std::make_unique<JsonWriter>();
-    if (format == "table") return std::make_unique<TableWriter>(utf8, withHeader);
+    if (format == "table") return std::make_unique<TableWriter>(withHeader);
     return nullptr;
+}
+
+void note(const std::string &label, const std::string &text) {
+    std::fflush(stdout);
+    clearProgress();
+    std::fprintf(stderr, "mergedb: %s: %s\n", label.c_str(), text.c_str());
 }
 
 Progress::Progress(std::string label, bool printsRecords)
     : label_(std::move(label)), enabled_(isatty(STDERR_FILENO) && !(printsRecords && isatty(STDOUT_FILENO))) {}
 
-Progress::~Progress() {
-    if (shown_) std::fputs("\r\033[K", stderr);
-}
+Progress::~Progress() { clearProgress(); }
 
 void Progress::tick() {
     if (++count_ % PROGRESS_STEP != 0 || !enabled_) return;
     std::fprintf(stderr, "\r%s: %zu records", label_.c_str(), count_);
-    shown_ = true;
+    progressShown = true;
 }
 
-}  // namespace tool
+}  // namespace mergedb::cli
