@@ -112,7 +112,7 @@ TEST_F(FieldTable, LookupsInOrderAndAgainFindTheFirstOfEqualNames) {
     EXPECT_EQ(find("c"), -1);
 }
 
-// The limit of a thousand fields is met by discovery.
+// The limit of a thousand fields is tested through discovery.
 TEST(FieldArray, SortsByNumber) {
     uint32_t blocksBefore = blockLiveCount();
     BlockHandle array = 0;

@@ -209,10 +209,10 @@ TEST(HostileHost, ZeroClosedAndForeignHandlesGiveErrMemory) {
     ASSERT_EQ(test::openDelimited(database, "t.txt", &staleTable, ",", "\n", "", "", 1), 0u);
     ASSERT_EQ(dbOpenDBMerge(4, 0, 0, nullptr, &staleDatabase), 0u);
     ASSERT_EQ(dbBuildMerge(&staleList, "a"), 0u);
-    uint32_t slot = staleTable;
-    ASSERT_EQ(dbCloseTableMerge(&slot), 0u);
-    slot = staleDatabase;
-    ASSERT_EQ(dbCloseDBMerge(&slot), 0u);
+    uint32_t closing = staleTable;
+    ASSERT_EQ(dbCloseTableMerge(&closing), 0u);
+    closing = staleDatabase;
+    ASSERT_EQ(dbCloseDBMerge(&closing), 0u);
     ASSERT_EQ(dbCreateMerge(tagged, "t.doc", staleList, 65535), DB_RESULT_ERROR(ERR_FORMAT));  // frees the list
     for (uint32_t handle : {0u, staleTable, database}) {
         for (const HandleCall &call : TABLE_CALLS) EXPECT_EQ(call(handle), NO_HANDLE) << &call - TABLE_CALLS;
