@@ -105,8 +105,7 @@ TEST(CatalogueFiles, ExistsEraseAndTheTableOption) {
     dir.write("a.csv", "a,b\r\n");
     std::filesystem::create_directory(dir.file("sub"));
     dir.write("sub/in.txt", "x");
-    dir.write("t.doc", test::taggedDocument(0, {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'N', '~', '~', 0xDE, 0x34,
-                                                6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C}));
+    dir.write("t.doc", test::taggedDocument(1, test::taggedHead(1, {"N"})));
     uint32_t database = test::openDatabase(dir);
     const std::string tooLong(300, 'n');
     std::string found;

@@ -16,11 +16,6 @@ using test::Bytes;
 using test::bytesOf;
 using Records = std::vector<Bytes>;
 
-Bytes concat(const Records &records) {
-    Bytes all;
-    for (const Bytes &r : records) all.insert(all.end(), r.begin(), r.end());
-    return all;
-}
 
 class NavigationTest : public test::TableTest {
 protected:
@@ -58,37 +53,26 @@ TEST_F(NavigationTest, DelimitedWalksMeetInReverse) {
     // A file that opens with a record delimiter, quoted delimiters, and an
     // unterminated tail.
     Records records = {bytesOf("\r\n"), bytesOf("a\r\n"), bytesOf("b,\"\r\n\"\r\n")};
-    Bytes withTail = concat(records);
+    Bytes withTail = test::join(records);
     withTail.insert(withTail.end(), {'t', 'a', 'i', 'l'});
     openText(withTail);
     expectWalks(records);
 }
 
 TEST_F(NavigationTest, TaggedWalksMeetInReverseWhereverTheFillsFall) {
-    const Bytes head0 = {0x0A, 0x0E, 0x0A, 0xC3, 0x0C, 0xC3, 'A', 0xC4, 0x0C, 0xC4, 0x0A, 0x12, 0x0A, 0x05, 0x0A};
-    const Bytes head1 = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'A', '~', '~',
-                         0xDE, 0x34, 6, 0, 0,    0, 6, 0, 0x34, 0xDE, 0x0C};
-    const Bytes fieldEnd1 = {0xDE, 0x31, 4, 0, 4, 0, 0x31, 0xDE, 0x0A};
-    const Bytes recordEnd1 = {0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C};
+    // An extended character, and a variable token with a byte 5 inside.
+    const std::string tokens("\xC0\x29\x01\xC0\xD3\0\x06\0\x05\xDE\x06\0\0\xD3", 14);
     std::mt19937 random(11);
     for (uint8_t minor : {0, 1}) {
         for (int shift = 0; shift < 12; ++shift) {
             Records records;
             for (int i = 0; i < 60; ++i) {
-                Bytes r;
                 // An empty first field opens some records with a token.
-                if (i % 5 != 0) r = Bytes(random() % 700 + (i == 1 ? shift : 0), 'v');
-                r.insert(r.end(), {0xC0, 0x29, 0x01, 0xC0, 0xD3, 0, 6, 0, 5, 0xDE, 6, 0, 0, 0xD3});
-                if (minor == 0) {
-                    r.insert(r.end(), {0x12, 0x0A, 0x05, 0x0A});
-                } else {
-                    r.insert(r.end(), fieldEnd1.begin(), fieldEnd1.end());
-                    r.insert(r.end(), recordEnd1.begin(), recordEnd1.end());
-                }
-                records.push_back(r);
+                std::string value = i % 5 == 0 ? "" : std::string(random() % 700 + (i == 1 ? shift : 0), 'v');
+                records.push_back(test::taggedRecord(minor, {value + tokens}));
             }
-            Bytes stream = minor == 0 ? head0 : head1;
-            Bytes body = concat(records);
+            Bytes stream = test::taggedHead(minor, {"A"});
+            Bytes body = test::join(records);
             stream.insert(stream.end(), body.begin(), body.end());
             openDocument(minor, stream);
             SCOPED_TRACE(testing::Message() << "dialect " << int(minor) << " shift " << shift);
@@ -96,7 +80,7 @@ TEST_F(NavigationTest, TaggedWalksMeetInReverseWhereverTheFillsFall) {
         }
     }
     // A document with only its head has no records either way.
-    openDocument(1, head1);
+    openDocument(1, test::taggedHead(1, {"A"}));
     expectWalks({});
 }
 
@@ -131,7 +115,7 @@ TEST_F(NavigationTest, TheEndOfTheDataKeepsTheCurrentRecord) {
 TEST_F(NavigationTest, TheChangeListIsMergedBothWays) {
     Records records;
     for (char c = '0'; c <= '9'; ++c) records.push_back(bytesOf(std::string(1 + (c - '0') % 3, c) + "\r\n"));
-    openText(concat(records));
+    openText(test::join(records));
     std::vector<uint32_t> offsets;
     uint32_t offset = 0;
     for (const Bytes &r : records) {

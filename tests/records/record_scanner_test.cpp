@@ -74,8 +74,7 @@ TEST_F(ScannerTest, AFinalByte26AndAnUnterminatedLineDeliverNoRecord) {
 // Tagged records end at the first byte 5 or record-end token, through the
 // next line end, seeing through tokens.
 TEST_F(ScannerTest, TaggedRecordsEndBehindTheLineEndOfTheirMark) {
-    const Bytes head = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'N', '~', '~',
-                        0xDE, 0x34, 6, 0, 0,    0, 6, 0, 0x34, 0xDE, 0x0C};
+    const Bytes head = test::taggedHead(1, {"N"});
     Bytes stream = head;
     const Bytes records[] = {
         // A byte 5 inside a variable token's body, and a 10 inside a fixed token.

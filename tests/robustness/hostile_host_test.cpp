@@ -15,7 +15,6 @@
 namespace mergedb {
 namespace {
 
-using test::Bytes;
 using test::fieldItemAreaSize;
 using test::valueAreaSize;
 
@@ -263,11 +262,8 @@ protected:
     void SetUp() override {
         std::string longValue(300, 'v');
         if (GetParam()) {
-            Bytes stream = {14, 10, 195, 12, 195, 'A', 196, 12, 196, 10, 195, 12, 195, 'B', 196, 12, 196, 10,
-                            18, 10, 5,  10};
-            Bytes record = test::bytesOf(longValue + "\x12\nb\x12\n\x05\n");
-            stream.insert(stream.end(), record.begin(), record.end());
-            dir.write("t.doc", test::taggedDocument(0, stream));
+            dir.write("t.doc", test::taggedDocument(0, test::join({test::taggedHead(0, {"A", "B"}),
+                                                                    test::taggedRecord(0, {longValue, "b"})})));
             database = test::openDatabase(dir, DB_SUBTYPE_TAGGED);
             ASSERT_EQ(test::openTagged(database, "t.doc", &table), 0u);
         } else {

@@ -153,8 +153,7 @@ TEST_F(TableOpenTest, TheHeaderTestRefusesEveryBadField) {
         {8, 10, 0},                                  {11, 1, 0},
     };
     // A head record naming one field, N.
-    const Bytes head = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'N', '~', '~',
-                        0xDE, 0x34, 6, 0, 0,    0, 6, 0, 0x34, 0xDE, 0x0C};
+    const Bytes head = test::taggedHead(1, {"N"});
     for (const Case &c : cases) {
         Bytes bytes = test::taggedDocument(0, head);
         bytes[c.offset] = c.value;

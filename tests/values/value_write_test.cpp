@@ -92,8 +92,7 @@ TEST_F(ValueWriteTest, BlankPutsClearingAndNumberedFields) {
 }
 
 TEST_F(ValueWriteTest, TaggedTablesTakePlainTextAndKnownFieldsOnly) {
-    dir.write("t.doc", test::taggedDocument(0, {0x0A, 0x0E, 0x0A, 0xC3, 0x0C, 0xC3, 'A', 0xC4, 0x0C, 0xC4, 0x0A,
-                                                0x12, 0x0A, 0x05, 0x0A}));
+    dir.write("t.doc", test::taggedDocument(0, test::taggedHead(0, {"A"})));
     open("t.doc");
     ASSERT_EQ(dbPutFieldValueMerge(table, "a", "x\x01y\xC0\x41\x01\xC0z", DB_TYPE_TEXT, 9), 0u);
     EXPECT_EQ(text(0), "xyAz");
