@@ -72,8 +72,7 @@ void deleteThroughDriver(OpenTable &open, const DeletePlan &plan) {
             ++next;
         }
     });
-    open.table.close();
-    mindBackupAfterCommit(open.file);
+    commitEdits(open);
 }
 
 // The rewritten table must read whole through the driver, and hold the

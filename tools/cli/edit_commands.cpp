@@ -217,8 +217,7 @@ int runUpdate(const Invocation &invocation) {
         open.table.update();
         ++next;
     });
-    open.table.close();
-    mindBackupAfterCommit(open.file);
+    commitEdits(open);
     report("updated", fitting.size());
     return 0;
 }

@@ -147,8 +147,21 @@ void mindBackup(const TableFile &file, Access access) {
                          ".* table) that did not finish; see mergedb recover " + file.label);
 }
 
-void mindBackupAfterCommit(const TableFile &file) {
+void commitEdits(OpenTable &open) {
+    const TableFile &file = open.file;
     std::error_code error;
+    try {
+        open.table.close();
+    } catch (const Failure &failure) {
+        if (std::filesystem::exists(file.path, error) || !std::filesystem::exists(file.backupPath(), error)) throw;
+        std::filesystem::rename(file.backupPath(), file.path, error);
+        if (error) {
+            throw Failure(file.label, failure.reason() + " The old table is under " + file.backupName +
+                                          " and could not be put back (" + error.message() +
+                                          "); mergedb recover " + file.label + " puts it back");
+        }
+        throw Failure(file.label, failure.reason() + " Nothing was changed: the table is as it was.");
+    }
     if (!std::filesystem::exists(file.backupPath(), error)) return;
     note(file.label, "note: the commit is done, but " + file.backupName + " lies beside the table: the driver " +
                          "could not remove the old table, or another table of that backup name is being " +
@@ -181,11 +194,14 @@ host::IssueSink IssuePrinter::sink() {
     };
 }
 
+std::string problemCount(size_t issues) {
+    return issues == 1 ? "1 problem" : std::to_string(issues) + " problems";
+}
+
 void requireWhole(const Invocation &invocation, const std::string &label, size_t issues) {
     if (issues == 0) return;
-    std::string problems = issues == 1 ? "1 problem" : std::to_string(issues) + " problems";
     if (invocation.has("--partial")) return;
-    throw Failure(label, "was not read whole (" + problems + ", told above); --partial accepts what was read");
+    throw Failure(label, "was not read whole (" + problemCount(issues) + ", told above); --partial accepts what was read");
 }
 
 }  // namespace mergedb::cli

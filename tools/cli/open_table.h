@@ -39,9 +39,6 @@ void enterDirectory(const host::TableFile &file);
 // reads (an edit has refused it before).
 void mindBackup(const host::TableFile &file, host::Access access);
 
-// Says on stderr that the backup lies beside the table after a commit that
-// succeeded: the driver leaves it when it can't remove it.
-void mindBackupAfterCommit(const host::TableFile &file);
 
 // A table open through the driver, in its directory, with the checks that
 // come before: the backup, and for an edit the permissions that a commit
@@ -76,8 +73,19 @@ private:
     size_t count_ = 0;
 };
 
+// "1 problem", "2 problems".
+std::string problemCount(size_t issues);
+
 // A command that read a table succeeds only when it saw all of it, or when
 // --partial accepts what it saw. Throws the failure that says so.
 void requireWhole(const Invocation &invocation, const std::string &label, size_t issues);
+
+// Closes an edited table, which commits its updates and deletes. A commit
+// that fails once it has renamed the table (a full disk, a write error)
+// leaves the old table under the driver's backup name and nothing under its
+// own: the old table goes back at once, and the failure says that nothing
+// was changed. After a commit that succeeded, a backup that the driver could
+// not remove is told on stderr.
+void commitEdits(OpenTable &open);
 
 }  // namespace mergedb::cli

@@ -184,7 +184,7 @@ int tableInfo(const Invocation &invocation) {
     std::string names = joined(walk.names());
     lines += "fields: " + std::to_string(walk.fieldCount()) + (names.empty() ? "" : " (" + names + ")") + "\n";
     lines += "records: " + std::to_string(records) + "\n";
-    std::string whole = walk.issues() == 0 ? "yes" : "no, " + std::to_string(walk.issues()) + " problems (on stderr)";
+    std::string whole = walk.issues() == 0 ? "yes" : "no, " + problemCount(walk.issues()) + " (on stderr)";
     lines += "reads whole: " + whole + "\n";
     std::string backup = file.backupPresent ? file.backupName + " lies beside it (see mergedb recover)" : "none";
     lines += "backup: " + backup + "\n";

@@ -1,5 +1,6 @@
-// A fixture for tests that change tables through the exports and look at
-// the files they leave.
+// A fixture for tests that open one table at a time in a database of their
+// own, use it through the exports, and look at what it shows and at the
+// files it leaves.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,7 +14,7 @@
 
 namespace mergedb::test {
 
-class EditsTest : public ::testing::Test {
+class TableTest : public ::testing::Test {
 protected:
     void SetUp() override { database = openDatabase(dir); }
     void TearDown() override {
@@ -23,22 +24,24 @@ protected:
         dbCloseDBMerge(&database);
     }
 
-    // Opens name, a delimited table (comma, line end, double quote) or a
-    // tagged document by its ending.
-    void open(const std::string &name) {
+    // Opens name, closing the table open before: a tagged document by its
+    // ending ".doc", otherwise a delimited table with a comma between fields.
+    void open(const std::string &name, const char *record = "\n", const char *quote = "\"") {
         if (table != 0) {
             ASSERT_EQ(dbCloseTableMerge(&table), 0u);
         }
         bool tagged = name.size() > 4 && name.substr(name.size() - 4) == ".doc";
-        DbResult result = tagged ? openTagged(database, name, &table) : openDelimited(database, name, &table, ",", "\n");
+        DbResult result =
+            tagged ? openTagged(database, name, &table) : openDelimited(database, name, &table, ",", record, quote);
         ASSERT_EQ(result, 0u) << name;
-        tableName = name;
     }
 
     void close() {
         ASSERT_EQ(dbCloseTableMerge(&table), 0u);
         table = 0;
     }
+
+    MergeTable &record() { return *tableLock(table); }
 
     void put(uint16_t number, const std::string &text) {
         ASSERT_EQ(dbPutFieldValueHMerge(table, number, text.c_str(), DB_TYPE_TEXT,
@@ -51,8 +54,9 @@ protected:
         for (size_t i = 0; i < values.size(); ++i) put(static_cast<uint16_t>(i), values[i]);
     }
 
+    // The current record's image.
     Bytes current() {
-        const auto *node = blockLockAs<EditNode>(tableLock(table)->current);
+        const auto *node = blockLockAs<EditNode>(record().current);
         const auto *bytes = blockLockAs<uint8_t>(node->data);
         return Bytes(bytes, bytes + node->dataLength);
     }
@@ -76,7 +80,6 @@ protected:
     TempDir dir;
     uint32_t database = 0;
     uint32_t table = 0;
-    std::string tableName;
 };
 
 }  // namespace mergedb::test
