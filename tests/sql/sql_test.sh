@@ -22,8 +22,16 @@ fail() {
   failures=$((failures + 1))
 }
 
-# The sqlite3 shell, instrumented builds need their runtime loaded first.
-shell() { ${SQL_PRELOAD:+env LD_PRELOAD="$SQL_PRELOAD"} sqlite3 "$@"; }
+# The sqlite3 shell and Python. An extension built with AddressSanitizer
+# needs its runtime loaded first (SQL_PRELOAD); their own leaks are not ours.
+host() {
+  if [ -n "${SQL_PRELOAD:-}" ]; then
+    env LD_PRELOAD="$SQL_PRELOAD" ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=0" "$@"
+  else
+    "$@"
+  fi
+}
+shell() { host sqlite3 "$@"; }
 
 # run_sql STATEMENTS: runs STATEMENTS after loading the extension and making
 # the tables c (contacts.doc), t (contacts.txt) and p (people.csv).
@@ -104,6 +112,17 @@ test_Edits() {
     DELETE FROM p WHERE city = 'Sevilla' OR id = '4';"
   [ "$("$tool" dump --header people.csv | paste -sd' ')" = 'id,name,city 1,Zoë,Wien 3,Ann,Oslo 5,Ida,Bergen' ] ||
     fail "edits: $("$tool" dump --header people.csv)"
+  # 200 deletes or more, at which the driver would commit in the middle,
+  # are made in one rewrite, with the updates and inserts of the same
+  # transaction.
+  seq 1 500 | sed 's/.*/&;r&/' >many.csv
+  printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE m USING mergedb('many.csv');" "BEGIN;" \
+    "DELETE FROM m WHERE \"1\" % 2 = 0;" "UPDATE m SET \"2\" = 'changed' WHERE \"1\" IN ('7', '499');" \
+    "INSERT INTO m VALUES ('501', 'new');" "COMMIT;" | shell -bail :memory: || fail "the transaction of 250 deletes"
+  [ "$("$tool" dump many.csv | sed -n '1p;4p;250,$p' | paste -sd' ')" = '1,r1 7,changed 499,changed 501,new' ] ||
+    fail "250 deletes: $("$tool" dump many.csv | head -5)"
+  [ "$("$tool" dump many.csv | wc -l)" -eq 251 ] && [ -z "$(ls ./*.tmp ./*.bk 2>/dev/null)" ] ||
+    fail "250 deletes left: $(ls)"
   # What the table can't store is refused before anything is applied.
   cp contacts.doc before.doc
   sql_error "contacts.doc: the value for field \"Name\" holds 'Ž' (U+017D), and the driver writes only printable ASCII into a tagged document" \
@@ -141,7 +160,7 @@ test_Arguments() {
 
 test_Python() {
   cp people.csv before.csv
-  got=$(/usr/bin/python3 "$source/tests/sql/sql_test.py" "$extension" people.csv 2>&1) || fail "python: $got"
+  got=$(host /usr/bin/python3 "$source/tests/sql/sql_test.py" "$extension" people.csv 2>&1) || fail "python: $got"
   [ "$got" = 'rolled back: 4 records
 committed: 6 records' ] || fail "python printed: $got"
   [ "$("$tool" dump --header people.csv | tail -2 | paste -sd' ')" = '5,Eve,Tromsø 6,Max,Tromsø' ] ||
@@ -160,6 +179,10 @@ test_Tool() {
   [ "$got" = $'city\nWien' ] || fail "sql update: $got"
 }
 
+if [ -n "${SQL_PRELOAD:-}" ] && ! host sqlite3 :memory: ".load $extension" >/dev/null 2>&1; then
+  echo "SKIPPED: the sqlite3 shell can't load the instrumented extension even with $SQL_PRELOAD first"
+  exit 0
+fi
 "test_$group"
 [ "$failures" -eq 0 ] || exit 1
 echo "$group: passed"

@@ -91,12 +91,7 @@ void checkRewritten(OpenTable &open, const Digest &kept, const host::TableFile &
 }
 
 void deleteByRewrite(OpenTable &open, DeletePlan &plan) {
-    // The byte-order mark in front of the first record stays in front of
-    // whatever record comes first.
-    if (!plan.extents.empty() && plan.extents.front().offset == 0) {
-        plan.extents.front().offset += open.format.bomLength;
-        plan.extents.front().length -= open.format.bomLength;
-    }
+    host::keepByteOrderMark(plan.extents, open.format.bomLength);
     host::rebuildWithout(open.file, plan.dataEnd, plan.extents,
                          [&](const host::TableFile &rewritten) { checkRewritten(open, plan.kept, rewritten); });
     open.table.close();

@@ -96,14 +96,18 @@ void copyKept(const TableFile &file, uint64_t dataEnd, const std::vector<Extent>
 
 // The table's permission bits, and its owner and group where the process
 // may give them; the owner first, since a change of owner clears the
-// set-user-ID bit.
-void takeOwnership(const TableFile &file, int fd) {
+// set-user-ID bit. Then the new file reaches the disk.
+void takeOwnership(const TableFile &file, const std::filesystem::path &path) {
+    Descriptor opened(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    int fd = opened.get();
+    if (fd < 0) failed(file.label, "the new table could not be opened");
     struct stat facts{};
     if (::stat(file.path.c_str(), &facts) != 0) failed(file.label, "could not be examined");
     if (::fchown(fd, facts.st_uid, facts.st_gid) != 0 && errno != EPERM) {
         failed(file.label, "could not be given its owner");
     }
     if (::fchmod(fd, facts.st_mode & 07777) != 0) failed(file.label, "could not be given its permissions");
+    if (::fsync(fd) != 0) failed(file.label, "the new table could not be synced");
 }
 
 void syncDirectory(const std::filesystem::path &directory, const std::string &label) {
@@ -127,13 +131,18 @@ std::filesystem::path takeFreeName(const std::filesystem::path &directory, const
     throw Failure(label, "no free name for a new file in " + directory.string());
 }
 
+void keepByteOrderMark(std::vector<Extent> &dropped, size_t bomLength) {
+    if (dropped.empty() || dropped.front().offset != 0) return;
+    dropped.front().offset += bomLength;
+    dropped.front().length -= bomLength;
+}
+
 void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
                     const std::function<void(const TableFile &rebuilt)> &check) {
     NewFile rebuilt(file.directory(), file.label);
     copyKept(file, dataEnd, dropped, rebuilt.fd());
-    takeOwnership(file, rebuilt.fd());
-    if (::fsync(rebuilt.fd()) != 0) failed(file.label, "the new table could not be synced");
     check(locateTable(rebuilt.path().string()));
+    takeOwnership(file, rebuilt.path());
     if (::rename(rebuilt.path().c_str(), file.path.c_str()) != 0) {
         failed(file.label, "the new table could not take its place");
     }

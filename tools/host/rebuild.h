@@ -24,14 +24,19 @@ struct Extent {
 };
 
 // Writes file's bytes up to dataEnd without the extents of dropped (in file
-// order, apart from each other) into a new file in the same directory,
-// with the table's permission bits and, where the process may set them, its
-// owner and group, and makes it reach the disk. check then looks at the new
-// file, and throws when it is not what it should be. Only then does the
-// new file replace the table, in one rename. Throws a Failure when anything
-// fails; the table is then as it was, and the new file gone.
+// order, apart from each other) into a new file in the same directory.
+// check then looks at the new file (and may change it further through the
+// driver), and throws when it is not what it should be. Only then does the
+// new file get the table's permission bits and, where the process may set
+// them, its owner and group, reach the disk, and replace the table in one
+// rename. Throws a Failure when anything fails; the table is then as it
+// was, and the new file gone.
 void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
                     const std::function<void(const TableFile &rebuilt)> &check);
+
+// The byte-order mark in front of a file's first record stays in front of
+// whatever record comes first, when that record is dropped.
+void keepByteOrderMark(std::vector<Extent> &dropped, size_t bomLength);
 
 // A name that no file in directory has yet, held by a new empty file of
 // the permission bits mode (less the umask); removed again by the caller

@@ -14,14 +14,7 @@ namespace {
 
 // How far back the first look reaches; it doubles while no start is found.
 constexpr uint64_t FIRST_REACH = 512;
-
-// A tagged record ends with its mark, byte 5 (dialect 0) or the function
-// token whose last bytes are 52 and 222 (dialect 1), then a line end.
-constexpr unsigned char RECORD_END_MARK = 5;
-constexpr unsigned char LINE_END = 10;
-constexpr unsigned char RECORD_LINE_END = 12;
-constexpr unsigned char FUNCTION_LEAD = 222;
-constexpr unsigned char FUNCTION_RECORD_END = 52;
+using namespace tagged;
 
 }  // namespace
 

@@ -19,12 +19,7 @@ constexpr unsigned char END_OF_DATA_MARK = 26;
 constexpr size_t HEADER_BYTES = 16;
 constexpr size_t DOC_OFFSET_AT = 4;
 
-// Tagged documents: bytes and tokens with a meaning for where records end.
-constexpr unsigned char RECORD_END_MARK = 5;
-constexpr unsigned char LINE_END = 10;
-constexpr unsigned char RECORD_LINE_END = 12;
-constexpr unsigned char FUNCTION_LEAD = 222;
-constexpr unsigned char FUNCTION_RECORD_END = 52;
+using namespace tagged;
 constexpr size_t VARIABLE_HEAD = 4;  // lead, sub-code and the length word
 
 // The total length of a fixed token by its lead byte 192 to 199; 0 for the

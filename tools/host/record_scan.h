@@ -22,6 +22,16 @@ namespace mergedb::host {
 // The longest record that the driver reads, in bytes.
 inline constexpr uint64_t LONGEST_RECORD = 28672;
 
+// A tagged record ends with its mark, byte 5 or the function token 52
+// (whose lead byte is 222), and then at the next line end, byte 10 or 12.
+namespace tagged {
+inline constexpr unsigned char RECORD_END_MARK = 5;
+inline constexpr unsigned char LINE_END = 10;
+inline constexpr unsigned char RECORD_LINE_END = 12;
+inline constexpr unsigned char FUNCTION_LEAD = 222;
+inline constexpr unsigned char FUNCTION_RECORD_END = 52;
+}  // namespace tagged
+
 enum class RecordFault : uint8_t {
     None,
     TooLong,        // longer than LONGEST_RECORD

@@ -6,9 +6,12 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <map>
+#include <set>
 
 #include "checked_walk.h"
 #include "in_directory.h"
+#include "rebuild.h"
 #include "record_scan.h"
 #include "store.h"
 
@@ -61,12 +64,17 @@ private:
     std::string tail_;
 };
 
-// Updates and deletes, in the order of the file, each at its record.
-void editRecords(const Source &source, host::Table &table, const Pending &pending) {
+// Where each record kept by a rewrite lies in the new file.
+using Moves = std::map<uint64_t, uint64_t>;
+
+// Updates and deletes, in the order of the file, each at its record; after
+// a rewrite (moves) only the updates, at their new places.
+void editRecords(const Source &source, host::Table &table, const Pending &pending, const Moves *moves = nullptr) {
     for (const auto &[rowid, change] : pending.changes()) {
-        if (change.edit == Edit::Insert) continue;
-        if (rowid > std::numeric_limits<uint32_t>::max() ||
-            table.jump(static_cast<uint32_t>(rowid)) != host::Moved::Record) {
+        if (change.edit == Edit::Insert || (moves != nullptr && change.edit == Edit::Delete)) continue;
+        uint64_t offset = moves != nullptr ? moves->at(rowid) : rowid;
+        if (offset > std::numeric_limits<uint32_t>::max() ||
+            table.jump(static_cast<uint32_t>(offset)) != host::Moved::Record) {
             throw Failure(source.label(), "the record at byte " + std::to_string(rowid) +
                                               " can't be read again; nothing was changed");
         }
@@ -77,7 +85,7 @@ void editRecords(const Source &source, host::Table &table, const Pending &pendin
         std::vector<std::string> bytes = storedBytes(source, change.values);
         bool changed = false;
         for (uint16_t i = 0; i < source.fieldCount(); ++i) {
-            bool first = i == 0 && rowid == 0 && source.format().bomLength != 0;
+            bool first = i == 0 && offset == 0 && source.format().bomLength != 0;
             if (host::decodeValue(table.value(i), source.format(), first) == change.values[i]) continue;
             table.put(i, bytes[i]);
             changed = true;
@@ -96,6 +104,48 @@ void insertRecords(const Source &source, host::Table &table, const Pending &pend
         }
         table.insert();
     }
+}
+
+// A transaction of many deletes, which the driver would commit in part at
+// its 200th: the host writes the table without the deleted records into a
+// new file beside it, as mergedb delete does; the driver's edits make the
+// updates (each at its record's new place) and the inserts there, and its
+// close commits that file; only a new file that reads whole, with every
+// kept record where it should be, takes the table's place, in one rename.
+void commitByRewrite(const Source &source, const Pending &pending, const EditBase &base) {
+    const host::TableFile &file = source.file();
+    host::RecordScanner scanner(file, source.format());
+    std::vector<host::Extent> dropped;
+    std::set<uint64_t> deleted;
+    for (const auto &[rowid, change] : pending.changes()) {
+        if (change.edit != Edit::Delete) continue;
+        scanner.restartAt(rowid);
+        std::optional<host::ScannedRecord> record = scanner.next();
+        if (!record) throw Failure(file.label, "a deleted record can't be found again; nothing was changed");
+        dropped.push_back({rowid, record->length});
+        deleted.insert(rowid);
+    }
+    host::keepByteOrderMark(dropped, source.format().bomLength);
+    std::vector<uint64_t> before = surveyOffsets(file, source.format(), source.fieldCount());
+    host::rebuildWithout(file, base.dataEnd, dropped, [&](const host::TableFile &rebuilt) {
+        std::vector<uint64_t> after = surveyOffsets(rebuilt, source.format(), source.fieldCount());
+        Moves moves;
+        for (uint64_t offset : before) {
+            if (deleted.contains(offset)) continue;
+            if (moves.size() == after.size()) break;
+            moves[offset] = after[moves.size()];
+        }
+        if (moves.size() != after.size() || moves.size() + deleted.size() != before.size()) {
+            throw Failure(file.label, "the rewritten table did not read back as it should; nothing was changed");
+        }
+        if (pending.changes().size() == deleted.size()) return;
+        std::unique_ptr<host::Table> table = source.open(host::Access::Write, &rebuilt);
+        editRecords(source, *table, pending, &moves);
+        insertRecords(source, *table, pending);
+        host::InDirectory here(rebuilt.directory(), file.label);
+        table->close();
+        surveyOffsets(host::locateTable(rebuilt.path.string()), source.format(), source.fieldCount());
+    });
 }
 
 }  // namespace
@@ -132,10 +182,8 @@ void applyChanges(Source &source, const Pending &pending, const EditBase &base) 
     }
     host::requireEditable(source.file());
     if (pending.deletes() >= DELETES_PER_COMPACTION) {
-        throw Failure(source.label(), "a transaction deletes at most " + std::to_string(DELETES_PER_COMPACTION - 1) +
-                                          " records of a table, since the driver rewrites it at its " +
-                                          std::to_string(DELETES_PER_COMPACTION) +
-                                          "th delete; nothing was changed (mergedb delete makes many deletes at once)");
+        commitByRewrite(source, pending, base);
+        return;
     }
     FileEnd end(source.file(), base.dataEnd);
     std::unique_ptr<host::Table> table = source.open(host::Access::Write);

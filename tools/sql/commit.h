@@ -31,9 +31,9 @@ EditBase prepareEdit(Source &source);
 void checkRecord(const Source &source, const std::vector<std::string> &values);
 
 // Applies the changes to the file. Refuses, changing nothing, a file that
-// another program changed since base was taken, a backup that came beside
-// it, and as many deletes as make the driver rewrite the table in the
-// middle (which would put part of the transaction in the file).
+// another program changed since base was taken, or a backup that came
+// beside it. 200 deletes or more, at which the driver would rewrite the
+// table in the middle of the edits, are made by a rewrite of the table.
 void applyChanges(Source &source, const Pending &pending, const EditBase &base);
 
 }  // namespace mergedb::sql

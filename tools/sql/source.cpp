@@ -49,10 +49,10 @@ std::vector<std::string> Source::columnNames() const {
     return names;
 }
 
-std::unique_ptr<host::Table> Source::open(host::Access access) const {
+std::unique_ptr<host::Table> Source::open(host::Access access, const host::TableFile *other) const {
     host::InDirectory here(file_.directory(), file_.label);
-    return std::make_unique<host::Table>(*database_, file_.driverName, file_.label, format_.subtype(),
-                                         format_.delimiters, access);
+    return std::make_unique<host::Table>(*database_, (other != nullptr ? *other : file_).driverName, file_.label,
+                                         format_.subtype(), format_.delimiters, access);
 }
 
 Stamp Source::stamp() const {

@@ -47,8 +47,9 @@ public:
     // else at the start of the file (the header record stands there).
     uint64_t firstRecordOffset() const { return firstRecord_; }
 
-    // The table through the driver, opened in its directory.
-    std::unique_ptr<host::Table> open(host::Access access) const;
+    // The table through the driver, opened in its directory; or another
+    // file of the same directory and format.
+    std::unique_ptr<host::Table> open(host::Access access, const host::TableFile *other = nullptr) const;
     // The file as it is on the disk now; throws when it is gone.
     Stamp stamp() const;
     // Looks at the file again: its size and a backup beside it.
