@@ -21,6 +21,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bench_data.h"
@@ -383,7 +384,13 @@ std::vector<std::string> sqlArguments(SqlWay way, const std::string &sqlite, con
     for (int f = 1; f <= ADDRESS_FIELDS; ++f) columns += (f == 1 ? "\"" : ", \"") + std::to_string(f) + "\"";
     switch (way) {
     case SqlWay::Extension:
-        return {sqlite, ":memory:", std::string(".load ") + MERGEDB_SQLITE_EXTENSION,
+        // An instrumented build loads into the shell after its runtimes.
+        if (std::string_view(MERGEDB_SQLITE_PRELOAD).empty()) {
+            return {sqlite, ":memory:", std::string(".load ") + MERGEDB_SQLITE_EXTENSION,
+                    "CREATE VIRTUAL TABLE t USING mergedb('" + path + "');", SQL_QUERY};
+        }
+        return {"/usr/bin/env", std::string("LD_PRELOAD=") + MERGEDB_SQLITE_PRELOAD, "ASAN_OPTIONS=detect_leaks=0",
+                sqlite, ":memory:", std::string(".load ") + MERGEDB_SQLITE_EXTENSION,
                 "CREATE VIRTUAL TABLE t USING mergedb('" + path + "');", SQL_QUERY};
     case SqlWay::Import:
         return {sqlite, ":memory:", "CREATE TABLE t(" + columns + ");", ".import --csv " + path + " t", SQL_QUERY};
