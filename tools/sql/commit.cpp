@@ -106,6 +106,19 @@ void insertRecords(const Source &source, host::Table &table, const Pending &pend
     }
 }
 
+// The table open for the edits, which no one else may hold open, not even
+// a query of this program that was not read to its end.
+std::unique_ptr<host::Table> openForCommit(const Source &source) {
+    try {
+        return source.open(host::Access::Write);
+    } catch (const host::DriverError &error) {
+        if (error.code() != ERR_OPEN) throw;
+        throw Failure(source.label(), error.reason() + " A query of it may still be being read (a cursor not read to "
+                                                       "its end, here or in another program): finish it, then "
+                                                       "commit again.");
+    }
+}
+
 // A transaction of many deletes, which the driver would commit in part at
 // its 200th: the host writes the table without the deleted records into a
 // new file beside it, as mergedb delete does; the driver's edits make the
@@ -186,7 +199,7 @@ void applyChanges(Source &source, const Pending &pending, const EditBase &base) 
         return;
     }
     FileEnd end(source.file(), base.dataEnd);
-    std::unique_ptr<host::Table> table = source.open(host::Access::Write);
+    std::unique_ptr<host::Table> table = openForCommit(source);
     editRecords(source, *table, pending);
     try {
         insertRecords(source, *table, pending);
