@@ -30,9 +30,18 @@ fail() {
 awk 'BEGIN { for (i = 1; i <= 3000; i++) printf "%d,name %d and some text\r\n", i, i }' >t.txt
 cp t.txt "$keep/before"
 dd if=/dev/zero of=fill bs=4k 2>/dev/null
-# Each edit fails for want of room and changes nothing. The inserted record
-# is longer than what a page of the file system has left.
+# Each edit fails for want of room and changes nothing, through the tool's
+# commands and through SQL. The inserted record is longer than what a page
+# of the file system has left.
 long=$(printf 'x%.0s' {1..6000})
+# check WHAT: the edit failed, said so, and left the table as it was.
+check() {
+  local what=${1:0:40}
+  [ "$status" -eq 1 ] || fail "$what: status $status: $(cat "$keep/err")"
+  cmp -s t.txt "$keep/before" || fail "$what: the table changed"
+  [ ! -e t.bk ] || fail "$what: a backup was left"
+  grep -q "could not be written" "$keep/err" || fail "$what: stderr was: $(cat "$keep/err")"
+}
 for edit in "insert t.txt 1=3001 2=$long" \
             "update t.txt --where 1=5 --set 2=changed" \
             "delete t.txt --where 1=7" \
@@ -40,12 +49,12 @@ for edit in "insert t.txt 1=3001 2=$long" \
   # shellcheck disable=SC2086
   "$tool" $edit >"$keep/out" 2>"$keep/err"
   status=$?
-  what=${edit:0:40}
-  [ "$status" -eq 1 ] || fail "$what: status $status: $(cat "$keep/err")"
-  cmp -s t.txt "$keep/before" || fail "$what: the table changed"
-  [ ! -e t.bk ] || fail "$what: a backup was left"
-  grep -q "could not be written" "$keep/err" || fail "$what: stderr was: $(cat "$keep/err")"
+  check "$edit"
 done
+# The same through SQL, whose commit goes through the driver as well.
+"$tool" sql "UPDATE t SET \"2\" = 'changed' WHERE \"1\" = '5'" >"$keep/out" 2>"$keep/err"
+status=$?
+check "sql update"
 rm fill
 "$tool" insert t.txt 1=3001 2=room >/dev/null 2>"$keep/err" || fail "insert with room: $(cat "$keep/err")"
 printf '"3001","room"\r\n' >>"$keep/before"

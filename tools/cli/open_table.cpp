@@ -153,14 +153,7 @@ void commitEdits(OpenTable &open) {
     try {
         open.table.close();
     } catch (const Failure &failure) {
-        if (std::filesystem::exists(file.path, error) || !std::filesystem::exists(file.backupPath(), error)) throw;
-        std::filesystem::rename(file.backupPath(), file.path, error);
-        if (error) {
-            throw Failure(file.label, failure.reason() + " The old table is under " + file.backupName +
-                                          " and could not be put back (" + error.message() +
-                                          "); mergedb recover " + file.label + " puts it back");
-        }
-        throw Failure(file.label, failure.reason() + " Nothing was changed: the table is as it was.");
+        throw host::afterFailedCommit(file, failure);
     }
     if (!std::filesystem::exists(file.backupPath(), error)) return;
     note(file.label, "note: the commit is done, but " + file.backupName + " lies beside the table: the driver " +

@@ -130,6 +130,20 @@ std::string driverName(std::string_view utf8, const std::string &label) {
     return name;
 }
 
+Failure afterFailedCommit(const TableFile &file, const Failure &failure) {
+    std::error_code error;
+    if (std::filesystem::exists(file.path, error) || !std::filesystem::exists(file.backupPath(), error)) {
+        return failure;
+    }
+    std::filesystem::rename(file.backupPath(), file.path, error);
+    if (error) {
+        return Failure(file.label, failure.reason() + " The old table is under " + file.backupName +
+                                       " and could not be put back (" + error.message() + "); mergedb recover " +
+                                       file.label + " puts it back");
+    }
+    return Failure(file.label, failure.reason() + " Nothing was changed: the table is as it was.");
+}
+
 std::string backupNameOf(const std::string &name) { return name.substr(0, name.find('.')) + ".bk"; }
 
 bool beginsTagged(const std::filesystem::path &path) {

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "failure.h"
+
 namespace mergedb::host {
 
 // Table files are read with 32-bit offsets, so a table stays below 4 GiB.
@@ -46,6 +48,12 @@ TableFile plannedTable(const std::string &argument);
 // would fail on), and the permission to write the table and to rename it
 // in its directory. Throws a Failure saying that nothing was changed.
 void requireEditable(const TableFile &file);
+
+// What a commit that failed leaves: once it has renamed the table (a full
+// disk, a write error), the old table stands under the driver's backup name
+// and nothing under its own. It goes back at once. Gives the failure to
+// report: the driver's, and what became of the table.
+Failure afterFailedCommit(const TableFile &file, const Failure &failure);
 
 // The name in code page 437. The driver takes names in that page and gives
 // them to the file system through Windows-1252, so every character must be

@@ -208,7 +208,11 @@ void applyChanges(Source &source, const Pending &pending, const EditBase &base) 
         throw;
     }
     host::InDirectory here(source.file().directory(), source.label());
-    table->close();
+    try {
+        table->close();
+    } catch (const Failure &failure) {
+        throw host::afterFailedCommit(source.file(), failure);
+    }
 }
 
 }  // namespace mergedb::sql
