@@ -8,14 +8,17 @@ namespace mergedb {
 
 DelimitedBytes delimitedBytesOf(const DelimitedStrings &s) {
     DelimitedBytes bytes{};
+    bool firstsDiffer = true;
     for (auto [text, bit] : {std::pair{s.quote, OPENS_QUOTE}, std::pair{s.record, OPENS_RECORD},
                              std::pair{s.field, OPENS_FIELD}, std::pair{s.ignore, OPENS_IGNORE}}) {
         if (text.empty()) continue;
         auto first = static_cast<uint8_t>(text[0]);
+        firstsDiffer = firstsDiffer && bytes.opens[first] == 0;
         bytes.opens[first] |= bit;
         stopBytesAdd(bytes.stops, first);
         stopBytesAdd(bytes.lastBytes, static_cast<uint8_t>(text.back()));
     }
+    bytes.singlePass = firstsDiffer && !s.field.empty() && !s.record.empty() && s.quote.size() <= 1;
     return bytes;
 }
 

@@ -31,10 +31,16 @@ inline constexpr uint8_t OPENS_IGNORE = 8;
 // may begin, and the stop bytes, the first bytes of the non-empty strings,
 // at which runs of ordinary bytes end; for the walk backward, the last
 // bytes of the strings. An empty string begins and ends nowhere.
+//
+// singlePass: the syntax of most tables, in which the scanner can note the
+// fields of a record as it finds the record's end: both delimiters given, a
+// quote of at most one byte, and no byte that begins two of the strings, so
+// that the scanner's order of tests and extraction's can't disagree.
 struct DelimitedBytes {
     std::array<uint8_t, 256> opens;
     StopBytes stops;
     StopBytes lastBytes;
+    bool singlePass;
 };
 
 DelimitedBytes delimitedBytesOf(const DelimitedStrings &strings);

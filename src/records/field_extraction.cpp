@@ -8,6 +8,7 @@
 #include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
+#include "records/field_map.h"
 #include "records/record_format.h"
 
 namespace mergedb {
@@ -336,6 +337,19 @@ uint16_t extractDelimitedField(ParseCursor &record, uint8_t *building, Delimited
     return extractValue(record, building, entry, 1, 0, takeWhole, build);
 }
 
+// Field i of the map: the value the steps would take whole, with the
+// cursor left on the next field.
+uint16_t takeMappedField(ParseCursor &record, uint8_t *building, const FieldMap &map, int16_t i, FieldEntry &entry) {
+    auto takeWhole = [&map, i](ValueBuilder &value) {
+        ParseCursor &cursor = value.record;
+        takeStretch(value, cursor.base + map.from[i], cursor.base + map.to[i]);
+        cursor.cursor = cursor.base + map.begin[i + 1];
+        return true;
+    };
+    auto build = [](ValueBuilder &) -> uint16_t { return 0; };
+    return extractValue(record, building, entry, 1, 0, takeWhole, build);
+}
+
 }  // namespace
 
 uint16_t growFieldValue(FieldEntry &entry, uint32_t steps) {
@@ -355,7 +369,14 @@ uint16_t extractDelimitedFields(MergeTable &table, ParseCursor &record, FieldEnt
     DelimitedSyntax syntax = delimitedSyntax(table);
     DelimitedSplit split{syntax.strings, syntax.bytes, stopScanStart(syntax.bytes.stops, record.cursor, record.limit)};
     uint16_t code = 0;
-    for (int16_t i = 0; code == 0 && i < count; ++i) code = extractDelimitedField(record, building, split, entries[i]);
+    int16_t i = 0;
+    if (const FieldMap *map = record.offset() == 0 ? fieldMapTake(table, record.owner) : nullptr) {
+        for (int16_t mapped = std::min<int16_t>(count, static_cast<int16_t>(map->count)); code == 0 && i < mapped; ++i) {
+            code = takeMappedField(record, building, *map, i, entries[i]);
+        }
+        if (code == 0) record.cursor = record.base + map->begin[i];
+    }
+    for (; code == 0 && i < count; ++i) code = extractDelimitedField(record, building, split, entries[i]);
     return code;
 }
 

@@ -9,6 +9,7 @@
 #include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
+#include "records/field_map.h"
 #include "records/record_format.h"
 
 namespace mergedb {
@@ -228,16 +229,33 @@ uint16_t delimitedPassInStretch(WindowCursor &window, RecordSink &sink, const Sc
     return code;
 }
 
+// A record that stands whole in the lane, in a syntax that one pass can
+// split: found, with its fields noted in the table's map, and taken where it
+// stands, the window's bytes being the sink's. False, with nothing moved,
+// for any other record.
+bool takeMappedRecord(WindowCursor &window, RecordSink &sink, const DelimitedSyntax &syntax) {
+    if (!syntax.bytes.singlePass) return false;
+    FieldMap *map = fieldMapOf(window.table);
+    if (map == nullptr) return false;
+    const uint8_t *end = scanMappedRecord(syntax, window.cursor, laneEnd(window, sink), *map);
+    if (end == nullptr) return false;
+    sink.start = window.cursor;
+    sink.cursor = sink.reach = window.cursor = const_cast<uint8_t *>(end);
+    return true;
+}
+
 }  // namespace
 
 uint16_t scanDelimitedRecord(WindowCursor &window, RecordSink &sink) {
-    ScanStrings scan(delimitedSyntax(window.table));
+    DelimitedSyntax syntax = delimitedSyntax(window.table);
+    ScanStrings scan(syntax);
     Place place = Place::Outside;
-    while (place != Place::RecordEnded) {
+    for (bool first = true; place != Place::RecordEnded; first = false) {
         // An unterminated last line is no record; a stretch meets the end
         // of the file in its next write.
         if (place == Place::Outside && window.cursor == window.end && window.atEof()) return ERR_END_OF_FILE;
         if (uint16_t code = refillIfDrained(window)) return code;
+        if (first && takeMappedRecord(window, sink, syntax)) return 0;
         uint16_t code = 0;
         place = delimitedLane(window, sink, scan, place, code);
         if (code == 0 && place == Place::Outside) code = delimitedPassOutside(window, sink, scan, place);
@@ -391,7 +409,10 @@ uint16_t readRecord(MergeTable &table) {
     *node = EditNode{};
     node->offset = window.position();
     RecordSink sink{scratch, scratch, RECORD_BLOCK_STEP, scratch};
-    return finishScan(*node, block, sink, table.format->scan(window, sink));
+    fieldMapForget(table);
+    uint16_t code = finishScan(*node, block, sink, table.format->scan(window, sink));
+    fieldMapSettle(table, *node, code == 0);
+    return code;
 }
 
 }  // namespace mergedb

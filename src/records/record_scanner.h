@@ -9,7 +9,8 @@
 
 namespace mergedb {
 
-// Where the bytes of a record go while it is scanned.
+// Where the bytes of a record go while it is scanned. A record that a scan
+// finds whole in the window may stay there: the sink then points at it.
 struct RecordSink {
     uint8_t *start;     // the first byte
     uint8_t *cursor;    // the next byte to be written

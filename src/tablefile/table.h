@@ -70,6 +70,9 @@ struct MergeTable {
     // A hash of the field names, made on the first lookup by name and made
     // anew when the field array changes.
     BlockHandle fieldIndex;
+    // Where the fields of the record just scanned lie, where the scan could
+    // note them (records layer); made on the first scan that can.
+    BlockHandle fieldMap;
 };
 
 // The table behind a host's handle, or null for 0, a stale handle, or a

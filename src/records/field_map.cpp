@@ -1,0 +1,163 @@
+#include "records/field_map.h"
+
+#include <string_view>
+
+#include "formats/byte_runs.h"
+
+namespace mergedb {
+namespace {
+
+// How many bytes of s stand at p, from its first on.
+size_t matchedBytes(const uint8_t *p, std::string_view s) {
+    size_t n = 0;
+    while (n < s.size() && p[n] == static_cast<uint8_t>(s[n])) ++n;
+    return n;
+}
+
+// Which delimiter stands whole at p, and its length; 0 for neither.
+struct Delimiter {
+    size_t length;
+    bool endsRecord;
+};
+
+Delimiter delimiterAt(const DelimitedStrings &s, const uint8_t *p) {
+    if (matchedBytes(p, s.record) == s.record.size()) return {s.record.size(), true};
+    if (matchedBytes(p, s.field) == s.field.size()) return {s.field.size(), false};
+    return {0, false};
+}
+
+constexpr uint8_t CLOSES_STRETCH = OPENS_RECORD | OPENS_FIELD | OPENS_IGNORE;
+
+// The fields noted so far, and the one being passed over.
+class Notes {
+public:
+    Notes(FieldMap &map, const uint8_t *start) : map_(map), start_(start), fieldBegin_(start) { map_.count = 0; }
+
+    const uint8_t *fieldBegin() const { return fieldBegin_; }
+    bool on() const { return on_; }
+
+    // The field from fieldBegin has the value from..to, and the next one
+    // begins at next.
+    void note(const uint8_t *from, const uint8_t *to, const uint8_t *next) {
+        if (!on_) return;
+        if (map_.count == FIELD_LIMIT) return stop();
+        uint16_t i = map_.count++;
+        map_.begin[i] = offset(fieldBegin_);
+        map_.from[i] = offset(from);
+        map_.to[i] = offset(to);
+        fieldBegin_ = next;
+    }
+
+    // The field from fieldBegin has another shape: the map ends in front of
+    // it.
+    void stop() {
+        if (on_) map_.begin[map_.count] = offset(fieldBegin_);
+        on_ = false;
+    }
+
+    // The record ends at end.
+    const uint8_t *finish(const uint8_t *end) {
+        if (on_) map_.begin[map_.count] = offset(end);
+        map_.fresh = true;
+        return end;
+    }
+
+private:
+    uint16_t offset(const uint8_t *p) const { return static_cast<uint16_t>(p - start_); }
+
+    FieldMap &map_;
+    const uint8_t *start_;
+    const uint8_t *fieldBegin_;
+    bool on_ = true;
+};
+
+// The quote that closes the stretch whose text begins at p: the first quote
+// with the first byte of a delimiter or of ignore behind it, as the scanner
+// has it. null when there is none before end. alone: no quote in between.
+const uint8_t *closingQuote(StopScan &stops, const DelimitedBytes &bytes, uint8_t quote, const uint8_t *p,
+                            bool &alone) {
+    alone = true;
+    for (;; ++p) {
+        p = nextStopOf(stops, p, quote);
+        if (p >= stops.end) return nullptr;
+        if ((bytes.opens[p[1]] & CLOSES_STRETCH) != 0) return p;
+        alone = false;
+    }
+}
+
+}  // namespace
+
+FieldMap *fieldMapOf(MergeTable &table) {
+    if (table.fieldMap == 0) table.fieldMap = blockAlloc(sizeof(FieldMap));
+    return blockLockAs<FieldMap>(table.fieldMap);
+}
+
+// Outside a quoted stretch the scanner stops at the first byte of each
+// string, and since no byte begins two of them, the one that begins there
+// is the only test that can take it. A whole record delimiter ends the
+// record; a whole field delimiter, a part of either, and ignore are copied,
+// and a quote opens a stretch, which the first quote followed by the first
+// byte of a delimiter or of ignore closes. Extraction takes a field whole
+// where it is a run up to a whole delimiter, or a quote at its start whose
+// first partner closes the stretch with a whole delimiter behind it.
+const uint8_t *scanMappedRecord(const DelimitedSyntax &syntax, const uint8_t *start, const uint8_t *end,
+                                FieldMap &map) {
+    const DelimitedStrings &s = syntax.strings;
+    const DelimitedBytes &bytes = syntax.bytes;
+    StopScan stops = stopScanStart(bytes.stops, start, end);
+    Notes notes(map, start);
+    const uint8_t *p = start;
+    for (;;) {
+        const uint8_t *stop = nextStop(stops, p);
+        if (stop >= end) return nullptr;
+        uint8_t opens = bytes.opens[*stop];
+        if (opens == OPENS_QUOTE) {
+            bool alone = false;
+            const uint8_t *closing = closingQuote(stops, bytes, *stop, stop + 1, alone);
+            if (closing == nullptr) return nullptr;
+            p = closing + 1;
+            if (!notes.on()) continue;
+            Delimiter delimiter = delimiterAt(s, p);
+            if (stop != notes.fieldBegin() || !alone || delimiter.length == 0) {
+                notes.stop();
+                continue;
+            }
+            p += delimiter.length;
+            notes.note(stop + 1, closing, p);
+            if (delimiter.endsRecord) return notes.finish(p);
+            continue;
+        }
+        std::string_view string = opens == OPENS_RECORD ? s.record : opens == OPENS_FIELD ? s.field : s.ignore;
+        size_t matched = matchedBytes(stop, string);
+        p = stop + matched;
+        if (matched != string.size() || opens == OPENS_IGNORE) {
+            notes.stop();
+            continue;
+        }
+        notes.note(notes.fieldBegin(), stop, p);
+        if (opens == OPENS_RECORD) return notes.finish(p);
+    }
+}
+
+void fieldMapForget(MergeTable &table) {
+    if (auto *map = blockLockAs<FieldMap>(table.fieldMap)) map->fresh = false;
+}
+
+void fieldMapSettle(MergeTable &table, const EditNode &node, bool scanned) {
+    auto *map = blockLockAs<FieldMap>(table.fieldMap);
+    if (map == nullptr) return;
+    map->fresh = map->fresh && scanned;
+    map->offset = node.offset;
+    map->length = node.dataLength;
+    map->data = node.data;
+}
+
+const FieldMap *fieldMapTake(MergeTable &table, const EditNode &node) {
+    auto *map = blockLockAs<FieldMap>(table.fieldMap);
+    if (map == nullptr || !map->fresh) return nullptr;
+    map->fresh = false;
+    bool same = map->offset == node.offset && map->length == node.dataLength && map->data == node.data;
+    return same ? map : nullptr;
+}
+
+}  // namespace mergedb
