@@ -374,7 +374,6 @@ uint16_t extractDelimitedFields(MergeTable &table, ParseCursor &record, FieldEnt
         for (int16_t mapped = std::min<int16_t>(count, static_cast<int16_t>(map->count)); code == 0 && i < mapped; ++i) {
             code = takeMappedField(record, building, *map, i, entries[i]);
         }
-        if (code == 0) record.cursor = record.base + map->begin[i];
     }
     for (; code == 0 && i < count; ++i) code = extractDelimitedField(record, building, split, entries[i]);
     return code;
