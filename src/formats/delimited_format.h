@@ -79,9 +79,7 @@ inline bool quoteClosesAt(const uint8_t *p, const uint8_t *limit, const Delimite
 }
 
 // The plain string length of text, at most its size.
-inline size_t plainLength(std::span<const char> text) {
-    return text.empty() ? 0 : strnlen(text.data(), text.size());
-}
+inline size_t plainLength(std::span<const char> text) { return textBytes(text.data(), text.size()); }
 
 // A plain string copy that keeps within dst: at most dst.size() - 1 bytes
 // and a NUL.
