@@ -86,9 +86,11 @@ TEST_F(CommitTest, EveryFailurePointKeepsTheOldBytesWhole) {
     faultArm(FaultKind::Open, 2);
     EXPECT_EQ(dbCloseTableMerge(&table), DB_RESULT_ERROR(ERR_CREATE));
     expectOldBytesUnder("big.bk");
-    EXPECT_GT(sweep(FaultKind::Read, ERR_READ, "big.bk"), 3);
-    EXPECT_GT(sweep(FaultKind::Write, ERR_WRITE, "big.bk"), 3);
-    EXPECT_GT(sweep(FaultKind::ShortWrite, ERR_WRITE, "big.bk"), 3);
+    // A read for each of the three stretches around the edits; the new
+    // file, which is small, goes in one write.
+    EXPECT_EQ(sweep(FaultKind::Read, ERR_READ, "big.bk"), 3);
+    EXPECT_GE(sweep(FaultKind::Write, ERR_WRITE, "big.bk"), 1);
+    EXPECT_GE(sweep(FaultKind::ShortWrite, ERR_WRITE, "big.bk"), 1);
 }
 
 TEST_F(CommitTest, ALeftoverBackupStopsTheCommitAndASecondCloseRepeatsIt) {
