@@ -19,6 +19,8 @@ DelimitedBytes delimitedBytesOf(const DelimitedStrings &s) {
         stopBytesAdd(bytes.lastBytes, static_cast<uint8_t>(text.back()));
     }
     bytes.singlePass = firstsDiffer && !s.field.empty() && !s.record.empty() && s.quote.size() <= 1;
+    bytes.sizes = {static_cast<uint8_t>(s.field.size()), static_cast<uint8_t>(s.record.size()),
+                   static_cast<uint8_t>(s.quote.size()), static_cast<uint8_t>(s.ignore.size())};
     return bytes;
 }
 

@@ -36,11 +36,15 @@ inline constexpr uint8_t OPENS_IGNORE = 8;
 // fields of a record as it finds the record's end: both delimiters given, a
 // quote of at most one byte, and no byte that begins two of the strings, so
 // that the scanner's order of tests and extraction's can't disagree.
+//
+// sizes: the lengths of the four strings, in the order of DelimitedStrings,
+// so that their readers need not measure them for every record.
 struct DelimitedBytes {
     std::array<uint8_t, 256> opens;
     StopBytes stops;
     StopBytes lastBytes;
     bool singlePass;
+    std::array<uint8_t, 4> sizes;
 };
 
 DelimitedBytes delimitedBytesOf(const DelimitedStrings &strings);
