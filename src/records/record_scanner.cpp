@@ -248,14 +248,18 @@ bool takeMappedRecord(WindowCursor &window, RecordSink &sink, const DelimitedSyn
 
 uint16_t scanDelimitedRecord(WindowCursor &window, RecordSink &sink) {
     DelimitedSyntax syntax = delimitedSyntax(window.table);
+    // The first pass, as the loop's would begin, and the record in one
+    // piece where it can be.
+    if (window.cursor == window.end && window.atEof()) return ERR_END_OF_FILE;
+    if (uint16_t code = refillIfDrained(window)) return code;
+    if (takeMappedRecord(window, sink, syntax)) return 0;
     ScanStrings scan(syntax);
     Place place = Place::Outside;
-    for (bool first = true; place != Place::RecordEnded; first = false) {
+    while (place != Place::RecordEnded) {
         // An unterminated last line is no record; a stretch meets the end
         // of the file in its next write.
         if (place == Place::Outside && window.cursor == window.end && window.atEof()) return ERR_END_OF_FILE;
         if (uint16_t code = refillIfDrained(window)) return code;
-        if (first && takeMappedRecord(window, sink, syntax)) return 0;
         uint16_t code = 0;
         place = delimitedLane(window, sink, scan, place, code);
         if (code == 0 && place == Place::Outside) code = delimitedPassOutside(window, sink, scan, place);
