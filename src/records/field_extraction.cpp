@@ -14,15 +14,6 @@
 namespace mergedb {
 namespace {
 
-// The bytes at which a run of a tagged value's text stops: all but the text
-// characters and the control bytes that end nothing.
-const StopBytes TAGGED_TEXT_STOPS = [] {
-    StopBytes stops;
-    for (uint8_t byte : {uint8_t{0}, MARK_FIELD_END, MARK_RECORD_END, uint8_t{127}}) stopBytesAdd(stops, byte);
-    stopBytesAddFrom(stops, 128);
-    return stops;
-}();
-
 constexpr uint8_t HYPHEN = '-';
 
 // A value is built in the table's scratch (building) and copied into the
@@ -358,13 +349,28 @@ uint16_t extractDelimitedField(ParseCursor &record, uint8_t *building, Delimited
 // Field i of the map: the value the steps would take whole, opened and
 // closed as they do. No value of a record reaches the limit, so the growth
 // for its NUL can't fail.
-uint16_t takeMappedField(const uint8_t *record, const FieldMap &map, int16_t i, FieldEntry &entry) {
+uint16_t takeMappedField(const uint8_t *record, const FieldMap &map, int16_t i, FieldEntry &entry, ValueFit fit) {
     if (uint16_t code = openEntry(entry)) return code;
     BlockRef block = blockRef(entry.value);
     if (block.slot == nullptr) return ERR_MEMORY;
     uint32_t length = map.to[i] - map.from[i];
     uint32_t capacity = reservedCapacity(entry.capacity, length + 1);
-    return storeValue(entry, block, record + map.from[i], length, capacity, DELIMITED_FIT);
+    return storeValue(entry, block, record + map.from[i], length, capacity, fit);
+}
+
+// The fields that the scan noted for the record under the cursor, taken
+// from its map, with the cursor left on the first field it did not note;
+// the index of that field. 0 when the table's map is not this record's.
+int16_t takeMappedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count, ValueFit fit,
+                         uint16_t &code) {
+    const FieldMap *map = record.offset() == 0 ? fieldMapTake(table, record.owner) : nullptr;
+    if (map == nullptr) return 0;
+    int16_t i = 0;
+    for (int16_t mapped = std::min<int16_t>(count, static_cast<int16_t>(map->count)); code == 0 && i < mapped; ++i) {
+        code = takeMappedField(record.base, *map, i, entries[i], fit);
+    }
+    if (code == 0) record.cursor = record.base + map->begin[i];
+    return i;
 }
 
 }  // namespace
@@ -386,23 +392,20 @@ uint16_t extractDelimitedFields(MergeTable &table, ParseCursor &record, FieldEnt
     DelimitedSyntax syntax = delimitedSyntax(table);
     DelimitedSplit split{syntax.strings, syntax.bytes, stopScanStart(syntax.bytes.stops, record.cursor, record.limit)};
     uint16_t code = 0;
-    int16_t i = 0;
-    if (const FieldMap *map = record.offset() == 0 ? fieldMapTake(table, record.owner) : nullptr) {
-        for (int16_t mapped = std::min<int16_t>(count, static_cast<int16_t>(map->count)); code == 0 && i < mapped; ++i) {
-            code = takeMappedField(record.base, *map, i, entries[i]);
-        }
-        if (code == 0) record.cursor = record.base + map->begin[i];
+    for (int16_t i = takeMappedFields(table, record, entries, count, DELIMITED_FIT, code); code == 0 && i < count;
+         ++i) {
+        code = extractDelimitedField(record, building, split, entries[i]);
     }
-    for (; code == 0 && i < count; ++i) code = extractDelimitedField(record, building, split, entries[i]);
     return code;
 }
 
 uint16_t extractTaggedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count) {
     auto *building = blockLockAs<uint8_t>(table.scratch);
     if (building == nullptr) return ERR_MEMORY;
-    StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, record.cursor, record.limit);
     uint16_t code = 0;
-    for (int16_t i = 0; code == 0 && i < count; ++i) code = extractTaggedField(record, building, stops, entries[i]);
+    int16_t i = takeMappedFields(table, record, entries, count, TAGGED_FIT, code);
+    StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, record.cursor, record.limit);
+    for (; code == 0 && i < count; ++i) code = extractTaggedField(record, building, stops, entries[i]);
     return code;
 }
 

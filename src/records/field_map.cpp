@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "formats/byte_runs.h"
+#include "formats/tagged_format.h"
 
 namespace mergedb {
 namespace {
@@ -136,6 +137,63 @@ const uint8_t *scanMappedRecord(const DelimitedSyntax &syntax, const uint8_t *st
         }
         notes.note(notes.fieldBegin(), stop, p);
         if (opens == OPENS_RECORD) return notes.finish(p);
+    }
+}
+
+const StopBytes TAGGED_TEXT_STOPS = [] {
+    StopBytes stops;
+    for (uint8_t byte : {uint8_t{0}, MARK_FIELD_END, MARK_RECORD_END, uint8_t{127}}) stopBytesAdd(stops, byte);
+    stopBytesAddFrom(stops, 128);
+    return stops;
+}();
+
+namespace {
+
+// The field or record end at p, when a value of the common shape ends
+// there: its length, and whether it ends the record. Length 0 for anything
+// else, or an end that does not lie whole before end.
+struct TaggedEnd {
+    uint32_t length;
+    bool endsRecord;
+};
+
+TaggedEnd taggedEndAt(const uint8_t *p, const uint8_t *end) {
+    if (*p == MARK_FIELD_END || *p == MARK_RECORD_END) return {1, *p == MARK_RECORD_END};
+    bool field = isFunction(p, FUNCTION_FIELD_END);
+    if (!field && !isFunction(p, FUNCTION_RECORD_END)) return {0, false};
+    uint32_t length = variableTokenLength(p);
+    return {static_cast<uint32_t>(end - p) > length ? length : 0, !field};
+}
+
+// Whether the byte behind a field's end ends its line, as extraction's
+// skipLine sees it; behind the record's end only a line end counts, which
+// the scanner looks for there.
+bool endsLineBehind(uint8_t byte, bool endsRecord) {
+    return byte == MARK_LINE_END || byte == MARK_RECORD_LINE_END || (!endsRecord && byte == MARK_SOFT_LINE_END);
+}
+
+}  // namespace
+
+// The scanner takes a record through its end mark, byte 5 or the function
+// token 52, and the line end behind it, passing over text, control bytes
+// and whole tokens; extraction takes a value as the run of text up to the
+// first byte of TAGGED_TEXT_STOPS, when that is a field or record end, and
+// skipLine then passes over the end and its line end. Where the line end
+// stands right behind each end, both see the same fields, and the record
+// ends behind the line end of its end mark.
+const uint8_t *scanMappedTaggedRecord(const uint8_t *start, const uint8_t *end, FieldMap &map) {
+    StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, start, end);
+    Notes notes(map, start);
+    for (const uint8_t *p = start;;) {
+        const uint8_t *stop = nextStop(stops, p);
+        if (stop >= end) return nullptr;
+        TaggedEnd ending = taggedEndAt(stop, end);
+        if (ending.length == 0) return nullptr;
+        const uint8_t *lineEnd = stop + ending.length;
+        if (!endsLineBehind(*lineEnd, ending.endsRecord)) return nullptr;
+        p = lineEnd + 1;
+        notes.note(notes.fieldBegin(), stop, p);
+        if (ending.endsRecord) return notes.finish(p);
     }
 }
 

@@ -1,12 +1,17 @@
 // The field map: where the fields of the record that the scanner has just
-// delivered lie. In a delimited table whose syntax allows it (singlePass),
-// the scan that finds a record's end also notes, field by field, the values
-// that extraction would take whole, the common shapes: a run of ordinary
-// bytes, or a quote, text and the quote that closes it, each followed by a
-// whole field or record delimiter. Extraction then takes those values from
-// the map instead of passing over the record a second time. The first field
-// of another shape ends the map, and extraction goes on from its first byte
-// by its own steps, so that every record splits as the steps split it.
+// delivered lie. Where the scanner's rules and extraction's agree, the scan
+// that finds a record's end also notes, field by field, the values that
+// extraction would take whole, the common shapes:
+// - delimited text whose syntax allows it (singlePass): a run of ordinary
+//   bytes, or a quote, text and the quote that closes it, each followed by
+//   a whole field or record delimiter;
+// - tagged documents: a run of text ended by a field or record end, byte or
+//   function token, with a line end right behind it.
+// Extraction then takes those values from the map instead of passing over
+// the record a second time. In delimited text the first field of another
+// shape ends the map, and extraction goes on from its first byte by its
+// own steps; a tagged record with a field of another shape is not mapped.
+// So every record splits as the steps split it.
 #pragma once
 
 #include <cstdint>
@@ -51,6 +56,17 @@ const uint8_t *scanMappedRecord(const DelimitedSyntax &syntax, const uint8_t *st
 
 // Before a scan: the map describes no record until the scan makes it anew.
 void fieldMapForget(MergeTable &table);
+
+// The bytes at which a run of a tagged value's text stops: all but the text
+// characters and the control bytes that end nothing.
+extern const StopBytes TAGGED_TEXT_STOPS;
+
+// Scans the tagged record that begins at start by the scanner's rules,
+// where each of its fields up to its end mark has the common shape, and
+// notes its fields in the map. Gives the byte behind the record's line end,
+// or null for a record of another shape or one that does not end before
+// end; a fixed token's length behind end may be read.
+const uint8_t *scanMappedTaggedRecord(const uint8_t *start, const uint8_t *end, FieldMap &map);
 
 // After a scan: the map, if the scan made one and succeeded, describes the
 // node. After a failed one it describes nothing.

@@ -229,15 +229,15 @@ uint16_t delimitedPassInStretch(WindowCursor &window, RecordSink &sink, const Sc
     return code;
 }
 
-// A record that stands whole in the lane, in a syntax that one pass can
-// split: found, with its fields noted in the table's map, and taken where it
-// stands, the window's bytes being the sink's. False, with nothing moved,
-// for any other record.
-bool takeMappedRecord(WindowCursor &window, RecordSink &sink, const DelimitedSyntax &syntax) {
-    if (!syntax.bytes.singlePass) return false;
+// A record that stands whole in the lane and that one pass can split:
+// found by scan(start, end, map), with its fields noted in the table's map,
+// and taken where it stands, the window's bytes being the sink's. False,
+// with nothing moved, for any other record.
+template <typename Scan>
+bool takeMappedRecord(WindowCursor &window, RecordSink &sink, Scan scan) {
     FieldMap *map = fieldMapOf(window.table);
     if (map == nullptr) return false;
-    const uint8_t *end = scanMappedRecord(syntax, window.cursor, laneEnd(window, sink), *map);
+    const uint8_t *end = scan(window.cursor, laneEnd(window, sink), *map);
     if (end == nullptr) return false;
     sink.start = window.cursor;
     sink.cursor = sink.reach = window.cursor = const_cast<uint8_t *>(end);
@@ -252,7 +252,10 @@ uint16_t scanDelimitedRecord(WindowCursor &window, RecordSink &sink) {
     // piece where it can be.
     if (window.cursor == window.end && window.atEof()) return ERR_END_OF_FILE;
     if (uint16_t code = refillIfDrained(window)) return code;
-    if (takeMappedRecord(window, sink, syntax)) return 0;
+    auto scanMapped = [&syntax](const uint8_t *start, const uint8_t *end, FieldMap &map) {
+        return scanMappedRecord(syntax, start, end, map);
+    };
+    if (syntax.bytes.singlePass && takeMappedRecord(window, sink, scanMapped)) return 0;
     ScanStrings scan(syntax);
     Place place = Place::Outside;
     while (place != Place::RecordEnded) {
@@ -381,6 +384,12 @@ TaggedPhase taggedLane(WindowCursor &window, RecordSink &sink, TaggedPhase phase
 // Walks tokens by class, so that no byte inside a token is taken for a
 // mark. A document that stops before a phase's end delivers what was copied.
 uint16_t scanTaggedRecord(WindowCursor &window, RecordSink &sink) {
+    // The first pass, as the loop's would begin, and the record in one
+    // piece where it can be.
+    if (window.cursor != window.end || !window.atEof()) {
+        if (uint16_t code = refillIfDrained(window)) return code;
+        if (takeMappedRecord(window, sink, scanMappedTaggedRecord)) return 0;
+    }
     TaggedPhase phase = TaggedPhase::FindRecordEnd;
     while (phase != TaggedPhase::Done) {
         if (window.cursor == window.end && window.atEof()) {
