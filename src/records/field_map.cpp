@@ -8,9 +8,11 @@
 namespace mergedb {
 namespace {
 
-// How many bytes of s stand at p, from its first on.
+// How many bytes of s stand at p, from its first on, when its first does:
+// the whole of a string of one byte, as most delimiters are.
 size_t matchedBytes(const uint8_t *p, std::string_view s) {
-    size_t n = 0;
+    if (s.size() == 1) return 1;
+    size_t n = 1;
     while (n < s.size() && p[n] == static_cast<uint8_t>(s[n])) ++n;
     return n;
 }
@@ -21,9 +23,11 @@ struct Delimiter {
     bool endsRecord;
 };
 
-Delimiter delimiterAt(const DelimitedStrings &s, const uint8_t *p) {
-    if (matchedBytes(p, s.record) == s.record.size()) return {s.record.size(), true};
-    if (matchedBytes(p, s.field) == s.field.size()) return {s.field.size(), false};
+Delimiter delimiterAt(const DelimitedSyntax &syntax, const uint8_t *p) {
+    const DelimitedStrings &s = syntax.strings;
+    uint8_t opens = syntax.bytes.opens[*p];
+    if (opens == OPENS_RECORD && matchedBytes(p, s.record) == s.record.size()) return {s.record.size(), true};
+    if (opens == OPENS_FIELD && matchedBytes(p, s.field) == s.field.size()) return {s.field.size(), false};
     return {0, false};
 }
 
@@ -118,7 +122,7 @@ const uint8_t *scanMappedRecord(const DelimitedSyntax &syntax, const uint8_t *st
             if (closing == nullptr) return nullptr;
             p = closing + 1;
             if (!notes.on()) continue;
-            Delimiter delimiter = delimiterAt(s, p);
+            Delimiter delimiter = delimiterAt(syntax, p);
             if (stop != notes.fieldBegin() || !alone || delimiter.length == 0) {
                 notes.stop();
                 continue;
