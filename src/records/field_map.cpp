@@ -201,17 +201,11 @@ const uint8_t *scanMappedTaggedRecord(const uint8_t *start, const uint8_t *end, 
     }
 }
 
-void fieldMapForget(MergeTable &table) {
-    if (auto *map = blockLockAs<FieldMap>(table.fieldMap)) map->fresh = false;
-}
-
-void fieldMapSettle(MergeTable &table, const EditNode &node, bool scanned) {
-    auto *map = blockLockAs<FieldMap>(table.fieldMap);
-    if (map == nullptr) return;
-    map->fresh = map->fresh && scanned;
-    map->offset = node.offset;
-    map->length = node.dataLength;
-    map->data = node.data;
+void fieldMapSettle(FieldMap &map, const EditNode &node, bool scanned) {
+    map.fresh = map.fresh && scanned;
+    map.offset = node.offset;
+    map.length = node.dataLength;
+    map.data = node.data;
 }
 
 const FieldMap *fieldMapTake(MergeTable &table, const EditNode &node) {

@@ -54,9 +54,6 @@ FieldMap *fieldMapOf(MergeTable &table);
 const uint8_t *scanMappedRecord(const DelimitedSyntax &syntax, const uint8_t *start, const uint8_t *end,
                                 FieldMap &map);
 
-// Before a scan: the map describes no record until the scan makes it anew.
-void fieldMapForget(MergeTable &table);
-
 // The bytes at which a run of a tagged value's text stops: all but the text
 // characters and the control bytes that end nothing.
 extern const StopBytes TAGGED_TEXT_STOPS;
@@ -68,9 +65,10 @@ extern const StopBytes TAGGED_TEXT_STOPS;
 // end; a fixed token's length behind end may be read.
 const uint8_t *scanMappedTaggedRecord(const uint8_t *start, const uint8_t *end, FieldMap &map);
 
-// After a scan: the map, if the scan made one and succeeded, describes the
-// node. After a failed one it describes nothing.
-void fieldMapSettle(MergeTable &table, const EditNode &node, bool scanned);
+// After a scan, before which the map was no longer fresh: the map, if the
+// scan made one and succeeded, describes the node. After a failed one it
+// describes nothing.
+void fieldMapSettle(FieldMap &map, const EditNode &node, bool scanned);
 
 // The table's map when it describes the node, which it then no longer does:
 // a map is taken once. Null otherwise.

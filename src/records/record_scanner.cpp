@@ -235,9 +235,9 @@ uint16_t delimitedPassInStretch(WindowCursor &window, RecordSink &sink, const Sc
 // with nothing moved, for any other record.
 template <typename Scan>
 bool takeMappedRecord(WindowCursor &window, RecordSink &sink, Scan scan) {
-    FieldMap *map = fieldMapOf(window.table);
-    if (map == nullptr) return false;
-    const uint8_t *end = scan(window.cursor, laneEnd(window, sink), *map);
+    if (sink.map == nullptr) sink.map = fieldMapOf(window.table);
+    if (sink.map == nullptr) return false;
+    const uint8_t *end = scan(window.cursor, laneEnd(window, sink), *sink.map);
     if (end == nullptr) return false;
     sink.start = window.cursor;
     sink.cursor = sink.reach = window.cursor = const_cast<uint8_t *>(end);
@@ -421,10 +421,10 @@ uint16_t readRecord(MergeTable &table) {
     BlockHandle block = node->data;
     *node = EditNode{};
     node->offset = window.position();
-    RecordSink sink{scratch, scratch, RECORD_BLOCK_STEP, scratch};
-    fieldMapForget(table);
+    RecordSink sink{scratch, scratch, RECORD_BLOCK_STEP, scratch, blockLockAs<FieldMap>(table.fieldMap)};
+    if (sink.map != nullptr) sink.map->fresh = false;
     uint16_t code = finishScan(*node, block, sink, table.format->scan(window, sink));
-    fieldMapSettle(table, *node, code == 0);
+    if (sink.map != nullptr) fieldMapSettle(*sink.map, *node, code == 0);
     return code;
 }
 
