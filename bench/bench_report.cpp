@@ -51,6 +51,8 @@ const std::vector<Target> TARGETS = {
     {"7. value by name, field 1000 vs field 1, tagged dialect 0 (time ratio)", "field_by_name/tagged0_1000",
      "field_by_name/tagged0_1", 1.5, false},
     {"8. peak memory of the walk, delimited, large file (MiB)", "peak_memory/delimited_large", "", 16, false},
+    {"9. the tool: a tenth of the records deleted vs one record updated, delimited (time ratio)",
+     "tool_delete_many/delimited", "tool_update_one/delimited", 2, false},
 };
 
 std::string format(const char *pattern, double value) {

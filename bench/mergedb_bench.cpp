@@ -324,6 +324,40 @@ void peakMemoryCase(benchmark::State &state, DataKind kind) {
     state.counters[COUNTER_PEAK] = static_cast<double>(child.peakKiB) / 1024;
 }
 
+// Case 9: the mergedb tool as a process, start to exit, on a copy of the
+// delimited table of half the medium size (50 MB): the deletes of every
+// record whose number ends in 7 (50,000 of them, where the driver would
+// rewrite the table at every 200th), against the update of one record,
+// which costs one walk and one commit.
+void toolCase(benchmark::State &state, bool deleteMany) {
+    const Table &table = workspace->addressTable(DataKind::Delimited, settings.medium / 2);
+    Table copy = workspace->existing(DataKind::Delimited, "tool_" + table.name);
+    uint64_t records = table.facts.records;
+    uint64_t changed = deleteMany ? (records + 3) / 10 : 1;
+    std::vector<std::string> argv = {MERGEDB_TOOL, deleteMany ? "delete" : "update", copy.path, "--where"};
+    if (deleteMany) {
+        argv.insert(argv.end(), {"1=*7"});
+    } else {
+        argv.insert(argv.end(), {"1=" + std::to_string(records), "--set", "2=Updated"});
+    }
+    ChildRun child;
+    for (auto _ : state) {
+        if (!copyFile(table.path, copy.path)) return fail(state, "cannot copy " + table.path);
+        child = runChild(argv);
+        state.SetIterationTime(child.seconds);
+        if (!child.exitedCleanly) break;
+    }
+    std::optional<uint64_t> left = countLineEnds(copy.path);
+    std::filesystem::remove(copy.path);
+    std::string said = (deleteMany ? "deleted " : "updated ") + std::to_string(changed) +
+                       (changed == 1 ? " record" : " records") +
+                       (deleteMany && changed >= 200 ? ", in one rewrite of the table\n" : "\n");
+    if (!child.exitedCleanly || child.output != said) return fail(state, "the tool said: " + child.output);
+    if (left != records - (deleteMany ? changed : 0)) return fail(state, "the table does not hold what it should");
+    state.counters["changed"] = static_cast<double>(changed);
+    reportSize(state, table);
+}
+
 // The child of case 8: walks one table and prints what it saw.
 int walkAlone(const std::string &directory, const std::string &name, int kind) {
     Workspace existing(directory);
@@ -400,6 +434,8 @@ void registerCases() {
         }
     }
     once(RegisterBenchmark("peak_memory/delimited_large", peakMemoryCase, DataKind::Delimited), 1)->UseManualTime();
+    once(RegisterBenchmark("tool_delete_many/delimited", toolCase, true))->UseManualTime();
+    once(RegisterBenchmark("tool_update_one/delimited", toolCase, false))->UseManualTime();
 }
 
 }  // namespace

@@ -15,11 +15,8 @@
 namespace mergedb {
 namespace {
 
-
-
 // Item 12 of a database loads the text of code 0 with this buffer.
 constexpr int NO_ERROR_TEXT_SIZE = 80;
-
 
 enum class InfoAnswer : uint8_t { Unsupported, Path, SubtypeName, NoErrorText, Word, ZeroBytes, DelimitedFlag };
 
@@ -56,7 +53,6 @@ static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_NAME_SIZE].value == FIELD_NAME_SIZ
 static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_VALUE_SIZE].value == FIELD_VALUE_LIMIT);
 static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_NO_ERROR_TEXT].answer == InfoAnswer::NoErrorText);
 static_assert(DATABASE_ITEMS[DB_DATABASE_ITEM_ANSI_OPTION].answer == InfoAnswer::DelimitedFlag);
-
 
 uint16_t loadText(UINT id, int bufferSize, char *out) {
     return loadOemText(id, bufferSize, out) > 0 ? 0 : ERR_GENERAL;

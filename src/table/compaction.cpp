@@ -52,7 +52,6 @@ DbResult compactTable(uint32_t handle) {
     return DB_RESULT_OK;
 }
 
-
 }  // namespace
 }  // namespace mergedb
 

@@ -60,24 +60,27 @@ TEST(CatalogueAnswers, DatabaseItemsAndSubtypeWalk) {
     std::string walk;
     for (uint16_t firstOrNext : {1, 0, 2, 1}) walk += subtypeStep(tagged, firstOrNext) + "|";
     EXPECT_EQ(walk, "43 Tagged document, dialect 0|44 Tagged document, dialect 1|end|43 Tagged document, dialect 0|");
-    EXPECT_EQ(subtypeStep(delimited, 1) + "|" + subtypeStep(0, 1), "end|error 6");
+    EXPECT_EQ(subtypeStep(delimited, 1), "end");
 
     uint32_t unnamed = 0;
     ASSERT_EQ(dbOpenDBMerge(7, 0, 0, nullptr, &unnamed), DB_RESULT_OK);
     EXPECT_EQ(info(unnamed, 1) + "|" + info(unnamed, 2), "|error 11");
     for (uint32_t *slot : {&tagged, &delimited, &unnamed}) dbCloseDBMerge(slot);
-    EXPECT_EQ(info(tagged, 3), "error 6");
 }
 
-TEST(CatalogueAnswers, ConstantAnswersFillEveryOutput) {
-    TempDir dir;
-    uint32_t database = test::openDatabase(dir);
+// The answers of a driver with one data type and no indexes or locks, and
+// the results of their null outputs; robustness/hostile_host_test.cpp keeps
+// every output within its area.
+TEST(CatalogueAnswers, CapabilityAnswersFillEveryOutput) {
+    uint32_t session = 0;
+    ASSERT_EQ(dbInitMerge(1, 0, 0, 0, &session, test::messagesModule()), DB_RESULT_OK);
     char name[32] = "";
     EXPECT_EQ(dbGetTypeNamesMerge(0, 0, name, 1), DB_RESULT_OK);
     EXPECT_EQ(name + ("|" + outcome(dbGetTypeNamesMerge(0, 0, name, 2))), "Text|end");
     Words words{};
     std::array<uint32_t, 6> longs{9, 9, 9, 9, 9, 9};
     unsigned char flag = 9;
+    // The type's information gives back the two numbers it was asked with.
     EXPECT_EQ(dbGetTypeInfoMerge(0, 0, 5, 6, 0, 0, &words[0], &words[1], &words[2], &longs[0]), DB_RESULT_OK);
     EXPECT_EQ(words, (Words{6, 0, 5}));
     EXPECT_EQ(dbGetNameInfoMerge(0, 0, 0, 0, &words[0], &words[1], &words[2], &longs[1]), DB_RESULT_OK);
@@ -85,14 +88,16 @@ TEST(CatalogueAnswers, ConstantAnswersFillEveryOutput) {
     EXPECT_EQ(dbIsIndexedMerge(0, 0, 0, &words[2], &longs[2]) | dbIsValidMapMerge(0, 0, 0, 0, 0, 0, &longs[3]) |
                   dbRecLockMerge(123, &longs[4]) | dbRecUnlockMerge(0, &longs[5]) | dbGetSessionInfoMerge(0, &flag, 1),
               DB_RESULT_OK);
-    EXPECT_EQ(words[2] + flag, 0xFFFF);
+    EXPECT_EQ(words[2], 0xFFFF);
+    EXPECT_EQ(flag, 0);
     EXPECT_EQ(longs, (std::array<uint32_t, 6>{0, 0, 0, 1, 1, 0}));
     EXPECT_EQ(dbGetSessionInfoMerge(0, &flag, 2), DB_RESULT_ERROR(ERR_UNSUPPORTED));
     EXPECT_EQ(dbGetTypeNamesMerge(0, 0, nullptr, 1) | dbIsIndexedMerge(0, 0, 0, nullptr, &longs[0]) |
+                  dbGetTypeInfoMerge(0, 0, 1, 1, 0, 0, &words[0], &words[1], &words[2], nullptr) |
                   dbGetNameInfoMerge(0, 0, 0, 0, &words[0], &words[1], &words[2], nullptr) |
-                  dbRecLockMerge(0, nullptr) | dbGetSessionInfoMerge(0, nullptr, 1),
+                  dbIsValidMapMerge(0, 0, 0, 0, 0, 0, nullptr) | dbRecLockMerge(0, nullptr) |
+                  dbRecUnlockMerge(0, nullptr) | dbGetSessionInfoMerge(0, nullptr, 1),
               NO_MEMORY);
-    dbCloseDBMerge(&database);
 }
 
 TEST(CatalogueFiles, ExistsEraseAndTheTableOption) {
@@ -100,8 +105,7 @@ TEST(CatalogueFiles, ExistsEraseAndTheTableOption) {
     dir.write("a.csv", "a,b\r\n");
     std::filesystem::create_directory(dir.file("sub"));
     dir.write("sub/in.txt", "x");
-    dir.write("t.doc", test::taggedDocument(0, {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'N', '~', '~', 0xDE, 0x34,
-                                                6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C}));
+    dir.write("t.doc", test::taggedDocument(1, test::taggedHead(1, {"N"})));
     uint32_t database = test::openDatabase(dir);
     const std::string tooLong(300, 'n');
     std::string found;
@@ -111,22 +115,20 @@ TEST(CatalogueFiles, ExistsEraseAndTheTableOption) {
         found += std::to_string(exists);
     }
     EXPECT_EQ(found, "11100");
-    EXPECT_EQ(dbExistsMerge(0, database, "a.csv", nullptr) | dbEraseMerge(0, 0, "a.csv"), NO_MEMORY);
+    EXPECT_EQ(dbExistsMerge(0, database, "a.csv", nullptr), NO_MEMORY);
     EXPECT_EQ(dbEraseMerge(0, database, "sub/in.txt"), DB_RESULT_OK);
     EXPECT_FALSE(dir.exists("sub/in.txt"));
     EXPECT_EQ(dbEraseMerge(0, database, "sub/in.txt"), DB_RESULT_ERROR(ERR_DELETE));
     EXPECT_EQ(dbEraseMerge(0, database, tooLong.c_str()), DB_RESULT_ERROR(ERR_DELETE));
 
-    // Conversion switches on for delimited tables only.
-    uint32_t delimited = 0;
+    // The conversion option, which the values tests use on delimited
+    // tables, leaves a tagged table as it was.
     uint32_t tagged = 0;
-    ASSERT_EQ(test::openDelimited(database, "a.csv", &delimited) | test::openTagged(database, "t.doc", &tagged), 0u);
-    EXPECT_EQ(dbSetTableOptionMerge(delimited, 2), DB_RESULT_ERROR(ERR_UNSUPPORTED));
-    EXPECT_EQ(tableLock(delimited)->oemConversion, 0u);
-    EXPECT_EQ(dbSetTableOptionMerge(delimited, 1) | dbSetTableOptionMerge(tagged, 1), DB_RESULT_OK);
-    EXPECT_EQ(tableLock(delimited)->oemConversion + 2 * tableLock(tagged)->oemConversion, 1u);
-    EXPECT_EQ(dbSetTableOptionMerge(database, 1), NO_MEMORY);
-    for (uint32_t *slot : {&delimited, &tagged}) dbCloseTableMerge(slot);
+    ASSERT_EQ(test::openTagged(database, "t.doc", &tagged), 0u);
+    EXPECT_EQ(dbSetTableOptionMerge(tagged, 2), DB_RESULT_ERROR(ERR_UNSUPPORTED));
+    EXPECT_EQ(dbSetTableOptionMerge(tagged, DB_OPTION_ANSI_TEXT), DB_RESULT_OK);
+    EXPECT_EQ(tableLock(tagged)->oemConversion, 0u);
+    dbCloseTableMerge(&tagged);
     dbCloseDBMerge(&database);
 }
 

@@ -2,7 +2,7 @@
 // tables that read back after close as the walk showed them before.
 #include <random>
 
-#include "edits/edits_test_support.h"
+#include "support/table_test.h"
 #include "support/fault_env.h"
 
 namespace mergedb {
@@ -10,19 +10,9 @@ namespace {
 
 using test::Bytes;
 using test::bytesOf;
+using test::join;
 
-class RecordEditsTest : public test::EditsTest {};
-
-const Bytes HEAD0 = {0x0E, 0x0A, 0xC3, 0x0C, 0xC3, 'A', 0xC4, 0x0C, 0xC4, 0x0A, 0xC3, 0x0C, 0xC3, 'B',
-                     0xC4, 0x0C, 0xC4, 0x0A, 0x12, 0x0A, 0x05, 0x0A};
-const Bytes HEAD1 = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'A', '~', 'B', '~', '~',
-                     0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C};
-
-Bytes join(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes &p : parts) all.insert(all.end(), p.begin(), p.end());
-    return all;
-}
+class RecordEditsTest : public test::TableTest {};
 
 TEST_F(RecordEditsTest, DelimitedInsertUpdateDeleteLeaveExactBytes) {
     dir.write("t.txt", "a,b\nc,d\ne,f\n\x1A");
@@ -64,21 +54,9 @@ TEST_F(RecordEditsTest, AnAppendThatFailsLeavesTheFileAsItWas) {
 }
 
 TEST_F(RecordEditsTest, TaggedEditsKeepHeaderPrefixAndHead) {
-    struct Dialect {
-        uint8_t minor;
-        Bytes head;
-        Bytes fieldEnd;
-        Bytes recordEnd;
-    };
-    const Dialect dialects[] = {
-        {0, HEAD0, {0x12, 0x0A}, {0x05, 0x0A}},
-        {1, HEAD1, {0xDE, 0x31, 4, 0, 4, 0, 0x31, 0xDE, 0x0A}, {0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C}},
-    };
-    for (const Dialect &d : dialects) {
-        auto record = [&](const std::string &a, const std::string &b) {
-            return join({bytesOf(a), d.fieldEnd, bytesOf(b), d.fieldEnd, d.recordEnd});
-        };
-        Bytes prefix = test::taggedDocument(d.minor, d.head);
+    for (uint8_t minor : {0, 1}) {
+        auto record = [&](const std::string &a, const std::string &b) { return test::taggedRecord(minor, {a, b}); };
+        Bytes prefix = test::taggedDocument(minor, test::taggedHead(minor, {"A", "B"}));
         Bytes original = join({prefix, record("1", "one"), record("2", "two"), record("3", "three")});
         dir.write("t.doc", original);
         open("t.doc");
@@ -92,7 +70,7 @@ TEST_F(RecordEditsTest, TaggedEditsKeepHeaderPrefixAndHead) {
         ASSERT_EQ(dbInsertMerge(table, 0, nullptr), 0u);
         close();
         EXPECT_EQ(dir.read("t.doc"), join({prefix, record("2", "TWO"), record("3", "three"), record("4", "four")}))
-            << "dialect " << int(d.minor);
+            << "dialect " << int(minor);
     }
 }
 
@@ -139,7 +117,7 @@ TEST_F(RecordEditsTest, OddOrdersLoseNothing) {
 TEST_F(RecordEditsTest, RandomEditsRoundTrip) {
     std::mt19937 random(3);
     for (const std::string name : {"r.txt", "r.doc"}) {
-        dir.write(name, name == "r.txt" ? bytesOf("0,0\n") : join({test::taggedDocument(1, HEAD1)}));
+        dir.write(name, name == "r.txt" ? bytesOf("0,0\n") : test::taggedDocument(1, test::taggedHead(1, {"A", "B"})));
         open(name);
         for (int step = 0; step < 300; ++step) {
             std::vector<Bytes> records = walk();

@@ -1,7 +1,5 @@
-// Token steps, marks and header bytes of tagged documents.
+// Token steps of tagged documents, and the variable token writer.
 #include <gtest/gtest.h>
-
-#include <sstream>
 
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
@@ -11,19 +9,7 @@ namespace mergedb {
 namespace {
 
 using test::Bytes;
-
-Bytes hex(const std::string &text) {
-    std::istringstream in(text);
-    Bytes bytes;
-    for (unsigned byte; in >> std::hex >> byte;) bytes.push_back(static_cast<uint8_t>(byte));
-    return bytes;
-}
-
-Bytes join(std::initializer_list<std::span<const uint8_t>> parts) {
-    Bytes bytes;
-    for (auto part : parts) bytes.insert(bytes.end(), part.begin(), part.end());
-    return bytes;
-}
+using test::hex;
 
 TEST(TaggedFormat, StepsOverTokensWithinTheLimit) {
     const uint8_t borders[] = {0, 1, 31, 32, 126, 127, 128, 191, 192, 207, 208, 255};
@@ -52,7 +38,9 @@ TEST(TaggedFormat, StepsOverTokensWithinTheLimit) {
     }
 }
 
-TEST(TaggedFormat, MarksMakeTheRecordsAndHeadsOfBothDialects) {
+// The bytes that marks and heads make reach the files of the edits and
+// creation tests; here the writer refuses what does not fit.
+TEST(TaggedFormat, AVariableTokenIsWrittenWholeOrNotAtAll) {
     uint8_t token[10] = {};
     const uint8_t twoZeros[2] = {0, 0};
     ASSERT_EQ(writeVariableToken(token, FUNCTION_TOKEN, FUNCTION_RECORD_END, twoZeros), 10u);
@@ -61,33 +49,6 @@ TEST(TaggedFormat, MarksMakeTheRecordsAndHeadsOfBothDialects) {
     EXPECT_EQ(token[0], 0xDE);
     Bytes body(65532), huge(65600);
     EXPECT_EQ(writeVariableToken(huge, FUNCTION_TOKEN, 0, body), 0u);  // L would not fit 16 bits
-
-    auto record = [](uint16_t kind) {
-        Bytes a = test::bytesOf("ab"), c = test::bytesOf("c");
-        return join({a, taggedFieldEnd(kind), c, taggedFieldEnd(kind), taggedRecordEnd(kind)});
-    };
-    EXPECT_EQ(record(DB_KIND_TAGGED_0), hex("61 62 12 0A 63 12 0A 05 0A"));
-    EXPECT_EQ(record(DB_KIND_TAGGED_1), hex("61 62 DE 31 04 00 04 00 31 DE 0A 63 DE 31 04 00 04 00 31 DE 0A "
-                                            "DE 34 06 00 00 00 06 00 34 DE 0C"));
-    Bytes name = test::bytesOf("Name"), city = test::bytesOf("City");
-    const uint8_t tilde[1] = {NAME_LIST_SEPARATOR};
-    EXPECT_EQ(join({HEAD_START_0, NAME_ON, name, NAME_OFF, NAME_ON, city, NAME_OFF, taggedFieldEnd(DB_KIND_TAGGED_0),
-                    taggedRecordEnd(DB_KIND_TAGGED_0)}),
-              hex("0E 0A C3 0C C3 4E 61 6D 65 C4 0C C4 0A C3 0C C3 43 69 74 79 C4 0C C4 0A 12 0A 05 0A"));
-    EXPECT_EQ(join({HEAD_START_1, name, tilde, city, tilde, tilde, taggedRecordEnd(DB_KIND_TAGGED_1)}),
-              hex("DE 62 04 00 04 00 62 DE 0A 4E 61 6D 65 7E 43 69 74 79 7E 7E DE 34 06 00 00 00 06 00 34 DE 0C"));
-}
-
-TEST(TaggedFormat, CreatedHeaderAndPrefixAreAccepted) {
-    auto header = createdHeader(DB_KIND_TAGGED_0);
-    EXPECT_EQ(Bytes(header.begin(), header.end()), hex("FF 5A 52 4E 4C 00 00 00 01 0A 00 00 00 00 00 00"));
-    EXPECT_EQ(Bytes(CREATED_PREFIX_BLOCK.begin(), CREATED_PREFIX_BLOCK.end()),
-              hex("FB FF 05 00 32 00 00 00 00 00 06 00 08 00 00 00 42 00 00 00 08 00 02 00 00 00 4A 00 00 00 00 00 "
-                  "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 08 00 7C 00 78 00 00 00 00 00"));
-    EXPECT_TRUE(isTaggedMagic(header.data()) && isAcceptedProductType(header[8]) && isAcceptedFileType(header[9]));
-    EXPECT_EQ(taggedKindOfMinorVersion(createdHeader(DB_KIND_TAGGED_1)[11]), DB_KIND_TAGGED_1);
-    EXPECT_EQ(taggedKindOfMinorVersion(2), 0);
-    EXPECT_TRUE(isAcceptedFileType(58) && !isAcceptedFileType(11) && !isAcceptedProductType(2));
 }
 
 }  // namespace

@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "edits/change_list.h"
-#include "support/test_support.h"
-#include "tablefile/table.h"
+#include "support/table_test.h"
 
 namespace mergedb {
 namespace {
@@ -18,46 +16,21 @@ using test::Bytes;
 using test::bytesOf;
 using Records = std::vector<Bytes>;
 
-Bytes concat(const Records &records) {
-    Bytes all;
-    for (const Bytes &r : records) all.insert(all.end(), r.begin(), r.end());
-    return all;
-}
 
-class NavigationTest : public ::testing::Test {
+class NavigationTest : public test::TableTest {
 protected:
-    void SetUp() override { database = test::openDatabase(dir); }
-    void TearDown() override {
-        if (table != 0) {
-            EXPECT_EQ(dbCloseTableMerge(&table), 0u);
-        }
-        dbCloseDBMerge(&database);
-    }
-
-    void openText(const Bytes &bytes, const char *record = "\r\n", const char *quote = "\"") {
-        if (table != 0) {
-            ASSERT_EQ(dbCloseTableMerge(&table), 0u);
-        }
+    void openText(const Bytes &bytes) {
         dir.write("t.txt", bytes);
-        ASSERT_EQ(test::openDelimited(database, "t.txt", &table, ",", record, quote, ""), 0u);
+        open("t.txt", "\r\n");
     }
 
     void openDocument(uint8_t minor, const Bytes &stream) {
-        if (table != 0) {
-            ASSERT_EQ(dbCloseTableMerge(&table), 0u);
-        }
         dir.write("d.doc", test::taggedDocument(minor, stream));
-        ASSERT_EQ(test::openTagged(database, "d.doc", &table), 0u);
-    }
-
-    Bytes current() {
-        const auto *node = blockLockAs<EditNode>(tableLock(table)->current);
-        const auto *bytes = blockLockAs<uint8_t>(node->data);
-        return Bytes(bytes, bytes + node->dataLength);
+        open("d.doc");
     }
 
     // The records of a walk; moves that fail to split still count.
-    Records walk(bool forward) {
+    Records walkAll(bool forward) {
         Records seen;
         uint32_t mark = 0;
         DbResult result = forward ? dbFirstMerge(table) : dbLastMerge(table, 1, &mark);
@@ -69,78 +42,37 @@ protected:
     }
 
     void expectWalks(const Records &expected) {
-        EXPECT_EQ(walk(true), expected);
-        Records backward(expected.rbegin(), expected.rend());
-        EXPECT_EQ(walk(false), backward);
+        EXPECT_EQ(walkAll(true), expected);
+        EXPECT_EQ(walkAll(false), Records(expected.rbegin(), expected.rend()));
     }
-
-    // A node of the change list for the record at offset, inserted beside
-    // the cursor; image empty for a delete.
-    void addNode(uint32_t offset, uint32_t originalLength, const Bytes &image) {
-        MergeTable *t = tableLock(table);
-        BlockHandle handle = nodeAlloc();
-        auto *node = blockLockAs<EditNode>(handle);
-        node->offset = offset;
-        node->originalLength = originalLength;
-        node->flags = image.empty() ? NODE_DELETED : NODE_UPDATED;
-        node->dataLength = static_cast<uint32_t>(image.size());
-        if (!image.empty()) {
-            node->data = blockAlloc(static_cast<uint16_t>(image.size()));
-            std::copy(image.begin(), image.end(), blockLockAs<uint8_t>(node->data));
-        }
-        ASSERT_EQ(changeInsert(*t, handle), 0);
-    }
-
-    test::TempDir dir;
-    uint32_t database = 0;
-    uint32_t table = 0;
 };
 
+// The walk back over random records, wherever the fills fall, is judged
+// by the reading model; here its ends.
 TEST_F(NavigationTest, DelimitedWalksMeetInReverse) {
-    std::mt19937 random(7);
-    Records records;
-    for (int i = 0; i < 300; ++i) {
-        std::string value(random() % 150, static_cast<char>('a' + i % 26));
-        if (i % 7 == 0) value = "\"q,\r\nz\"\"" + value + "\"";  // quoted delimiters
-        records.push_back(bytesOf(value + ",x\r\n"));
-    }
-    records.push_back(bytesOf("\r\n"));  // an empty last line
-    openText(concat(records));
-    expectWalks(records);
-
-    // A file that opens with a record delimiter, and an unterminated tail.
-    Records opening = {bytesOf("\r\n"), bytesOf("a\r\n"), bytesOf("b,\"\r\n\"\r\n")};
-    Bytes withTail = concat(opening);
+    // A file that opens with a record delimiter, quoted delimiters, and an
+    // unterminated tail.
+    Records records = {bytesOf("\r\n"), bytesOf("a\r\n"), bytesOf("b,\"\r\n\"\r\n")};
+    Bytes withTail = test::join(records);
     withTail.insert(withTail.end(), {'t', 'a', 'i', 'l'});
     openText(withTail);
-    expectWalks(opening);
+    expectWalks(records);
 }
 
 TEST_F(NavigationTest, TaggedWalksMeetInReverseWhereverTheFillsFall) {
-    const Bytes head0 = {0x0A, 0x0E, 0x0A, 0xC3, 0x0C, 0xC3, 'A', 0xC4, 0x0C, 0xC4, 0x0A, 0x12, 0x0A, 0x05, 0x0A};
-    const Bytes head1 = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'A', '~', '~',
-                         0xDE, 0x34, 6, 0, 0,    0, 6, 0, 0x34, 0xDE, 0x0C};
-    const Bytes fieldEnd1 = {0xDE, 0x31, 4, 0, 4, 0, 0x31, 0xDE, 0x0A};
-    const Bytes recordEnd1 = {0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C};
+    // An extended character, and a variable token with a byte 5 inside.
+    const std::string tokens("\xC0\x29\x01\xC0\xD3\0\x06\0\x05\xDE\x06\0\0\xD3", 14);
     std::mt19937 random(11);
     for (uint8_t minor : {0, 1}) {
         for (int shift = 0; shift < 12; ++shift) {
             Records records;
             for (int i = 0; i < 60; ++i) {
-                Bytes r;
                 // An empty first field opens some records with a token.
-                if (i % 5 != 0) r = Bytes(random() % 700 + (i == 1 ? shift : 0), 'v');
-                r.insert(r.end(), {0xC0, 0x29, 0x01, 0xC0, 0xD3, 0, 6, 0, 5, 0xDE, 6, 0, 0, 0xD3});
-                if (minor == 0) {
-                    r.insert(r.end(), {0x12, 0x0A, 0x05, 0x0A});
-                } else {
-                    r.insert(r.end(), fieldEnd1.begin(), fieldEnd1.end());
-                    r.insert(r.end(), recordEnd1.begin(), recordEnd1.end());
-                }
-                records.push_back(r);
+                std::string value = i % 5 == 0 ? "" : std::string(random() % 700 + (i == 1 ? shift : 0), 'v');
+                records.push_back(test::taggedRecord(minor, {value + tokens}));
             }
-            Bytes stream = minor == 0 ? head0 : head1;
-            Bytes body = concat(records);
+            Bytes stream = test::taggedHead(minor, {"A"});
+            Bytes body = test::join(records);
             stream.insert(stream.end(), body.begin(), body.end());
             openDocument(minor, stream);
             SCOPED_TRACE(testing::Message() << "dialect " << int(minor) << " shift " << shift);
@@ -148,7 +80,7 @@ TEST_F(NavigationTest, TaggedWalksMeetInReverseWhereverTheFillsFall) {
         }
     }
     // A document with only its head has no records either way.
-    openDocument(1, head1);
+    openDocument(1, test::taggedHead(1, {"A"}));
     expectWalks({});
 }
 
@@ -183,19 +115,23 @@ TEST_F(NavigationTest, TheEndOfTheDataKeepsTheCurrentRecord) {
 TEST_F(NavigationTest, TheChangeListIsMergedBothWays) {
     Records records;
     for (char c = '0'; c <= '9'; ++c) records.push_back(bytesOf(std::string(1 + (c - '0') % 3, c) + "\r\n"));
-    openText(concat(records));
+    openText(test::join(records));
     std::vector<uint32_t> offsets;
     uint32_t offset = 0;
     for (const Bytes &r : records) {
         offsets.push_back(offset);
         offset += static_cast<uint32_t>(r.size());
     }
-    auto length = [&](int i) { return static_cast<uint32_t>(records[i].size()); };
-    const Bytes longer = bytesOf("two, now longer\r\n");
-    addNode(offsets[0], length(0), {});
-    addNode(offsets[2], length(2), longer);
-    for (int i : {4, 5, 6}) addNode(offsets[i], length(i), {});
-    addNode(offsets[9], length(9), {});
+    // The first and last records go, and three in a row; the third gets a
+    // longer image.
+    moveTo(2);
+    put(0, "two, now longer");
+    ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
+    for (int i : {9, 6, 5, 4, 0}) {
+        moveTo(i);
+        ASSERT_EQ(dbDeleteMerge(table), 0u);
+    }
+    const Bytes longer = bytesOf("\"two, now longer\"\r\n");
     expectWalks({records[1], longer, records[3], records[7], records[8]});
 
     // A walk that ends the data keeps the cursor beside the current record.

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/test_support.h"
+#include "support/table_test.h"
 
 namespace mergedb {
 namespace {
@@ -24,30 +24,23 @@ const Bytes NAME_LIST = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE};
 const Bytes RECORD_END_1 = {0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C};
 const Bytes E_ACUTE = {0xC0, 0x29, 0x01, 0xC0};  // é, OEM 0x82
 
-class DiscoveryTest : public ::testing::Test {
+class DiscoveryTest : public test::TableTest {
 protected:
-    void SetUp() override { database = test::openDatabase(dir); }
-    void TearDown() override { dbCloseDBMerge(&database); }
-
     // Opens the document, gives the result, and collects names and info.
     DbResult openDocument(uint8_t minor, const Bytes &stream) {
         dir.write("d.doc", test::taggedDocument(minor, stream));
-        uint32_t table = 0;
-        DbResult result = test::openTagged(database, "d.doc", &table);
-        if (result == 0) collect(table);
-        return result;
+        return collect(test::openTagged(database, "d.doc", &table));
     }
 
     DbResult openText(const std::string &text, const char *field, const char *record, const char *quote,
                       const char *ignore) {
         dir.write("t.txt", text);
-        uint32_t table = 0;
-        DbResult result = test::openDelimited(database, "t.txt", &table, field, record, quote, ignore);
-        if (result == 0) collect(table);
-        return result;
+        return collect(test::openDelimited(database, "t.txt", &table, field, record, quote, ignore));
     }
 
-    void collect(uint32_t table) {
+    // The kind and the fields of the table that opened, which then closes.
+    DbResult collect(DbResult opened) {
+        if (opened != 0) return opened;
         names.clear();
         info.clear();
         dbGetTableInfoMerge(table, &kind, 1);
@@ -60,10 +53,9 @@ protected:
             info.push_back({numbers[0], numbers[1], numbers[2], numbers[3]});
         }
         EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+        return opened;
     }
 
-    test::TempDir dir;
-    uint32_t database = 0;
     uint16_t kind = 0;
     std::vector<std::string> names;
     std::vector<std::vector<uint16_t>> info;

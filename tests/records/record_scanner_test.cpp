@@ -5,9 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "edits/change_list.h"
 #include "records/record_scanner.h"
-#include "support/test_support.h"
+#include "support/table_test.h"
 #include "tablefile/window.h"
 
 namespace mergedb {
@@ -16,18 +15,11 @@ namespace {
 using test::Bytes;
 using test::bytesOf;
 
-class ScannerTest : public ::testing::Test {
+class ScannerTest : public test::TableTest {
 protected:
-    void SetUp() override { database = test::openDatabase(dir); }
-    void TearDown() override {
-        if (table != 0) dbCloseTableMerge(&table);
-        dbCloseDBMerge(&database);
-    }
-
-    DbResult openText(const Bytes &bytes, const char *field = ",", const char *record = "\r\n",
-                      const char *quote = "\"", const char *ignore = "") {
+    DbResult openText(const Bytes &bytes, const char *record) {
         dir.write("t.txt", bytes);
-        return test::openDelimited(database, "t.txt", &table, field, record, quote, ignore);
+        return test::openDelimited(database, "t.txt", &table, ",", record);
     }
 
     // Every record from the first on, as the scanner delivers them, and the
@@ -51,15 +43,11 @@ protected:
             offset += node->originalLength;
         }
     }
-
-    test::TempDir dir;
-    uint32_t database = 0;
-    uint32_t table = 0;
 };
 
 TEST_F(ScannerTest, RecordLengthLimits) {
     auto recordOf = [](size_t size) { return std::string(size - 1, 'v') + "\n"; };
-    ASSERT_EQ(openText(bytesOf(recordOf(4096) + recordOf(28672) + recordOf(28673) + "z\n"), ",", "\n"), 0u);
+    ASSERT_EQ(openText(bytesOf(recordOf(4096) + recordOf(28672) + recordOf(28673) + "z\n"), "\n"), 0u);
     MergeTable *t = tableLock(table);
     auto *node = blockLockAs<EditNode>(t->current);
     EXPECT_EQ(node->dataLength, 4096u);
@@ -75,19 +63,18 @@ TEST_F(ScannerTest, RecordLengthLimits) {
 }
 
 TEST_F(ScannerTest, AFinalByte26AndAnUnterminatedLineDeliverNoRecord) {
-    ASSERT_EQ(openText(Bytes{'a', '\n', 'b', '\n', 26}, ",", "\n"), 0u);
+    ASSERT_EQ(openText(Bytes{'a', '\n', 'b', '\n', 26}, "\n"), 0u);
     uint16_t end = 0;
     EXPECT_EQ(scanAll(&end).size(), 2u);
     EXPECT_EQ(end, ERR_END_OF_FILE);
     EXPECT_EQ(dbCloseTableMerge(&table), 0u);
-    EXPECT_EQ(openText(bytesOf("only line")), DB_RESULT_ERROR(ERR_END_OF_FILE));
+    EXPECT_EQ(openText(bytesOf("only line"), "\r\n"), DB_RESULT_ERROR(ERR_END_OF_FILE));
 }
 
 // Tagged records end at the first byte 5 or record-end token, through the
 // next line end, seeing through tokens.
 TEST_F(ScannerTest, TaggedRecordsEndBehindTheLineEndOfTheirMark) {
-    const Bytes head = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A, 'N', '~', '~',
-                        0xDE, 0x34, 6, 0, 0,    0, 6, 0, 0x34, 0xDE, 0x0C};
+    const Bytes head = test::taggedHead(1, {"N"});
     Bytes stream = head;
     const Bytes records[] = {
         // A byte 5 inside a variable token's body, and a 10 inside a fixed token.

@@ -1,6 +1,6 @@
 // Every file call of a commit, and of a compaction, made to fail in turn:
-// each time the records survive whole, in the table or in its backup, and
-// the host can still close its handle.
+// each time the host is told the right error, the records survive whole, in
+// the table or in its backup, and the host can still close its handle.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -22,6 +22,21 @@ constexpr FaultKind KINDS[] = {FaultKind::Open,       FaultKind::Close, FaultKin
 
 // Updates and deletes spread over the table, fewer than compact it.
 const std::vector<Edit> COMMIT_EDITS = {{0, false}, {3, true}, {4, true}, {700, false}, {701, true}, {1999, false}};
+
+// The error of a commit whose nth call of kind fails, 0 for none. The opens
+// are the backup's, the new file's creation and a compaction's reopening;
+// the first two closes and the delete are the old file's, whose failure does
+// no harm; the third close is the new file's, at the table's close.
+uint16_t expectedCode(FaultKind kind, uint32_t nth) {
+    switch (kind) {
+    case FaultKind::Open: return nth == 2 ? ERR_CREATE : ERR_OPEN;
+    case FaultKind::Close: return nth < 3 ? 0 : ERR_CLOSE;
+    case FaultKind::Delete: return 0;
+    case FaultKind::Read: return ERR_READ;
+    case FaultKind::Rename: return ERR_RENAME;
+    default: return ERR_WRITE;  // a write, a short write, the flush
+    }
+}
 
 // An update, then 200 deletes: the last one compacts the table.
 std::vector<Edit> compactionEdits() {
@@ -51,6 +66,9 @@ protected:
         DbResult result = closing ? dbCloseTableMerge(&handle) : test::applyEdit(handle, table, edits.back());
         bool struck = faultCalls(kind) >= nth;
         faultReset();
+        uint16_t code = struck ? expectedCode(kind, nth) : 0;
+        EXPECT_EQ(result, code == 0 ? DB_RESULT_OK : DB_RESULT_ERROR(code))
+            << "kind " << static_cast<int>(kind) << " call " << nth;
         // A failed commit keeps its file open without sharing: let the table
         // go, without a second commit, before the files are read.
         if (result != DB_RESULT_OK) releaseWithoutCommit(handle);

@@ -16,27 +16,11 @@ std::string newValue(int record) { return "changed record " + id(record) + " wit
 
 // A record's bytes with the given values, as the driver writes them.
 Bytes recordBytes(bool tagged, const std::string &first, const std::string &second) {
-    if (!tagged) return bytesOf(first + "," + second + "\n");
-    Bytes bytes = bytesOf(first);
-    bytes.insert(bytes.end(), {18, 10});
-    Bytes text = bytesOf(second);
-    bytes.insert(bytes.end(), text.begin(), text.end());
-    bytes.insert(bytes.end(), {18, 10, 5, 10});
-    return bytes;
+    return tagged ? taggedRecord(0, {first, second}) : bytesOf(first + "," + second + "\n");
 }
 
 // The head record of dialect 0 that names the fields Id and Text.
-Bytes head() {
-    Bytes bytes = {14, 10};
-    for (const char *name : {"Id", "Text"}) {
-        bytes.insert(bytes.end(), {195, 12, 195});
-        Bytes text = bytesOf(name);
-        bytes.insert(bytes.end(), text.begin(), text.end());
-        bytes.insert(bytes.end(), {196, 12, 196, 10});
-    }
-    bytes.insert(bytes.end(), {18, 10, 5, 10});
-    return bytes;
-}
+Bytes head() { return taggedHead(0, {"Id", "Text"}); }
 
 Bytes fileOf(const LargeTable &table, const std::vector<Edit> &edits) {
     Bytes stream = table.tagged ? head() : Bytes{};

@@ -1,13 +1,13 @@
 // Find by example through the exports: exact and prefix criteria, blank
 // fields, continued searches, and the table as the walk shows it.
-#include "edits/edits_test_support.h"
+#include "support/table_test.h"
 
 namespace mergedb {
 namespace {
 
 using test::bytesOf;
 
-class FindTest : public test::EditsTest {
+class FindTest : public test::TableTest {
 protected:
     // Clears the example, puts the given fields, and searches.
     DbResult find(const std::vector<std::pair<uint16_t, std::string>> &example, uint32_t blankRule = 0) {
@@ -84,9 +84,9 @@ TEST_F(FindTest, SearchesSeeTheTableAsTheWalkShowsIt) {
     EXPECT_EQ(findNext(), DB_RESULT_END_OF_DATA);
 
     // A tagged table compares the same way, on the stored text.
-    dir.write("t.doc", test::taggedDocument(0, {0x0A, 0x0E, 0x0A, 0xC3, 0x0C, 0xC3, 'A', 0xC4, 0x0C, 0xC4, 0x0A,
-                                                0x12, 0x0A, 0x05, 0x0A, 'K', 0xC3, 0x05, 0xC3, 'e', 'y', 0x12,
-                                                0x0A, 0x05, 0x0A, 'k', 'i', 0x12, 0x0A, 0x05, 0x0A}));
+    dir.write("t.doc", test::taggedDocument(0, test::join({test::taggedHead(0, {"A"}),
+                                                            test::taggedRecord(0, {"K\xC3\x05\xC3" "ey"}),
+                                                            test::taggedRecord(0, {"ki"})})));
     open("t.doc");
     EXPECT_EQ(allFound({{0, "key"}}), (Names{"Key"}));
     EXPECT_EQ(allFound({{0, "k*"}}), (Names{"Key", "ki"}));

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 
 #include "catalogue/database.h"
@@ -15,6 +16,19 @@
 namespace mergedb::test {
 
 Bytes bytesOf(const std::string &text) { return Bytes(text.begin(), text.end()); }
+
+Bytes join(const std::vector<Bytes> &parts) {
+    Bytes all;
+    for (const Bytes &part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+Bytes hex(const std::string &text) {
+    std::istringstream in(text);
+    Bytes bytes;
+    for (unsigned byte; in >> std::hex >> byte;) bytes.push_back(static_cast<uint8_t>(byte));
+    return bytes;
+}
 
 std::string native(std::string path) {
     std::replace(path.begin(), path.end(), '/', PATH_SEPARATOR);
@@ -85,6 +99,46 @@ DbResult openTagged(uint32_t database, const std::string &name, uint32_t *table,
                     uint16_t exclusive) {
     return dbOpenTableMerge(DB_SUBTYPE_TAGGED, database, name.c_str(), access, exclusive, table, nullptr,
                             nullptr, nullptr, nullptr, 0);
+}
+
+namespace {
+
+const Bytes FIELD_END_0 = {0x12, 0x0A};
+const Bytes RECORD_END_0 = {0x05, 0x0A};
+const Bytes FIELD_END_1 = {0xDE, 0x31, 4, 0, 4, 0, 0x31, 0xDE, 0x0A};
+const Bytes RECORD_END_1 = {0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C};
+
+void append(Bytes &to, const Bytes &bytes) { to.insert(to.end(), bytes.begin(), bytes.end()); }
+
+}  // namespace
+
+Bytes taggedHead(uint8_t minorVersion, const std::vector<std::string> &names) {
+    if (minorVersion == 1) {
+        Bytes head = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A};
+        for (const std::string &name : names) append(head, bytesOf(name + "~"));
+        head.push_back('~');
+        append(head, RECORD_END_1);
+        return head;
+    }
+    Bytes head = {0x0E, 0x0A};
+    for (const std::string &name : names) {
+        append(head, {0xC3, 0x0C, 0xC3});
+        append(head, bytesOf(name));
+        append(head, {0xC4, 0x0C, 0xC4, 0x0A});
+    }
+    append(head, FIELD_END_0);
+    append(head, RECORD_END_0);
+    return head;
+}
+
+Bytes taggedRecord(uint8_t minorVersion, const std::vector<std::string> &values) {
+    Bytes record;
+    for (const std::string &value : values) {
+        append(record, bytesOf(value));
+        append(record, minorVersion == 1 ? FIELD_END_1 : FIELD_END_0);
+    }
+    append(record, minorVersion == 1 ? RECORD_END_1 : RECORD_END_0);
+    return record;
 }
 
 Bytes taggedDocument(uint8_t minorVersion, const Bytes &stream) {

@@ -14,6 +14,12 @@ using Bytes = std::vector<uint8_t>;
 
 Bytes bytesOf(const std::string &text);
 
+// The parts one behind the other.
+Bytes join(const std::vector<Bytes> &parts);
+
+// The bytes written in hexadecimal, separated by blanks: "DE 34 06".
+Bytes hex(const std::string &text);
+
 // A path written with "/" in the platform's own separators.
 std::string native(std::string path);
 
@@ -57,5 +63,14 @@ DbResult openTagged(uint32_t database, const std::string &name, uint32_t *table,
 // The 16-byte header of a tagged document with docOffset 16 and the given
 // minor version, followed by the stream.
 Bytes taggedDocument(uint8_t minorVersion, const Bytes &stream);
+
+// The head record that names the fields, in the dialect of a minor version:
+// in dialect 0 each name stands between attribute marks on a line of its
+// own; in dialect 1 the names follow a name-list token, each ended by "~".
+Bytes taggedHead(uint8_t minorVersion, const std::vector<std::string> &names);
+
+// A record of the values, each ended as the dialect ends a field, and then
+// the record's end mark.
+Bytes taggedRecord(uint8_t minorVersion, const std::vector<std::string> &values);
 
 }  // namespace mergedb::test

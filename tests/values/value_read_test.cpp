@@ -9,7 +9,7 @@
 
 #include "fields/field_array.h"
 #include "records/record_format.h"
-#include "support/empty_table.h"
+#include "support/table_test.h"
 
 using namespace mergedb;
 using namespace mergedb::test;
@@ -30,8 +30,13 @@ std::string raw(T... values) {
 std::string ended(const std::string &text) { return text + '\0'; }
 
 // A delimited table opened on an empty file, given fields by hand.
-class ValueRead : public EmptyTableTest {
+class ValueRead : public TableTest {
 protected:
+    void SetUp() override {
+        TableTest::SetUp();
+        dir.write("t.csv", "");
+        open("t.csv");
+    }
     FieldEntry &entry(int index) { return blockLockAs<FieldEntry>(record().fields)[index]; }
     // The value block of field index, added under name when missing, holds
     // exactly the value, and a NUL when ended.
@@ -88,7 +93,7 @@ TEST_F(ValueRead, TaggedTextMapsCharactersAndDelimitedTextConvertsOnRequest) {
     setValue("caf\xE9");
     setValue("12", 1, true, "n");
     EXPECT_EQ(get(1) + get(9), "4|" + ended("caf\xE9") + "4|" + ended("caf\xE9"));
-    record().oemConversion = 1;
+    ASSERT_EQ(dbSetTableOptionMerge(table, DB_OPTION_ANSI_TEXT), 0u);
     EXPECT_EQ(get(1) + get(9) + get(3, "n"), "4|" + ended("caf\x82") + "4|" + ended("caf\x82") + "4|" + raw(12));
 
     record().subtype = DB_SUBTYPE_TAGGED;

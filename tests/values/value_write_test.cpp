@@ -2,7 +2,7 @@
 // value block, and grow a delimited table's fields.
 #include <cstring>
 
-#include "edits/edits_test_support.h"
+#include "support/table_test.h"
 #include "fields/field_array.h"
 
 namespace mergedb {
@@ -10,7 +10,7 @@ namespace {
 
 using test::bytesOf;
 
-class ValueWriteTest : public test::EditsTest {
+class ValueWriteTest : public test::TableTest {
 protected:
     const FieldEntry &entry(int index) { return blockLockAs<FieldEntry>(tableLock(table)->fields)[index]; }
     std::string text(int index) { return std::string(blockLockAs<char>(entry(index).value), entry(index).length); }
@@ -86,14 +86,13 @@ TEST_F(ValueWriteTest, BlankPutsClearingAndNumberedFields) {
     EXPECT_EQ(blockSize(entry(3).value), size);
 
     // The conversion option turns the host's OEM text into the ANSI page.
-    tableLock(table)->oemConversion = 1;
+    ASSERT_EQ(dbSetTableOptionMerge(table, DB_OPTION_ANSI_TEXT), 0u);
     ASSERT_EQ(dbPutFieldValueMerge(table, "2", "caf\x82", DB_TYPE_TEXT, 4), 0u);
     EXPECT_EQ(text(1), "caf\xE9");
 }
 
 TEST_F(ValueWriteTest, TaggedTablesTakePlainTextAndKnownFieldsOnly) {
-    dir.write("t.doc", test::taggedDocument(0, {0x0A, 0x0E, 0x0A, 0xC3, 0x0C, 0xC3, 'A', 0xC4, 0x0C, 0xC4, 0x0A,
-                                                0x12, 0x0A, 0x05, 0x0A}));
+    dir.write("t.doc", test::taggedDocument(0, test::taggedHead(0, {"A"})));
     open("t.doc");
     ASSERT_EQ(dbPutFieldValueMerge(table, "a", "x\x01y\xC0\x41\x01\xC0z", DB_TYPE_TEXT, 9), 0u);
     EXPECT_EQ(text(0), "xyAz");

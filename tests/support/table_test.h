@@ -1,0 +1,85 @@
+// A fixture for tests that open one table at a time in a database of their
+// own, use it through the exports, and look at what it shows and at the
+// files it leaves.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "edits/change_list.h"
+#include "support/test_support.h"
+#include "tablefile/table.h"
+
+namespace mergedb::test {
+
+class TableTest : public ::testing::Test {
+protected:
+    void SetUp() override { database = openDatabase(dir); }
+    void TearDown() override {
+        if (table != 0) {
+            EXPECT_EQ(dbCloseTableMerge(&table), 0u);
+        }
+        dbCloseDBMerge(&database);
+    }
+
+    // Opens name, closing the table open before: a tagged document by its
+    // ending ".doc", otherwise a delimited table with a comma between fields.
+    void open(const std::string &name, const char *record = "\n", const char *quote = "\"") {
+        if (table != 0) {
+            ASSERT_EQ(dbCloseTableMerge(&table), 0u);
+        }
+        bool tagged = name.size() > 4 && name.substr(name.size() - 4) == ".doc";
+        DbResult result =
+            tagged ? openTagged(database, name, &table) : openDelimited(database, name, &table, ",", record, quote);
+        ASSERT_EQ(result, 0u) << name;
+    }
+
+    void close() {
+        ASSERT_EQ(dbCloseTableMerge(&table), 0u);
+        table = 0;
+    }
+
+    MergeTable &record() { return *tableLock(table); }
+
+    void put(uint16_t number, const std::string &text) {
+        ASSERT_EQ(dbPutFieldValueHMerge(table, number, text.c_str(), DB_TYPE_TEXT,
+                                        static_cast<uint16_t>(text.size())),
+                  0u);
+    }
+
+    // Puts the values into fields 0, 1, ...
+    void putAll(const std::vector<std::string> &values) {
+        for (size_t i = 0; i < values.size(); ++i) put(static_cast<uint16_t>(i), values[i]);
+    }
+
+    // The current record's image.
+    Bytes current() {
+        const auto *node = blockLockAs<EditNode>(record().current);
+        const auto *bytes = blockLockAs<uint8_t>(node->data);
+        return Bytes(bytes, bytes + node->dataLength);
+    }
+
+    // The records of a forward walk, as record images.
+    std::vector<Bytes> walk() {
+        std::vector<Bytes> records;
+        for (DbResult r = dbFirstMerge(table); r != DB_RESULT_END_OF_DATA; r = dbNextMerge(table, 0, nullptr)) {
+            EXPECT_EQ(r, 0u);
+            records.push_back(current());
+        }
+        return records;
+    }
+
+    // Moves to the record at index of a forward walk.
+    void moveTo(int index) {
+        ASSERT_EQ(dbFirstMerge(table), 0u);
+        for (int i = 0; i < index; ++i) ASSERT_EQ(dbNextMerge(table, 0, nullptr), 0u);
+    }
+
+    TempDir dir;
+    uint32_t database = 0;
+    uint32_t table = 0;
+};
+
+}  // namespace mergedb::test

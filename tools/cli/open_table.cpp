@@ -1,0 +1,252 @@
+#include "open_table.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "output.h"
+#include "record_scan.h"
+
+namespace mergedb::cli {
+namespace {
+
+using host::Access;
+using host::Failure;
+using host::TableFile;
+
+constexpr std::string_view STANDARD_INPUT = "-";
+constexpr size_t ISSUES_SHOWN = 20;
+constexpr size_t SPOOL_BLOCK = 1 << 16;
+
+struct DelimiterOption {
+    std::string_view name;
+    std::optional<std::string> host::FormatRequest::*member;
+    size_t longest;
+    bool mayBeEmpty;
+};
+
+constexpr DelimiterOption DELIMITER_OPTIONS[] = {
+    {"field-delimiter", &host::FormatRequest::fieldDelimiter, 20, false},
+    {"record-delimiter", &host::FormatRequest::recordDelimiter, 20, false},
+    {"quote", &host::FormatRequest::quote, 4, true},
+    {"ignore", &host::FormatRequest::ignore, 20, true},
+};
+
+std::string labelOf(const std::string &argument) {
+    return argument == STANDARD_INPUT ? "standard input" : argument;
+}
+
+// Standard input in a file of a directory of its own, removed at exit.
+class Spool {
+public:
+    Spool() {
+        const char *tmp = std::getenv("TMPDIR");
+        std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/mergedb-stdin-XXXXXX";
+        if (::mkdtemp(pattern.data()) == nullptr) throw Failure("standard input", std::strerror(errno));
+        directory_ = pattern;
+        file_ = directory_ / "stdin";
+        std::FILE *out = std::fopen(file_.c_str(), "wb");
+        if (out == nullptr) throw Failure("standard input", std::strerror(errno));
+        std::vector<char> block(SPOOL_BLOCK);
+        size_t got = 0;
+        bool written = true;
+        while ((got = std::fread(block.data(), 1, block.size(), stdin)) > 0) {
+            written = written && std::fwrite(block.data(), 1, got, out) == got;
+        }
+        bool readWell = std::ferror(stdin) == 0;
+        if (std::fclose(out) != 0 || !written || !readWell) {
+            throw Failure("standard input", "could not be kept in " + directory_.string());
+        }
+    }
+    ~Spool() {
+        std::error_code error;
+        std::filesystem::remove_all(directory_, error);
+    }
+    Spool(const Spool &) = delete;
+    Spool &operator=(const Spool &) = delete;
+
+    const std::filesystem::path &file() const { return file_; }
+
+private:
+    std::filesystem::path directory_;
+    std::filesystem::path file_;
+};
+
+std::optional<Spool> spool;
+
+TableFile standardInput() {
+    if (!spool) spool.emplace();
+    TableFile file = host::locateTable(spool->file().string());
+    file.label = labelOf(std::string(STANDARD_INPUT));
+    return file;
+}
+
+// What a commit needs: to write the table, and to rename it in its
+// directory.
+void requireWritable(const TableFile &file) {
+    if (::access(file.path.c_str(), W_OK) != 0) {
+        throw Failure(file.label, "is read-only (no permission to write it); nothing was changed");
+    }
+    if (::access(file.directory().c_str(), W_OK | X_OK) != 0) {
+        throw Failure(file.label, "its directory " + file.directory().string() +
+                                      " is read-only, and a commit renames the table there; nothing was changed");
+    }
+}
+
+TableFile enteredTable(const Invocation &invocation, const std::string &argument, Access access) {
+    TableFile file = namedTable(invocation, argument, access);
+    if (::access(file.path.c_str(), R_OK) != 0) throw Failure(file.label, "can't be read: permission denied");
+    mindBackup(file, access);
+    if (access == Access::Write) requireWritable(file);
+    enterDirectory(file);
+    return file;
+}
+
+host::TableFormat prepared(host::TableFormat format, const TableFile &file, const OpenTable::Prepare &prepare) {
+    if (prepare) prepare(file, format);
+    return format;
+}
+
+// What keeps the driver from opening a table that the checks before let
+// pass, said with what to do about it.
+std::string openFailure(const host::DriverError &error) {
+    switch (error.code()) {
+    case ERR_OPEN:
+        return error.reason() + " Another process may hold it open for writing, or be committing it: try again "
+                                "when that is done.";
+    case ERR_END_OF_FILE:
+        return error.reason() + " The driver found no whole first record to learn the fields from: the line has " +
+               "no record delimiter behind it (insert --fix-end adds one; --record-delimiter names another), or " +
+               "the tagged document is cut short.";
+    case ERR_RECORD_TOO_LONG:
+        return error.reason() + " The first record, which names or counts the fields, is longer than the " +
+               std::to_string(host::LONGEST_RECORD) + " bytes that the driver reads.";
+    default: return error.reason();
+    }
+}
+
+}  // namespace
+
+host::FormatRequest formatRequest(const Invocation &invocation, std::string_view prefix) {
+    host::FormatRequest request;
+    for (const DelimiterOption &option : DELIMITER_OPTIONS) {
+        std::string name = std::string(prefix) + std::string(option.name);
+        std::optional<std::string> given = invocation.value(name);
+        if (!given) continue;
+        std::optional<std::string> bytes = unescape(*given);
+        if (!bytes) invocation.fail(name + " '" + *given + "' has a bad escape; use \\t, \\r, \\n, \\\\ or \\xNN");
+        if (bytes->empty() && !option.mayBeEmpty) invocation.fail(name + " can't be empty");
+        if (bytes->size() > option.longest) {
+            invocation.fail(name + " takes at most " + std::to_string(option.longest) + " bytes");
+        }
+        request.*option.member = *bytes;
+    }
+    if (std::optional<std::string> name = invocation.value(std::string(prefix) + "encoding")) {
+        request.encoding = host::encodingNamed(*name);
+        if (!request.encoding) invocation.fail("unknown encoding '" + *name + "'; utf8, cp1252 or cp437");
+    }
+    request.header = prefix == "--" && invocation.has("--header");
+    return request;
+}
+
+uint16_t requiredKind(const Invocation &invocation) {
+    std::optional<std::string> name = invocation.value("--kind");
+    if (!name) invocation.fail("missing --kind");
+    for (uint16_t kind : {DB_KIND_TAGGED_0, DB_KIND_TAGGED_1, DB_KIND_DELIMITED}) {
+        if (host::kindName(kind) == *name) return kind;
+    }
+    invocation.fail("unknown kind '" + *name + "'; tagged0, tagged1 or text");
+}
+
+TableFile namedTable(const Invocation &invocation, const std::string &argument, Access access) {
+    if (argument != STANDARD_INPUT) return host::locateTable(argument);
+    if (access == Access::Write) invocation.fail("standard input (-) can be read, not changed");
+    return standardInput();
+}
+
+void enterDirectory(const TableFile &file) {
+    std::error_code error;
+    std::filesystem::current_path(file.directory(), error);
+    if (error) throw Failure(file.label, "its directory can't be entered: " + error.message());
+}
+
+void mindBackup(const TableFile &file, Access access) {
+    std::string stem = file.name.substr(0, file.name.find('.'));
+    if (access == Access::Write && file.backupName == file.name) {
+        throw Failure(file.label, "is named like the driver's backup of a table " + stem +
+                                      ".*, so a commit would write over it; copy it to another name to change it");
+    }
+    if (!file.backupPresent) return;
+    std::string leftover = file.backupName + " lies beside it, left by a commit of it (or of another " + stem +
+                           ".* table) that did not finish";
+    if (access == Access::Write) {
+        throw Failure(file.label, leftover +
+                                      "; a commit would fail on it, so nothing was changed. Run mergedb recover " +
+                                      file.label + " first");
+    }
+    note(file.label, "note: " + leftover + "; see mergedb recover " + file.label);
+}
+
+void commitEdits(OpenTable &open) {
+    const TableFile &file = open.file;
+    std::error_code error;
+    try {
+        open.table.close();
+    } catch (const Failure &failure) {
+        if (std::filesystem::exists(file.path, error) || !std::filesystem::exists(file.backupPath(), error)) throw;
+        std::filesystem::rename(file.backupPath(), file.path, error);
+        if (error) {
+            throw Failure(file.label, failure.reason() + " The old table is under " + file.backupName +
+                                          " and could not be put back (" + error.message() +
+                                          "); mergedb recover " + file.label + " puts it back");
+        }
+        throw Failure(file.label, failure.reason() + " Nothing was changed: the table is as it was.");
+    }
+    if (!std::filesystem::exists(file.backupPath(), error)) return;
+    note(file.label, "note: the commit is done, but " + file.backupName + " lies beside the table: the driver " +
+                         "could not remove the old table, or another table of that backup name is being " +
+                         "committed; see mergedb recover " + file.label);
+}
+
+OpenTable::OpenTable(const Invocation &invocation, const std::string &argument, Access access,
+                     const Prepare &prepare) try
+    : file(enteredTable(invocation, argument, access)),
+      format(prepared(host::resolveFormat(file, formatRequest(invocation)), file, prepare)),
+      database(session, format.subtype(), ""),
+      table(database, file.driverName, file.label, format.subtype(), format.delimiters, access) {
+    if (!format.mixedLineEnds.empty()) {
+        note(file.label, "note: the line ends are mixed (" + format.mixedLineEnds +
+                             "); LF ends a record and CR is ignored. --record-delimiter names the one to take");
+    }
+} catch (const host::DriverError &error) {
+    throw Failure(labelOf(argument), openFailure(error));
+}
+
+IssuePrinter::~IssuePrinter() {
+    if (count_ > ISSUES_SHOWN) {
+        note(label_, "... and " + std::to_string(count_ - ISSUES_SHOWN) + " more problems like these");
+    }
+}
+
+host::IssueSink IssuePrinter::sink() {
+    return [this](const host::Issue &issue) {
+        if (++count_ <= ISSUES_SHOWN) note(label_, issue.where + ": " + issue.what);
+    };
+}
+
+std::string problemCount(size_t issues) {
+    return issues == 1 ? "1 problem" : std::to_string(issues) + " problems";
+}
+
+void requireWhole(const Invocation &invocation, const std::string &label, size_t issues) {
+    if (issues == 0) return;
+    if (invocation.has("--partial")) return;
+    throw Failure(label, "was not read whole (" + problemCount(issues) + ", told above); --partial accepts what was read");
+}
+
+}  // namespace mergedb::cli

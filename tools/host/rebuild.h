@@ -1,0 +1,41 @@
+// A table rewritten without some of its records, for a host that drops
+// many of them at once. The driver rewrites the whole table at every 200th
+// pending delete; this writes the table once: the bytes of the file are
+// copied as they stand, around the records that go, into a new file beside
+// the table, which the caller checks through the driver before it takes
+// the table's place. So nothing but the dropped records changes, a tagged
+// document keeps its head record as it was, and no moment leaves the
+// table's name without a whole table.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "table_file.h"
+
+namespace mergedb::host {
+
+struct Extent {
+    uint64_t offset = 0;
+    uint64_t length = 0;
+};
+
+// Writes file's bytes up to dataEnd without the extents of dropped (in file
+// order, apart from each other) into a new file in the same directory,
+// with the table's permission bits and, where the process may set them, its
+// owner and group, and makes it reach the disk. check then looks at the new
+// file, and throws when it is not what it should be. Only then does the
+// new file replace the table, in one rename. Throws a Failure when anything
+// fails; the table is then as it was, and the new file gone.
+void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
+                    const std::function<void(const TableFile &rebuilt)> &check);
+
+// A name that no file in directory has yet, held by a new empty file of
+// the permission bits mode (less the umask); removed again by the caller
+// when it is not used. Plain ASCII, so that the driver takes it.
+std::filesystem::path takeFreeName(const std::filesystem::path &directory, const std::string &label, mode_t mode);
+
+}  // namespace mergedb::host

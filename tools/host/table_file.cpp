@@ -1,0 +1,133 @@
+#include "table_file.h"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+
+#include "codepage.h"
+#include "failure.h"
+
+namespace mergedb::host {
+namespace {
+
+constexpr std::array<char, 4> TAGGED_MAGIC = {'\xFF', 'Z', 'R', 'N'};
+
+// Why a file of this type is no table, or nothing for a regular file.
+const char *notATable(mode_t mode) {
+    if (S_ISREG(mode)) return nullptr;
+    if (S_ISDIR(mode)) return "is a directory, not a table file";
+    if (S_ISFIFO(mode)) return "is a FIFO (a named pipe), not a table file";
+    if (S_ISSOCK(mode)) return "is a socket, not a table file";
+    return "is a device, not a table file";
+}
+
+TableFile described(const std::string &argument, const std::filesystem::path &path) {
+    TableFile file;
+    file.label = argument;
+    file.path = path;
+    file.name = path.filename().string();
+    if (file.name.empty() || file.name == "." || file.name == "..") {
+        throw Failure(argument, "names no table file");
+    }
+    file.driverName = driverName(file.name, argument);
+    file.backupName = backupNameOf(file.name);
+    if (file.backupName.size() > LONGEST_NAME) {
+        throw Failure(argument, "the name's backup name, " + file.backupName + ", is longer than the driver's " +
+                                    std::to_string(LONGEST_NAME) + " bytes");
+    }
+    return file;
+}
+
+// Reads the facts of an existing file into file; false when there is none.
+bool examine(TableFile &file) {
+    struct stat facts{};
+    if (::stat(file.path.c_str(), &facts) != 0) {
+        if (errno == ENOENT) return false;
+        throw Failure(file.label, std::strerror(errno));
+    }
+    if (const char *reason = notATable(facts.st_mode)) throw Failure(file.label, reason);
+    file.size = static_cast<uint64_t>(facts.st_size);
+    if (file.size >= TABLE_SIZE_LIMIT) {
+        throw Failure(file.label, "is " + sizeText(file.size) +
+                                      "; the driver reads tables of less than 4 GiB (4294967296 bytes)");
+    }
+    file.tagged = beginsTagged(file.path);
+    std::error_code error;
+    file.backupPresent = file.backupName != file.name && std::filesystem::exists(file.backupPath(), error);
+    return true;
+}
+
+// The file that argument names, absolute, with the links that it passes
+// through followed, so far as they lead to something.
+std::filesystem::path resolved(const std::string &argument) {
+    std::error_code error;
+    std::filesystem::path absolute = std::filesystem::absolute(argument, error);
+    if (error) throw Failure(argument, error.message());
+    std::filesystem::path path = std::filesystem::weakly_canonical(absolute, error);
+    return error ? absolute : path;
+}
+
+}  // namespace
+
+TableFile locateTable(const std::string &argument) {
+    TableFile file = described(argument, resolved(argument));
+    if (!examine(file)) throw Failure(argument, "there is no such file");
+    return file;
+}
+
+TableFile plannedTable(const std::string &argument) {
+    TableFile file = described(argument, resolved(argument));
+    std::error_code error;
+    if (!std::filesystem::is_directory(file.directory(), error)) {
+        throw Failure(argument, "there is no directory " + file.directory().string());
+    }
+    examine(file);
+    return file;
+}
+
+std::string driverName(std::string_view utf8, const std::string &label) {
+    std::string name;
+    for (size_t position = 0; position < utf8.size();) {
+        std::optional<char32_t> character = nextUtf8(utf8, position);
+        if (!character) throw Failure(label, "the name is not UTF-8");
+        std::optional<unsigned char> oem = pageByte(*character, Encoding::Cp437);
+        if (!oem || !pageByte(*character, Encoding::Cp1252)) {
+            std::string lacking = oem ? "Windows-1252, the page the driver hands names to the file system in,"
+                                      : "code page 437, the page of the driver's names,";
+            throw Failure(label, "the name holds " + describeCharacter(*character) + ", which " + lacking + " lacks");
+        }
+        name.push_back(static_cast<char>(*oem));
+    }
+    if (name.size() > LONGEST_NAME) {
+        throw Failure(label, "the name is " + std::to_string(name.size()) + " bytes long; the driver takes at most " +
+                                 std::to_string(LONGEST_NAME));
+    }
+    return name;
+}
+
+std::string backupNameOf(const std::string &name) { return name.substr(0, name.find('.')) + ".bk"; }
+
+bool beginsTagged(const std::filesystem::path &path) {
+    std::array<char, TAGGED_MAGIC.size()> head{};
+    std::ifstream in(path, std::ios::binary);
+    in.read(head.data(), head.size());
+    return in && head == TAGGED_MAGIC;
+}
+
+std::string sizeText(uint64_t bytes) {
+    char text[32];
+    if (bytes >= (uint64_t{1} << 30)) {
+        std::snprintf(text, sizeof text, "%.1f GiB", static_cast<double>(bytes) / (1u << 30));
+    } else if (bytes >= 1000000) {
+        std::snprintf(text, sizeof text, "%.1f MB", static_cast<double>(bytes) / 1e6);
+    } else {
+        std::snprintf(text, sizeof text, "%llu bytes", static_cast<unsigned long long>(bytes));
+    }
+    return text;
+}
+
+}  // namespace mergedb::host
