@@ -91,6 +91,14 @@ const uint8_t *laneEnd(const WindowCursor &window, const RecordSink &sink) {
     return room > LANE_MARGIN ? window.cursor + (room - LANE_MARGIN) : window.cursor;
 }
 
+// The lane of the one-pass scans, which look a delimiter's length and a
+// byte past their end: behind the last fill of the file, where the bytes
+// past the data are 0 (window.h) and no step refills, the whole window.
+const uint8_t *mappedLaneEnd(const WindowCursor &window, const RecordSink &sink) {
+    if (window.table.window.atEof == 0) return laneEnd(window, sink);
+    return window.cursor + std::min(window.available(), LONGEST_RECORD);
+}
+
 // Takes the bytes from the window's position up to end.
 uint16_t takeLane(WindowCursor &window, RecordSink &sink, const uint8_t *end) {
     return sinkWrite(window, sink, static_cast<uint32_t>(end - window.cursor));
@@ -237,7 +245,7 @@ template <typename Scan>
 bool takeMappedRecord(WindowCursor &window, RecordSink &sink, Scan scan) {
     if (sink.map == nullptr) sink.map = fieldMapOf(window.table);
     if (sink.map == nullptr) return false;
-    const uint8_t *end = scan(window.cursor, laneEnd(window, sink), *sink.map);
+    const uint8_t *end = scan(window.cursor, mappedLaneEnd(window, sink), *sink.map);
     if (end == nullptr) return false;
     sink.start = window.cursor;
     sink.cursor = sink.reach = window.cursor = const_cast<uint8_t *>(end);
