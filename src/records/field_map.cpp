@@ -33,10 +33,12 @@ Delimiter delimiterAt(const DelimitedSyntax &syntax, const uint8_t *p) {
 
 constexpr uint8_t CLOSES_STRETCH = OPENS_RECORD | OPENS_FIELD | OPENS_IGNORE;
 
-// The fields noted so far, and the one being passed over.
+// The fields noted so far, and the one being passed over. The count is
+// kept here and stored with the map's last entry, since every store into
+// the map's arrays could otherwise be a store to it.
 class Notes {
 public:
-    Notes(FieldMap &map, const uint8_t *start) : map_(map), start_(start), fieldBegin_(start) { map_.count = 0; }
+    Notes(FieldMap &map, const uint8_t *start) : map_(map), start_(start), fieldBegin_(start) {}
 
     const uint8_t *fieldBegin() const { return fieldBegin_; }
     bool on() const { return on_; }
@@ -45,34 +47,40 @@ public:
     // begins at next.
     void note(const uint8_t *from, const uint8_t *to, const uint8_t *next) {
         if (!on_) return;
-        if (map_.count == FIELD_LIMIT) return stop();
-        uint16_t i = map_.count++;
-        map_.begin[i] = offset(fieldBegin_);
-        map_.from[i] = offset(from);
-        map_.to[i] = offset(to);
+        if (count_ == FIELD_LIMIT) return stop();
+        map_.begin[count_] = offset(fieldBegin_);
+        map_.from[count_] = offset(from);
+        map_.to[count_] = offset(to);
+        count_++;
         fieldBegin_ = next;
     }
 
     // The field from fieldBegin has another shape: the map ends in front of
     // it.
-    void stop() {
-        if (on_) map_.begin[map_.count] = offset(fieldBegin_);
-        on_ = false;
-    }
+    void stop() { end(fieldBegin_); }
 
     // The record ends at end.
-    const uint8_t *finish(const uint8_t *end) {
-        if (on_) map_.begin[map_.count] = offset(end);
+    const uint8_t *finish(const uint8_t *recordEnd) {
+        end(recordEnd);
         map_.fresh = true;
-        return end;
+        return recordEnd;
     }
 
 private:
     uint16_t offset(const uint8_t *p) const { return static_cast<uint16_t>(p - start_); }
 
+    // The map ends in front of the field that begins at p.
+    void end(const uint8_t *p) {
+        if (!on_) return;
+        map_.begin[count_] = offset(p);
+        map_.count = count_;
+        on_ = false;
+    }
+
     FieldMap &map_;
     const uint8_t *start_;
     const uint8_t *fieldBegin_;
+    uint16_t count_ = 0;
     bool on_ = true;
 };
 
