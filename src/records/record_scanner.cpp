@@ -73,7 +73,8 @@ uint16_t finishScan(EditNode &node, BlockHandle block, const RecordSink &sink, u
     node.data = block;
     auto filled = std::min<size_t>(size, std::max(sink.cursor, sink.reach) - sink.start);
     std::memcpy(bytes, sink.start, filled);
-    std::memset(bytes + filled, 0, size - filled);
+    // Only a failed scan leaves bytes to clear.
+    if (size > filled) std::memset(bytes + filled, 0, size - filled);
     if (scanCode == 0) node.originalLength = node.dataLength = size;
     return scanCode;
 }
