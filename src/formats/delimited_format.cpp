@@ -31,13 +31,30 @@ void plainCopy(std::span<char> dst, std::span<const char> src) {
     dst[length] = '\0';
 }
 
+namespace {
+
+// plainTextToHost of a long value, or with the conversion.
+[[gnu::noinline]] uint16_t plainTextToHostAtLength(std::span<const char> value, char *buffer, size_t limit,
+                                                   bool ansi) {
+    size_t count = plainLength(value.first(std::min(value.size(), limit)));
+    std::memcpy(buffer, value.data(), count);
+    buffer[count] = '\0';
+    if (ansi) CharToOemA(buffer, buffer);
+    return static_cast<uint16_t>(count);
+}
+
+}  // namespace
+
 // Measuring no more than limit bytes spares the scan of a long value. The
 // conversion makes no NUL of another byte, so the count stays the length.
+// A short value without the conversion, which most reads are, calls
+// nothing.
 uint16_t plainTextToHost(std::span<const char> value, char *buffer, size_t limit, bool ansi) {
+    constexpr size_t SHORT = 16;
+    if (ansi || value.size() > SHORT) return plainTextToHostAtLength(value, buffer, limit, ansi);
     size_t count = plainLength(value.first(std::min(value.size(), limit)));
     copyBytes(buffer, value.data(), count);
     buffer[count] = '\0';
-    if (ansi) CharToOemA(buffer, buffer);
     return static_cast<uint16_t>(count);
 }
 
