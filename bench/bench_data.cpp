@@ -1,10 +1,13 @@
 #include "bench_data.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <random>
 #include <stdexcept>
 #include <vector>
+
+#include "bench_peers.h"
 
 namespace mergedb::bench {
 namespace {
@@ -33,11 +36,11 @@ std::string headFor(DataKind kind, int fieldCount) {
     return head;
 }
 
-void appendDelimited(std::string &out, const std::vector<std::string> &values) {
+void appendDelimited(std::string &out, const std::vector<std::string> &values, Shape shape = Shape::Address) {
     for (size_t f = 0; f < values.size(); ++f) {
         if (f > 0) out += FIELD_DELIMITER;
-        // Every even field (counted from 1) is quoted.
-        if (f % 2 == 1) {
+        // Every even field (counted from 1) is quoted, or every field.
+        if (f % 2 == 1 || shape == Shape::Quoted) {
             out += QUOTE + values[f] + QUOTE;
         } else {
             out += values[f];
@@ -46,9 +49,9 @@ void appendDelimited(std::string &out, const std::vector<std::string> &values) {
     out += RECORD_DELIMITER;
 }
 
-void appendRecord(std::string &out, DataKind kind, const std::vector<std::string> &values) {
+void appendRecord(std::string &out, DataKind kind, Shape shape, const std::vector<std::string> &values) {
     switch (kind) {
-    case DataKind::Delimited: appendDelimited(out, values); return;
+    case DataKind::Delimited: appendDelimited(out, values, shape); return;
     case DataKind::Tagged0:
         for (const std::string &value : values) out += value + "\x12\n";
         out += "\x05\n";
@@ -60,7 +63,7 @@ void appendRecord(std::string &out, DataKind kind, const std::vector<std::string
     }
 }
 
-void addressRecord(std::vector<std::string> &values, uint64_t number, std::mt19937 &random) {
+void addressRecord(std::vector<std::string> &values, uint64_t number, Shape shape, std::mt19937 &random) {
     values.assign(ADDRESS_FIELDS, {});
     values[0] = std::to_string(number);
     for (int f = 2; f <= ADDRESS_FIELDS; ++f) {
@@ -69,21 +72,28 @@ void addressRecord(std::vector<std::string> &values, uint64_t number, std::mt199
         if (f % 3 == 0) value += std::string(" ") + WORDS[random() % 16];
         if (f == 4) value += ", " + std::to_string(random() % 10000);  // holds the field delimiter
     }
+    if (shape != Shape::LongText) return;
+    // The last field, which is quoted, a note of sentences.
+    std::string &note = values[ADDRESS_FIELDS - 1];
+    for (size_t length = 1000 + random() % 3001; note.size() < length;) {
+        note += std::string(note.empty() ? "" : random() % 8 == 0 ? ", " : " ") + WORDS[random() % 16];
+    }
+    note += ".";
 }
 
 // Buffers a table's bytes and writes them in large pieces.
 class TableWriter {
 public:
-    TableWriter(const std::string &path, DataKind kind, int fieldCount)
-        : file_(std::fopen(path.c_str(), "wb"), &std::fclose), kind_(kind) {
+    TableWriter(const std::string &path, DataKind kind, int fieldCount, Shape shape = Shape::Address)
+        : file_(std::fopen(path.c_str(), "wb"), &std::fclose), kind_(kind), shape_(shape) {
         if (file_ == nullptr) throw std::runtime_error("cannot write " + path);
         if (kind != DataKind::Delimited) chunk_ = headFor(kind, fieldCount);
     }
 
     void add(const std::vector<std::string> &values) {
-        appendRecord(chunk_, kind_, values);
+        appendRecord(chunk_, kind_, shape_, values);
         ++facts_.records;
-        for (const std::string &value : values) facts_.textBytes += value.size();
+        for (const std::string &value : values) facts_.textBytes += std::min(value.size(), BUFFER_TEXT_LIMIT);
         if (chunk_.size() >= (1u << 20)) flush();
     }
 
@@ -104,6 +114,7 @@ private:
 
     std::unique_ptr<std::FILE, decltype(&std::fclose)> file_;
     DataKind kind_;
+    Shape shape_;
     std::string chunk_;
     TableFacts facts_;
 };
@@ -119,15 +130,15 @@ std::string wideValue(int i) {
     return value += std::to_string(i);
 }
 
-TableFacts writeAddressTable(const std::string &path, DataKind kind, uint64_t size, uint32_t seed) {
-    TableWriter writer(path, kind, ADDRESS_FIELDS);
+TableFacts writeAddressTable(const std::string &path, DataKind kind, uint64_t size, Shape shape, uint32_t seed) {
+    TableWriter writer(path, kind, ADDRESS_FIELDS, shape);
     std::mt19937 random(seed);
     std::vector<std::string> values;
     std::string delimited;
     for (uint64_t delimitedBytes = 0, number = 1; delimitedBytes < size; ++number) {
-        addressRecord(values, number, random);
+        addressRecord(values, number, shape, random);
         delimited.clear();
-        appendDelimited(delimited, values);
+        appendDelimited(delimited, values, shape);
         delimitedBytes += delimited.size();
         writer.add(values);
     }

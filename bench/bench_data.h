@@ -9,6 +9,11 @@ namespace mergedb::bench {
 
 enum class DataKind { Delimited, Tagged0, Tagged1 };
 
+// The address records as they are (every even field quoted in delimited
+// text), with every field quoted, or with a long note of 1000 to 4000 bytes
+// in the last field.
+enum class Shape { Address, Quoted, LongText };
+
 // Fields of a record in the address tables.
 inline constexpr int ADDRESS_FIELDS = 10;
 
@@ -24,11 +29,13 @@ struct TableFacts {
 };
 
 // Writes address records to path until their delimited form would hold
-// about size bytes, so that tables of all three kinds made with one size
-// and seed hold the same records. Field 1 of each record is its number,
-// counted from 1; every even field is quoted in delimited text, and field 4
-// holds the field delimiter.
-TableFacts writeAddressTable(const std::string &path, DataKind kind, uint64_t size, uint32_t seed = 1);
+// about size bytes, so that tables of all three kinds made with one size,
+// shape and seed hold the same records. Field 1 of each record is its
+// number, counted from 1; every even field is quoted in delimited text, and
+// field 4 holds the field delimiter. textBytes counts what a host's buffer
+// of 256 bytes takes of each value.
+TableFacts writeAddressTable(const std::string &path, DataKind kind, uint64_t size, Shape shape = Shape::Address,
+                             uint32_t seed = 1);
 
 // Writes a table of fieldCount fields and a few records; field i holds
 // wideValue(i) in every record.

@@ -55,9 +55,10 @@ const Table &Workspace::made(DataKind kind, const std::string &name,
     return tables_.emplace(name, table).first->second;
 }
 
-const Table &Workspace::addressTable(DataKind kind, uint64_t size) {
-    return made(kind, "address_" + kindTag(kind) + "_" + std::to_string(size) + extension(kind),
-                [=](const std::string &path) { return writeAddressTable(path, kind, size); });
+const Table &Workspace::addressTable(DataKind kind, uint64_t size, Shape shape) {
+    const char *shapeTag = shape == Shape::Quoted ? "q_" : shape == Shape::LongText ? "l_" : "";
+    return made(kind, "address_" + kindTag(kind) + "_" + shapeTag + std::to_string(size) + extension(kind),
+                [=](const std::string &path) { return writeAddressTable(path, kind, size, shape); });
 }
 
 const Table &Workspace::wideTable(DataKind kind, int fieldCount) {

@@ -33,8 +33,8 @@ public:
     Workspace &operator=(const Workspace &) = delete;
     ~Workspace();
 
-    // The address table of this kind and size, written on first use.
-    const Table &addressTable(DataKind kind, uint64_t size);
+    // The address table of this kind, size and shape, written on first use.
+    const Table &addressTable(DataKind kind, uint64_t size, Shape shape = Shape::Address);
     // The wide table of this kind and field count, written on first use.
     const Table &wideTable(DataKind kind, int fieldCount);
     // A table that the caller wrote itself.

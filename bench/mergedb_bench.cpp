@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "bench_data.h"
+#include "bench_flush.h"
 #include "bench_host.h"
 #include "bench_peers.h"
 #include "bench_report.h"
@@ -121,8 +122,8 @@ private:
 using Walker = WalkOutcome (*)(uint32_t, const std::vector<std::string> &);
 
 // Cases 1 and 3: every record, every field as short text.
-void walkCase(benchmark::State &state, DataKind kind, Walker walker) {
-    const Table &table = workspace->addressTable(kind, settings.medium);
+void walkCase(benchmark::State &state, DataKind kind, Shape shape, Walker walker) {
+    const Table &table = workspace->addressTable(kind, settings.medium, shape);
     OpenTable open(state, table);
     if (open.handle() == 0) return;
     std::vector<std::string> names = fieldNames(open.handle());
@@ -133,9 +134,9 @@ void walkCase(benchmark::State &state, DataKind kind, Walker walker) {
 }
 
 // Case 2: libcsv in this process.
-void libcsvCase(benchmark::State &state) {
+void libcsvCase(benchmark::State &state, Shape shape) {
     if (!haveLibcsv()) return skipPeer(state, "libcsv (libcsv-dev)");
-    const Table &table = workspace->addressTable(DataKind::Delimited, settings.medium);
+    const Table &table = workspace->addressTable(DataKind::Delimited, settings.medium, shape);
     std::optional<WalkTotals> totals;
     for (auto _ : state) totals = libcsvWalk(table.path);
     if (!totals) return fail(state, "libcsv could not read " + table.path);
@@ -154,9 +155,9 @@ void floorCase(benchmark::State &state) {
 // Case 2: a peer in its own process, timed from start to exit. It prints
 // the records and the bytes of text it saw.
 void childPeerCase(benchmark::State &state, const std::string &peer, const std::vector<std::string> &check,
-                   const std::vector<std::string> &run) {
+                   const std::vector<std::string> &run, Shape shape = Shape::Address) {
     if (!childSucceeds(check)) return skipPeer(state, peer);
-    const Table &table = workspace->addressTable(DataKind::Delimited, settings.medium);
+    const Table &table = workspace->addressTable(DataKind::Delimited, settings.medium, shape);
     std::vector<std::string> argv = run;
     argv.insert(argv.end(), {std::filesystem::path(table.path).parent_path().string(), table.name,
                              std::to_string(ADDRESS_FIELDS)});
@@ -171,10 +172,10 @@ void childPeerCase(benchmark::State &state, const std::string &peer, const std::
     if (sawWholeTable(state, totals, table)) reportSize(state, table);
 }
 
-void pythonCase(benchmark::State &state) {
+void pythonCase(benchmark::State &state, Shape shape) {
     std::string python = textFromEnvironment("MERGEDB_BENCH_PYTHON", "/usr/bin/python3");
     childPeerCase(state, "Python's csv module (python3)", {python, "-c", "import csv"},
-                  {python, MERGEDB_BENCH_SOURCE_DIR "/peer_python_csv.py"});
+                  {python, MERGEDB_BENCH_SOURCE_DIR "/peer_python_csv.py"}, shape);
 }
 
 void perlCase(benchmark::State &state) {
@@ -197,9 +198,9 @@ void lastCase(benchmark::State &state, DataKind kind, uint64_t size) {
 }
 
 // Case 5: one record in a hundred updated while walking, then the commit at
-// close. The time counts the puts, updates and the close; the walk that
-// reaches the records is case 1's. The close alone goes to the counter
-// close_ms.
+// close. The time counts the puts, updates and the close without its flush
+// to the disk; the walk that reaches the records is case 1's. The close
+// alone goes to the counter close_ms, its flush to flush_ms.
 double updateAndCommit(benchmark::State &state, const Table &table) {
     OpenTable open(state, table, Access::ReadWrite);
     if (open.handle() == 0) return 0;
@@ -219,13 +220,16 @@ double updateAndCommit(benchmark::State &state, const Table &table) {
             return 0;
         }
     }
+    flushReset();
     auto start = std::chrono::steady_clock::now();
     DbResult closed = open.close();
     auto closing = std::chrono::steady_clock::now() - start;
+    double flushed = flushSeconds();
     state.counters["close_ms"] = std::chrono::duration<double, std::milli>(closing).count();
+    state.counters[COUNTER_FLUSH] = flushed * 1e3;
     spent += closing;
     if (closed != DB_RESULT_OK) fail(state, "the commit gave " + resultText(closed));
-    return std::chrono::duration<double>(spent).count();
+    return std::chrono::duration<double>(spent).count() - flushed;
 }
 
 // Whether the committed table reads back: the first record updated, the
@@ -445,19 +449,37 @@ struct KindName {
 constexpr KindName ALL_KINDS[] = {
     {DataKind::Delimited, "delimited"}, {DataKind::Tagged0, "tagged0"}, {DataKind::Tagged1, "tagged1"}};
 
+struct ShapeName {
+    Shape shape;
+    const char *suffix;
+};
+
+constexpr ShapeName ALL_SHAPES[] = {{Shape::Address, ""}, {Shape::Quoted, "_quoted"}, {Shape::LongText, "_long"}};
+
 void registerCases() {
     using benchmark::RegisterBenchmark;
     for (const KindName &k : ALL_KINDS) {
-        once(RegisterBenchmark(("walk/" + std::string(k.name)).c_str(), walkCase, k.kind, walkForward))
+        once(RegisterBenchmark(("walk/" + std::string(k.name)).c_str(), walkCase, k.kind, Shape::Address,
+                               walkForward))
             ->UseRealTime();
     }
-    once(RegisterBenchmark("peer/libcsv", libcsvCase))->UseRealTime();
-    once(RegisterBenchmark("peer/python_csv", pythonCase))->UseManualTime();
+    // The delimited walk and its peers on the other shapes of data too.
+    for (const ShapeName &d : ALL_SHAPES) {
+        std::string suffix = d.suffix;
+        if (d.shape != Shape::Address) {
+            once(RegisterBenchmark(("walk/delimited" + suffix).c_str(), walkCase, DataKind::Delimited, d.shape,
+                                   walkForward))
+                ->UseRealTime();
+        }
+        once(RegisterBenchmark(("peer/libcsv" + suffix).c_str(), libcsvCase, d.shape))->UseRealTime();
+        once(RegisterBenchmark(("peer/python_csv" + suffix).c_str(), pythonCase, d.shape))->UseManualTime();
+    }
     // DBD::CSV takes a minute for the medium table: one repetition.
     once(RegisterBenchmark("peer/perl_dbd_csv", perlCase), 1)->UseManualTime();
     once(RegisterBenchmark("peer/floor_memchr", floorCase))->UseRealTime();
     for (const KindName &k : ALL_KINDS) {
-        once(RegisterBenchmark(("walk_back/" + std::string(k.name)).c_str(), walkCase, k.kind, walkBackward))
+        once(RegisterBenchmark(("walk_back/" + std::string(k.name)).c_str(), walkCase, k.kind, Shape::Address,
+                               walkBackward))
             ->UseRealTime();
     }
     for (const KindName &k : {ALL_KINDS[0], ALL_KINDS[1]}) {

@@ -1,6 +1,9 @@
 #include "edits/commit.h"
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "edits/change_list.h"
 #include "mergedb/mergedb.h"
@@ -10,8 +13,11 @@
 namespace mergedb {
 namespace {
 
-constexpr uint16_t COPY_BLOCK = 4096;
 constexpr uint32_t MODE_OLD_FILE = MODE_OPEN_EXCLUSIVE;  // 290
+
+// The new file gathers in a buffer of this size, which goes to the disk
+// whole: the largest piece that is still cheap to hold for a commit.
+constexpr uint32_t COPY_BUFFER = 1u << 20;
 
 // The backup name: the path with ".bk" from its first "." on, or added.
 bool backupName(const char *path, char (&out)[PATH_BUFFER_SIZE]) {
@@ -24,40 +30,65 @@ bool backupName(const char *path, char (&out)[PATH_BUFFER_SIZE]) {
     return true;
 }
 
-// Copies count bytes from the source's position to the destination's. A
-// read that brings nothing, or a write that falls short, ends the copy
-// with a failure, so that a damaged new file is never taken for whole.
-uint16_t copyRange(FileObject &destination, FileObject &source, uint32_t count) {
-    BlockHandle block = blockAlloc(COPY_BLOCK);
-    auto *buffer = blockLockAs<uint8_t>(block);
-    if (buffer == nullptr) return ERR_MEMORY;
-    uint16_t code = 0;
-    while (count != 0 && code == 0) {
-        auto wanted = static_cast<uint16_t>(count < COPY_BLOCK ? count : COPY_BLOCK);
-        int16_t got = fileRead(&source, buffer, wanted);
-        if (got <= 0) {
-            code = ERR_READ;
-        } else if (fileWrite(&destination, buffer, static_cast<uint16_t>(got)) != got) {
-            code = ERR_WRITE;
-        } else {
-            count -= static_cast<uint32_t>(got);
-        }
-    }
-    blockFree(&block);
-    return code;
-}
+// The new file on its way. The old file's stretches are read straight into
+// the buffer behind what it holds, the images of edited records copied in,
+// and the buffer is written whenever it is full and at the end: a commit
+// makes about one read for each stretch of the old file and one write for
+// each COPY_BUFFER bytes of the new one. A read that brings nothing, or a
+// write that falls short, ends the commit with ERR_READ or ERR_WRITE, so
+// that a damaged new file is never taken for whole.
+class NewFileWriter {
+public:
+    explicit NewFileWriter(FileObject &file) : file_(file), buffer_(new (std::nothrow) uint8_t[COPY_BUFFER]) {}
 
-uint16_t copyFrom(FileObject &destination, FileObject &source, uint32_t offset, uint32_t count) {
-    if (count == 0) return 0;
-    if (fileSeek(&source, offset, 0) == FILE_FAILURE) return ERR_SEEK;
-    return copyRange(destination, source, count);
-}
+    bool valid() const { return buffer_ != nullptr; }
+
+    // count bytes of the source from offset on.
+    uint16_t copy(FileObject &source, uint32_t offset, uint32_t count) {
+        if (count == 0) return 0;
+        if (fileSeek(&source, offset, 0) == FILE_FAILURE) return ERR_SEEK;
+        while (count != 0) {
+            int64_t got = fileReadLarge(&source, buffer_.get() + filled_, std::min(count, COPY_BUFFER - filled_));
+            if (got <= 0) return ERR_READ;
+            count -= static_cast<uint32_t>(got);
+            if (uint16_t code = taken(static_cast<uint32_t>(got))) return code;
+        }
+        return 0;
+    }
+
+    uint16_t write(const uint8_t *bytes, uint32_t count) {
+        while (count != 0) {
+            uint32_t piece = std::min(count, COPY_BUFFER - filled_);
+            std::memcpy(buffer_.get() + filled_, bytes, piece);
+            bytes += piece;
+            count -= piece;
+            if (uint16_t code = taken(piece)) return code;
+        }
+        return 0;
+    }
+
+    uint16_t flush() {
+        if (filled_ != 0 && fileWriteLarge(&file_, buffer_.get(), filled_) < 0) return ERR_WRITE;
+        filled_ = 0;
+        return 0;
+    }
+
+private:
+    uint16_t taken(uint32_t count) {
+        filled_ += count;
+        return filled_ == COPY_BUFFER ? flush() : 0;
+    }
+
+    FileObject &file_;
+    std::unique_ptr<uint8_t[]> buffer_;
+    uint32_t filled_ = 0;
+};
 
 // Writes the new file: the bytes in front of the document stream, then the
 // stretches between the list's nodes and their images, then the tail.
-uint16_t writeNewFile(MergeTable &table, FileObject &newFile) {
+uint16_t writeNewFile(MergeTable &table, NewFileWriter &newFile) {
     uint32_t position = table.format->dataStart(table);
-    if (uint16_t code = copyFrom(newFile, table.file, 0, position)) return code;
+    if (uint16_t code = newFile.copy(table.file, 0, position)) return code;
     if (changeFirst(table) != 0) return ERR_MEMORY;
     EditNode node{};
     for (;;) {
@@ -65,21 +96,21 @@ uint16_t writeNewFile(MergeTable &table, FileObject &newFile) {
         if (atCursor == nullptr) return ERR_MEMORY;
         node = *atCursor;
         if (position < node.offset) {
-            if (uint16_t code = copyFrom(newFile, table.file, position, node.offset - position)) return code;
+            if (uint16_t code = newFile.copy(table.file, position, node.offset - position)) return code;
         }
         if (!(node.flags & NODE_DELETED)) {
             const auto *image = blockLockAs<uint8_t>(node.data);
             if (image == nullptr) return ERR_MEMORY;
-            if (fileWrite(&newFile, image, static_cast<uint16_t>(node.dataLength)) !=
-                static_cast<int16_t>(node.dataLength)) {
-                return ERR_WRITE;
-            }
+            if (uint16_t code = newFile.write(image, node.dataLength)) return code;
         }
         position = node.offset + node.originalLength;
         if (node.next == 0) break;
         table.changeCursor = node.next;
     }
-    return table.fileSize > position ? copyFrom(newFile, table.file, position, table.fileSize - position) : 0;
+    if (table.fileSize > position) {
+        if (uint16_t code = newFile.copy(table.file, position, table.fileSize - position)) return code;
+    }
+    return newFile.flush();
 }
 
 // The steps of a commit that swap the files, under the directory's lock, so
@@ -108,7 +139,9 @@ uint16_t swapInNewFile(MergeTable &table, const char *savedName, const char *bac
 // would not open again.
 uint16_t fillNewFile(MergeTable &table, FileObject &newFile) {
     if (uint16_t code = fileCopyOwnership(table.file, newFile)) return code;
-    if (uint16_t code = writeNewFile(table, newFile)) return code;
+    NewFileWriter writer(newFile);
+    if (!writer.valid()) return ERR_MEMORY;
+    if (uint16_t code = writeNewFile(table, writer)) return code;
     if (newFile.position > LARGEST_FILE) return ERR_WRITE;
     return fileSync(&newFile);
 }

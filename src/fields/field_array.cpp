@@ -47,17 +47,19 @@ FieldNameIndex *buildIndex(MergeTable &table, const FieldEntry *array) {
     if (table.fieldIndex == 0) table.fieldIndex = blockAlloc(sizeof(FieldNameIndex));
     auto *index = blockLockAs<FieldNameIndex>(table.fieldIndex);
     if (index == nullptr) return nullptr;
-    *index = FieldNameIndex{table.fields, table.fieldCount, -1, {}, {}};
+    *index = FieldNameIndex{table.fields, table.fieldCount, true, {}};
     for (int i = 0; i < table.fieldCount; ++i) {
         uint32_t slot = nameHash(array[i].name);
         for (;; ++slot) {
             uint16_t &entry = index->slots[slot & INDEX_MASK];
             if (entry == 0) {
                 entry = static_cast<uint16_t>(i + 1);
-                index->firstOfName[i] = true;
                 break;
             }
-            if (_stricmp(array[entry - 1].name, array[i].name) == 0) break;
+            if (_stricmp(array[entry - 1].name, array[i].name) == 0) {
+                index->unique = false;
+                break;
+            }
         }
     }
     return index;
@@ -112,7 +114,10 @@ int fieldFindByNameInIndex(MergeTable &table, const FieldEntry *array, const cha
     for (uint32_t slot = nameHash(name);; ++slot) {
         uint16_t entry = index->slots[slot & INDEX_MASK];
         if (entry == 0) return -1;
-        if (sameName(array[entry - 1].name, name)) return index->lastFound = static_cast<int16_t>(entry - 1);
+        if (!sameName(array[entry - 1].name, name)) continue;
+        int16_t found = static_cast<int16_t>(entry - 1);
+        table.nameGuess = index->unique ? NameGuess{table.fields, table.fieldCount, found} : NameGuess{};
+        return found;
     }
 }
 

@@ -41,17 +41,14 @@ void fieldsSortNumeric(FieldEntry *array, int16_t count);
 // A table's index of its field names: open addressing over twice as many
 // slots as fields can be; a slot holds a field's index + 1, 0 when empty.
 // Only the first of equal names goes in, so a lookup finds what the walk
-// from index 0 finds. A host reads the fields of a record mostly in their
-// order, so a lookup first tries the field behind the one found last;
-// firstOfName tells which fields the walk from index 0 can find at all.
+// from index 0 finds.
 inline constexpr uint32_t FIELD_INDEX_SLOTS = 2048;
 
 struct FieldNameIndex {
     BlockHandle fields;  // the array and count it was made for
     int16_t count;
-    int16_t lastFound;
+    bool unique;  // no two of the fields share a name
     uint16_t slots[FIELD_INDEX_SLOTS];
-    bool firstOfName[FIELD_LIMIT];
 };
 
 // The table's index, if it still fits the table's field array.
@@ -81,16 +78,19 @@ int fieldFindByNameInIndex(MergeTable &table, const FieldEntry *array, const cha
 
 // Index of the first field whose name equals name, ignoring case; -1 when
 // there is none. array is table.fields, locked by the caller.
+//
+// A host reads the fields of a record mostly in their order, so a lookup
+// first tries the field behind the one found last, then that one again, in
+// a table whose fields all have names of their own (nameGuess is kept only
+// for those): whichever has the name is the field. Both are read from the
+// table itself, so that the common lookup waits for no other block.
 inline int fieldFindByName(MergeTable &table, const FieldEntry *array, const char *name) {
-    FieldNameIndex *index = fieldIndexOf(table);
-    if (index != nullptr && array != nullptr) {
-        int next = index->lastFound + 1 < index->count ? index->lastFound + 1 : 0;
-        if (index->firstOfName[next] && sameName(array[next].name, name)) {
-            return index->lastFound = static_cast<int16_t>(next);
-        }
-        // A host that reads one field again and again.
-        int last = index->lastFound;
-        if (last >= 0 && index->firstOfName[last] && sameName(array[last].name, name)) return last;
+    NameGuess &guess = table.nameGuess;
+    if (guess.fields == table.fields && guess.count == table.fieldCount && guess.fields != 0 && array != nullptr) {
+        int last = guess.last;
+        int next = last + 1 < guess.count ? last + 1 : 0;
+        if (sameName(array[next].name, name)) return guess.last = static_cast<int16_t>(next);
+        if (sameName(array[last].name, name)) return last;
     }
     return fieldFindByNameInIndex(table, array, name);
 }

@@ -180,6 +180,29 @@ constexpr uint64_t unprintableBytes(uint64_t word) {
     return below32 | from127;
 }
 
+// The high bit of every byte of word that is 0. Marks above the lowest may
+// be wrong; the lowest is right.
+template <typename Word>
+constexpr Word zeroBytes(Word word) {
+    constexpr Word ones = static_cast<Word>(ONES);
+    constexpr Word highs = static_cast<Word>(HIGHS);
+    return static_cast<Word>((word - ones) & ~word & highs);
+}
+
+// The bytes in front of the first 0 among count bytes at p, from
+// sizeof(Word) to twice that many, read as two words that overlap in the
+// middle; count when there is none.
+template <typename Word>
+size_t bytesBeforeZero(const uint8_t *p, size_t count) {
+    Word head;
+    Word tail;
+    std::memcpy(&head, p, sizeof head);
+    std::memcpy(&tail, p + count - sizeof tail, sizeof tail);
+    if (Word found = zeroBytes(head)) return static_cast<size_t>(std::countr_zero(found)) >> 3;
+    if (Word found = zeroBytes(tail)) return count - sizeof tail + (static_cast<size_t>(std::countr_zero(found)) >> 3);
+    return count;
+}
+
 // count bytes, from sizeof(Word) to twice that many, as two words that
 // overlap in the middle.
 template <typename Word>
@@ -204,6 +227,17 @@ inline size_t printableBytes(const char *text, size_t max) {
         }
     }
     while (count < max && p[count] >= 32 && p[count] < 127) ++count;
+    return count;
+}
+
+// strnlen, without a call for the short values that fill most fields.
+inline size_t textBytes(const char *text, size_t max) {
+    const auto *p = reinterpret_cast<const uint8_t *>(text);
+    if (max > 16) return strnlen(text, max);
+    if (max >= 8) return byteruns::bytesBeforeZero<uint64_t>(p, max);
+    if (max >= 4) return byteruns::bytesBeforeZero<uint32_t>(p, max);
+    size_t count = 0;
+    while (count < max && p[count] != 0) ++count;
     return count;
 }
 

@@ -8,14 +8,19 @@ namespace mergedb {
 
 DelimitedBytes delimitedBytesOf(const DelimitedStrings &s) {
     DelimitedBytes bytes{};
+    bool firstsDiffer = true;
     for (auto [text, bit] : {std::pair{s.quote, OPENS_QUOTE}, std::pair{s.record, OPENS_RECORD},
                              std::pair{s.field, OPENS_FIELD}, std::pair{s.ignore, OPENS_IGNORE}}) {
         if (text.empty()) continue;
         auto first = static_cast<uint8_t>(text[0]);
+        firstsDiffer = firstsDiffer && bytes.opens[first] == 0;
         bytes.opens[first] |= bit;
         stopBytesAdd(bytes.stops, first);
         stopBytesAdd(bytes.lastBytes, static_cast<uint8_t>(text.back()));
     }
+    bytes.singlePass = firstsDiffer && !s.field.empty() && !s.record.empty() && s.quote.size() <= 1;
+    bytes.sizes = {static_cast<uint8_t>(s.field.size()), static_cast<uint8_t>(s.record.size()),
+                   static_cast<uint8_t>(s.quote.size()), static_cast<uint8_t>(s.ignore.size())};
     return bytes;
 }
 
@@ -26,13 +31,30 @@ void plainCopy(std::span<char> dst, std::span<const char> src) {
     dst[length] = '\0';
 }
 
+namespace {
+
+// plainTextToHost of a long value, or with the conversion.
+[[gnu::noinline]] uint16_t plainTextToHostAtLength(std::span<const char> value, char *buffer, size_t limit,
+                                                   bool ansi) {
+    size_t count = plainLength(value.first(std::min(value.size(), limit)));
+    std::memcpy(buffer, value.data(), count);
+    buffer[count] = '\0';
+    if (ansi) CharToOemA(buffer, buffer);
+    return static_cast<uint16_t>(count);
+}
+
+}  // namespace
+
 // Measuring no more than limit bytes spares the scan of a long value. The
 // conversion makes no NUL of another byte, so the count stays the length.
+// A short value without the conversion, which most reads are, calls
+// nothing.
 uint16_t plainTextToHost(std::span<const char> value, char *buffer, size_t limit, bool ansi) {
+    constexpr size_t SHORT = 16;
+    if (ansi || value.size() > SHORT) return plainTextToHostAtLength(value, buffer, limit, ansi);
     size_t count = plainLength(value.first(std::min(value.size(), limit)));
     copyBytes(buffer, value.data(), count);
     buffer[count] = '\0';
-    if (ansi) CharToOemA(buffer, buffer);
     return static_cast<uint16_t>(count);
 }
 

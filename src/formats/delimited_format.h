@@ -31,10 +31,20 @@ inline constexpr uint8_t OPENS_IGNORE = 8;
 // may begin, and the stop bytes, the first bytes of the non-empty strings,
 // at which runs of ordinary bytes end; for the walk backward, the last
 // bytes of the strings. An empty string begins and ends nowhere.
+//
+// singlePass: the syntax of most tables, in which the scanner can note the
+// fields of a record as it finds the record's end: both delimiters given, a
+// quote of at most one byte, and no byte that begins two of the strings, so
+// that the scanner's order of tests and extraction's can't disagree.
+//
+// sizes: the lengths of the four strings, in the order of DelimitedStrings,
+// so that their readers need not measure them for every record.
 struct DelimitedBytes {
     std::array<uint8_t, 256> opens;
     StopBytes stops;
     StopBytes lastBytes;
+    bool singlePass;
+    std::array<uint8_t, 4> sizes;
 };
 
 DelimitedBytes delimitedBytesOf(const DelimitedStrings &strings);
@@ -73,9 +83,7 @@ inline bool quoteClosesAt(const uint8_t *p, const uint8_t *limit, const Delimite
 }
 
 // The plain string length of text, at most its size.
-inline size_t plainLength(std::span<const char> text) {
-    return text.empty() ? 0 : strnlen(text.data(), text.size());
-}
+inline size_t plainLength(std::span<const char> text) { return textBytes(text.data(), text.size()); }
 
 // A plain string copy that keeps within dst: at most dst.size() - 1 bytes
 // and a NUL.

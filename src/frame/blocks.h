@@ -132,7 +132,12 @@ T *blockResizeLock(BlockRef block, uint16_t newSize, uint16_t written) {
     if (blockregistry::keepsRoom(slot->room, newSize)) {
         auto *address = static_cast<uint8_t *>(slot->address);
         uint16_t zeroFrom = slot->size > written ? slot->size : written;
-        if (newSize > zeroFrom) std::memset(address + zeroFrom, 0, newSize - zeroFrom);
+        // A few bytes, as behind most values, without a call.
+        if (newSize > zeroFrom && newSize - zeroFrom <= 8) {
+            for (uint16_t i = zeroFrom; i < newSize; ++i) address[i] = 0;
+        } else if (newSize > zeroFrom) {
+            std::memset(address + zeroFrom, 0, newSize - zeroFrom);
+        }
         slot->size = newSize;
         return reinterpret_cast<T *>(address);
     }

@@ -8,19 +8,11 @@
 #include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
+#include "records/field_map.h"
 #include "records/record_format.h"
 
 namespace mergedb {
 namespace {
-
-// The bytes at which a run of a tagged value's text stops: all but the text
-// characters and the control bytes that end nothing.
-const StopBytes TAGGED_TEXT_STOPS = [] {
-    StopBytes stops;
-    for (uint8_t byte : {uint8_t{0}, MARK_FIELD_END, MARK_RECORD_END, uint8_t{127}}) stopBytesAdd(stops, byte);
-    stopBytesAddFrom(stops, 128);
-    return stops;
-}();
 
 constexpr uint8_t HYPHEN = '-';
 
@@ -63,23 +55,28 @@ uint32_t grownCapacity(uint32_t capacity, uint32_t steps) {
 // An entry without a block gets one here; whether its block is alive is
 // seen when the value closes, before anything of the entry changes. This
 // and closeValue run for every field, so they are asked to be inline.
+inline uint16_t openEntry(FieldEntry &entry) { return entry.value == 0 ? growFieldValue(entry, 1) : 0; }
+
 inline uint16_t openValue(ValueBuilder &value) {
-    if (value.entry.value == 0) {
-        if (uint16_t code = growFieldValue(value.entry, 1)) return code;
-    }
+    if (uint16_t code = openEntry(value.entry)) return code;
     value.capacity = value.entry.capacity;
     return 0;
 }
 
-// Raises the capacity until it reaches needed, by as many steps as the rule
-// would take one byte at a time. Whether it grows depends on the value's
-// length against the last one, which no branch predicts, so the steps are
-// counted without a branch.
+// The capacity raised until it reaches needed, by as many steps as the rule
+// would take one byte at a time; 0 when a block can't be that big. Whether
+// it grows depends on the value's length against the last one, which no
+// branch predicts, so the steps are counted without a branch.
+inline uint32_t reservedCapacity(uint32_t capacity, uint32_t needed) {
+    uint32_t missing = needed > capacity ? needed - capacity : 0;
+    uint32_t grown = grownCapacity(capacity, (missing + FIELD_GROWTH_STEP - 1) / FIELD_GROWTH_STEP);
+    return missing != 0 ? grown : capacity;
+}
+
 uint16_t reserve(ValueBuilder &value, uint32_t needed) {
-    uint32_t missing = needed > value.capacity ? needed - value.capacity : 0;
-    uint32_t grown = grownCapacity(value.capacity, (missing + FIELD_GROWTH_STEP - 1) / FIELD_GROWTH_STEP);
-    if ((missing != 0) & (grown == 0)) return ERR_MEMORY;
-    value.capacity = missing != 0 ? grown : value.capacity;
+    uint32_t capacity = reservedCapacity(value.capacity, needed);
+    if (capacity == 0) return ERR_MEMORY;
+    value.capacity = capacity;
     return 0;
 }
 
@@ -106,25 +103,39 @@ uint16_t keepPartialValue(ValueBuilder &value, uint16_t code) {
     return code;
 }
 
-// Ends the text with a NUL and stores it and its length. The block of a
-// value that has bytes fits to length + blockExtra with a capacity of
-// length + capacityExtra; an empty value keeps its block, grown if the
-// capacity had to be. A failed fit still stores the length.
-inline uint16_t closeValue(ValueBuilder &value, uint16_t blockExtra, uint16_t capacityExtra) {
-    FieldEntry &entry = value.entry;
-    BlockRef block = blockRef(entry.value);
+// What ends a value: where its blocks fit (below).
+struct ValueFit {
+    uint16_t blockExtra;
+    uint16_t capacityExtra;
+};
+
+constexpr ValueFit DELIMITED_FIT{1, 0};
+constexpr ValueFit TAGGED_FIT{TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE};
+
+// Ends the text of length bytes with a NUL and stores it and its length in
+// the entry of the live block, capacity being what the growth rule reached
+// for the NUL. The block of a value that has bytes fits to length +
+// blockExtra with a capacity of length + capacityExtra; an empty value
+// keeps its block, grown if the capacity had to be. A failed fit still
+// stores the length.
+inline uint16_t storeValue(FieldEntry &entry, BlockRef block, const uint8_t *bytes, uint32_t length,
+                           uint32_t capacity, ValueFit fit) {
+    entry.length = static_cast<uint16_t>(length);
+    bool empty = length == 0;
+    uint32_t size = empty ? (capacity == entry.capacity ? block.slot->size : capacity) : length + fit.blockExtra;
+    uint8_t *text = blockResizeLock<uint8_t>(block, static_cast<uint16_t>(size), static_cast<uint16_t>(length + 1));
+    if (text == nullptr) return ERR_MEMORY;
+    entry.capacity = static_cast<uint16_t>(empty ? capacity : length + fit.capacityExtra);
+    copyBytes(text, bytes, length);
+    text[length] = 0;
+    return 0;
+}
+
+inline uint16_t closeValue(ValueBuilder &value, ValueFit fit) {
+    BlockRef block = blockRef(value.entry.value);
     if (block.slot == nullptr) return ERR_MEMORY;
     if (uint16_t code = reserve(value, value.length + 1)) return keepPartialValue(value, code);
-    entry.length = static_cast<uint16_t>(value.length);
-    bool empty = value.length == 0;
-    uint32_t size = empty ? (value.capacity == entry.capacity ? block.slot->size : value.capacity)
-                          : value.length + blockExtra;
-    uint8_t *text = blockResizeLock<uint8_t>(block, static_cast<uint16_t>(size), static_cast<uint16_t>(value.length + 1));
-    if (text == nullptr) return ERR_MEMORY;
-    entry.capacity = static_cast<uint16_t>(empty ? value.capacity : value.length + capacityExtra);
-    copyBytes(text, value.bytes, value.length);
-    text[value.length] = 0;
-    return 0;
+    return storeValue(value.entry, block, value.bytes, value.length, value.capacity, fit);
 }
 
 // Where the value being built would reach its limit, or the record's end.
@@ -198,14 +209,14 @@ uint16_t quotedStretch(ValueBuilder &value, DelimitedSplit &split) {
 // the parse cursor step by step. A failure of build leaves the entry as the
 // steps had left it.
 template <typename TakeWhole, typename Build>
-uint16_t extractValue(ParseCursor &record, uint8_t *building, FieldEntry &entry, uint16_t blockExtra,
-                      uint16_t capacityExtra, TakeWhole takeWhole, Build build) {
+uint16_t extractValue(ParseCursor &record, uint8_t *building, FieldEntry &entry, ValueFit fit, TakeWhole takeWhole,
+                      Build build) {
     ValueBuilder value{record, building, entry};
     if (uint16_t code = openValue(value)) return code;
     if (!takeWhole(value)) {
         if (uint16_t code = build(value)) return keepPartialValue(value, code);
     }
-    return closeValue(value, blockExtra, capacityExtra);
+    return closeValue(value, fit);
 }
 
 // A value that is the stretch of the record from start to end, whose bytes
@@ -292,8 +303,7 @@ uint16_t extractTaggedField(ParseCursor &record, uint8_t *building, StopScan &st
         return 0;
     };
     auto takeWhole = [&stops](ValueBuilder &value) { return takeWholeTagged(value, stops); };
-    if (uint16_t code = extractValue(record, building, entry, TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE,
-                                     takeWhole, build)) {
+    if (uint16_t code = extractValue(record, building, entry, TAGGED_FIT, takeWhole, build)) {
         return code;
     }
     return record.skipLine();
@@ -333,7 +343,34 @@ uint16_t extractDelimitedField(ParseCursor &record, uint8_t *building, Delimited
         return 0;
     };
     auto takeWhole = [&split](ValueBuilder &value) { return takeWholeDelimited(value, split); };
-    return extractValue(record, building, entry, 1, 0, takeWhole, build);
+    return extractValue(record, building, entry, DELIMITED_FIT, takeWhole, build);
+}
+
+// Field i of the map: the value the steps would take whole, opened and
+// closed as they do. No value of a record reaches the limit, so the growth
+// for its NUL can't fail.
+uint16_t takeMappedField(const uint8_t *record, const FieldMap &map, int16_t i, FieldEntry &entry, ValueFit fit) {
+    if (uint16_t code = openEntry(entry)) return code;
+    BlockRef block = blockRef(entry.value);
+    if (block.slot == nullptr) return ERR_MEMORY;
+    uint32_t length = map.to[i] - map.from[i];
+    uint32_t capacity = reservedCapacity(entry.capacity, length + 1);
+    return storeValue(entry, block, record + map.from[i], length, capacity, fit);
+}
+
+// The fields that the scan noted for the record under the cursor, taken
+// from its map, with the cursor left on the first field it did not note;
+// the index of that field. 0 when the table's map is not this record's.
+int16_t takeMappedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count, ValueFit fit,
+                         uint16_t &code) {
+    const FieldMap *map = record.offset() == 0 ? fieldMapTake(table, record.owner) : nullptr;
+    if (map == nullptr) return 0;
+    int16_t i = 0;
+    for (int16_t mapped = std::min<int16_t>(count, static_cast<int16_t>(map->count)); code == 0 && i < mapped; ++i) {
+        code = takeMappedField(record.base, *map, i, entries[i], fit);
+    }
+    if (code == 0) record.cursor = record.base + map->begin[i];
+    return i;
 }
 
 }  // namespace
@@ -355,16 +392,20 @@ uint16_t extractDelimitedFields(MergeTable &table, ParseCursor &record, FieldEnt
     DelimitedSyntax syntax = delimitedSyntax(table);
     DelimitedSplit split{syntax.strings, syntax.bytes, stopScanStart(syntax.bytes.stops, record.cursor, record.limit)};
     uint16_t code = 0;
-    for (int16_t i = 0; code == 0 && i < count; ++i) code = extractDelimitedField(record, building, split, entries[i]);
+    for (int16_t i = takeMappedFields(table, record, entries, count, DELIMITED_FIT, code); code == 0 && i < count;
+         ++i) {
+        code = extractDelimitedField(record, building, split, entries[i]);
+    }
     return code;
 }
 
 uint16_t extractTaggedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count) {
     auto *building = blockLockAs<uint8_t>(table.scratch);
     if (building == nullptr) return ERR_MEMORY;
-    StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, record.cursor, record.limit);
     uint16_t code = 0;
-    for (int16_t i = 0; code == 0 && i < count; ++i) code = extractTaggedField(record, building, stops, entries[i]);
+    int16_t i = takeMappedFields(table, record, entries, count, TAGGED_FIT, code);
+    StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, record.cursor, record.limit);
+    for (; code == 0 && i < count; ++i) code = extractTaggedField(record, building, stops, entries[i]);
     return code;
 }
 

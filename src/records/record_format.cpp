@@ -110,7 +110,12 @@ const RecordFormat *recordFormatOf(uint16_t kind) {
 }
 
 DelimitedSyntax delimitedSyntax(const MergeTable &table) {
-    return {delimitedStrings(table), *blockLockAs<DelimitedBytes>(table.delimitedBytes)};
+    const auto &bytes = *blockLockAs<DelimitedBytes>(table.delimitedBytes);
+    DelimitedStrings strings{{table.fieldDelimiter, bytes.sizes[0]},
+                             {table.recordDelimiter, bytes.sizes[1]},
+                             {table.quote, bytes.sizes[2]},
+                             {table.ignore, bytes.sizes[3]}};
+    return {strings, bytes};
 }
 
 uint16_t delimitedBytesMake(MergeTable &table) {

@@ -9,6 +9,7 @@
 #include "formats/delimited_format.h"
 #include "formats/tagged_format.h"
 #include "mergedb/mergedb.h"
+#include "records/field_map.h"
 #include "records/record_format.h"
 
 namespace mergedb {
@@ -72,7 +73,8 @@ uint16_t finishScan(EditNode &node, BlockHandle block, const RecordSink &sink, u
     node.data = block;
     auto filled = std::min<size_t>(size, std::max(sink.cursor, sink.reach) - sink.start);
     std::memcpy(bytes, sink.start, filled);
-    std::memset(bytes + filled, 0, size - filled);
+    // Only a failed scan leaves bytes to clear.
+    if (size > filled) std::memset(bytes + filled, 0, size - filled);
     if (scanCode == 0) node.originalLength = node.dataLength = size;
     return scanCode;
 }
@@ -88,6 +90,14 @@ constexpr uint32_t LANE_MARGIN = 24;
 const uint8_t *laneEnd(const WindowCursor &window, const RecordSink &sink) {
     uint32_t room = std::min(window.available(), LONGEST_RECORD - sinkWritten(sink));
     return room > LANE_MARGIN ? window.cursor + (room - LANE_MARGIN) : window.cursor;
+}
+
+// The lane of the one-pass scans, which look a delimiter's length and a
+// byte past their end: behind the last fill of the file, where the bytes
+// past the data are 0 (window.h) and no step refills, the whole window.
+const uint8_t *mappedLaneEnd(const WindowCursor &window, const RecordSink &sink) {
+    if (window.table.window.atEof == 0) return laneEnd(window, sink);
+    return window.cursor + std::min(window.available(), LONGEST_RECORD);
 }
 
 // Takes the bytes from the window's position up to end.
@@ -228,10 +238,34 @@ uint16_t delimitedPassInStretch(WindowCursor &window, RecordSink &sink, const Sc
     return code;
 }
 
+// A record that stands whole in the lane and that one pass can split:
+// found by scan(start, end, map), with its fields noted in the table's map,
+// and taken where it stands, the window's bytes being the sink's. False,
+// with nothing moved, for any other record.
+template <typename Scan>
+bool takeMappedRecord(WindowCursor &window, RecordSink &sink, Scan scan) {
+    if (sink.map == nullptr) sink.map = fieldMapOf(window.table);
+    if (sink.map == nullptr) return false;
+    const uint8_t *end = scan(window.cursor, mappedLaneEnd(window, sink), *sink.map);
+    if (end == nullptr) return false;
+    sink.start = window.cursor;
+    sink.cursor = sink.reach = window.cursor = const_cast<uint8_t *>(end);
+    return true;
+}
+
 }  // namespace
 
 uint16_t scanDelimitedRecord(WindowCursor &window, RecordSink &sink) {
-    ScanStrings scan(delimitedSyntax(window.table));
+    DelimitedSyntax syntax = delimitedSyntax(window.table);
+    // The first pass, as the loop's would begin, and the record in one
+    // piece where it can be.
+    if (window.cursor == window.end && window.atEof()) return ERR_END_OF_FILE;
+    if (uint16_t code = refillIfDrained(window)) return code;
+    auto scanMapped = [&syntax](const uint8_t *start, const uint8_t *end, FieldMap &map) {
+        return scanMappedRecord(syntax, start, end, map);
+    };
+    if (syntax.bytes.singlePass && takeMappedRecord(window, sink, scanMapped)) return 0;
+    ScanStrings scan(syntax);
     Place place = Place::Outside;
     while (place != Place::RecordEnded) {
         // An unterminated last line is no record; a stretch meets the end
@@ -359,6 +393,12 @@ TaggedPhase taggedLane(WindowCursor &window, RecordSink &sink, TaggedPhase phase
 // Walks tokens by class, so that no byte inside a token is taken for a
 // mark. A document that stops before a phase's end delivers what was copied.
 uint16_t scanTaggedRecord(WindowCursor &window, RecordSink &sink) {
+    // The first pass, as the loop's would begin, and the record in one
+    // piece where it can be.
+    if (window.cursor != window.end || !window.atEof()) {
+        if (uint16_t code = refillIfDrained(window)) return code;
+        if (takeMappedRecord(window, sink, scanMappedTaggedRecord)) return 0;
+    }
     TaggedPhase phase = TaggedPhase::FindRecordEnd;
     while (phase != TaggedPhase::Done) {
         if (window.cursor == window.end && window.atEof()) {
@@ -390,8 +430,11 @@ uint16_t readRecord(MergeTable &table) {
     BlockHandle block = node->data;
     *node = EditNode{};
     node->offset = window.position();
-    RecordSink sink{scratch, scratch, RECORD_BLOCK_STEP, scratch};
-    return finishScan(*node, block, sink, table.format->scan(window, sink));
+    RecordSink sink{scratch, scratch, RECORD_BLOCK_STEP, scratch, blockLockAs<FieldMap>(table.fieldMap)};
+    if (sink.map != nullptr) sink.map->fresh = false;
+    uint16_t code = finishScan(*node, block, sink, table.format->scan(window, sink));
+    if (sink.map != nullptr) fieldMapSettle(*sink.map, *node, code == 0);
+    return code;
 }
 
 }  // namespace mergedb

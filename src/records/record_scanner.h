@@ -9,12 +9,16 @@
 
 namespace mergedb {
 
-// Where the bytes of a record go while it is scanned.
+struct FieldMap;
+
+// Where the bytes of a record go while it is scanned. A record that a scan
+// finds whole in the window may stay there: the sink then points at it.
 struct RecordSink {
     uint8_t *start;     // the first byte
     uint8_t *cursor;    // the next byte to be written
     uint32_t capacity;  // the record block's size under its growth rule
     uint8_t *reach;     // end of what a read that failed midway may have written
+    FieldMap *map;      // the table's field map (field_map.h), once it has one
 };
 
 // The scans of the two formats: each copies one record, its terminator

@@ -69,7 +69,8 @@ uint16_t openContents(MergeTable &table, uint16_t subtype) {
 
 // Lets go of everything the table holds but the record itself: fields,
 // pending edits, current record, criteria, the name index, the format's
-// bytes, the window and the file. Gives the code of the file's close.
+// bytes, the field map, the window and the file. Gives the code of the
+// file's close.
 uint16_t releaseTable(MergeTable &table) {
     fieldsFree(&table.fields, &table.fieldCount);
     changeFree(table);
@@ -78,6 +79,7 @@ uint16_t releaseTable(MergeTable &table) {
     fieldsFree(&table.criteria, &table.criteriaCount);
     fieldIndexFree(table);
     blockFree(&table.delimitedBytes);
+    blockFree(&table.fieldMap);
     return tableFileClose(table);
 }
 

@@ -81,18 +81,26 @@ uint16_t fileClose(FileObject *file) {
     return closed ? 0 : ERR_CLOSE;
 }
 
-int16_t fileRead(FileObject *file, void *buffer, uint16_t count) {
+int64_t fileReadLarge(FileObject *file, void *buffer, uint32_t count) {
     int64_t got = file->env->readAt(file->handle, file->position, buffer, count);
     if (got < 0) return -1;
     file->position += static_cast<uint64_t>(got);
-    return static_cast<int16_t>(got);
+    return got;
 }
 
-int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count) {
+int64_t fileWriteLarge(FileObject *file, const void *buffer, uint32_t count) {
     int64_t written = file->env->writeAt(file->handle, file->position, buffer, count);
     if (written < 0) return -1;
     file->position += static_cast<uint64_t>(written);
-    return written == count ? static_cast<int16_t>(written) : -1;
+    return written == count ? written : -1;
+}
+
+int16_t fileRead(FileObject *file, void *buffer, uint16_t count) {
+    return static_cast<int16_t>(fileReadLarge(file, buffer, count));
+}
+
+int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count) {
+    return static_cast<int16_t>(fileWriteLarge(file, buffer, count));
 }
 
 uint32_t fileSeek(FileObject *file, uint32_t offset, uint16_t origin) {

@@ -78,6 +78,9 @@ uint16_t fileClose(FileObject *file);
 int16_t fileRead(FileObject *file, void *buffer, uint16_t count);
 // Bytes written at the position, or -1 when the write failed or fell short.
 int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count);
+// The two for the large pieces of a copy, whose counts need 32 bits.
+int64_t fileReadLarge(FileObject *file, void *buffer, uint32_t count);
+int64_t fileWriteLarge(FileObject *file, const void *buffer, uint32_t count);
 // Moves the position: origin 0 to offset, 1 and 2 by offset taken as signed
 // from the position and from the end. The new position, or FILE_FAILURE.
 uint32_t fileSeek(FileObject *file, uint32_t offset, uint16_t origin);

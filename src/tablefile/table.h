@@ -23,6 +23,14 @@ inline constexpr uint16_t QUOTE_SIZE = 5;
 // gathered, a value being built. It is held as long as the table.
 inline constexpr uint16_t TABLE_SCRATCH_SIZE = 32768;
 
+// The field found last by name, for the array and count it was found in;
+// fields 0 when there is none.
+struct NameGuess {
+    BlockHandle fields;
+    int16_t count;
+    int16_t last;
+};
+
 // The read window: a block through which every byte of the table is read,
 // and what of the file it holds. The cursor and end are saved here between
 // operations; a WindowCursor works on them (window.h).
@@ -70,6 +78,12 @@ struct MergeTable {
     // A hash of the field names, made on the first lookup by name and made
     // anew when the field array changes.
     BlockHandle fieldIndex;
+    // The field that a lookup by name found last, in the field array and
+    // count it was found in, held where it is looked at first (fields layer).
+    NameGuess nameGuess;
+    // Where the fields of the record just scanned lie, where the scan could
+    // note them (records layer); made on the first scan that can.
+    BlockHandle fieldMap;
 };
 
 // The table behind a host's handle, or null for 0, a stale handle, or a

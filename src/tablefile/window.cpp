@@ -32,10 +32,10 @@ uint16_t WindowCursor::refill() {
     int16_t got = fileRead(&table.file, base + kept, asked);
     if (got < 0) return ERR_READ;
     cursor = base;
-    if (got == 0) {
-        end = base + kept;
-        return ERR_END_OF_FILE;
-    }
+    end = base + kept + got;
+    // A short fill met the end of the file: nothing of a file lies behind.
+    if (got < asked) std::memset(end, 0, static_cast<size_t>(base + WINDOW_BLOCK_SIZE - end));
+    if (got == 0) return ERR_END_OF_FILE;
     // A fill that got fewer bytes than it asked for has reached the end of
     // the data when the file's position stands on fileSize.
     if (got < asked) {
@@ -43,7 +43,6 @@ uint16_t WindowCursor::refill() {
     } else {
         window.atEof = 0;
     }
-    end = base + kept + got;
     return 0;
 }
 

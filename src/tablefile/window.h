@@ -15,8 +15,11 @@ namespace mergedb {
 
 inline constexpr uint16_t WINDOW_BLOCK_SIZE = 8212;
 // A fill leaves at most this many valid bytes, so that the last bytes of
-// the block never hold file data.
+// the block never hold file data. After a fill that met the end of the
+// file the bytes behind the valid ones are 0, so that a reader that looks a
+// delimiter's length and a byte past the data's end meets no stale bytes.
 inline constexpr uint16_t WINDOW_FILL = 8191;
+static_assert(WINDOW_BLOCK_SIZE - WINDOW_FILL >= DELIMITER_SIZE);
 
 // The final byte of a file that is not part of its data.
 inline constexpr uint8_t END_OF_FILE_MARK = 26;

@@ -135,6 +135,15 @@ TEST_P(FaultSweep, EveryFailingCallOfACommitKeepsTheRecordsWhole) {
     sweep("commit", test::largeTable(GetParam(), 2000), COMMIT_EDITS, true);
 }
 
+// A table of a few MiB, whose new file goes to the disk in several writes.
+TEST_P(FaultSweep, EveryFailingCallOfALargeCommitKeepsTheRecordsWhole) {
+    int records = static_cast<int>(3 * (1u << 20) / test::largeTable(GetParam(), 1).recordSize);
+    std::vector<Edit> edits = COMMIT_EDITS;
+    edits.push_back({records / 2, false});
+    edits.push_back({records - 1, true});
+    sweep("large commit", test::largeTable(GetParam(), records), edits, true);
+}
+
 TEST_P(FaultSweep, EveryFailingCallOfACompactionKeepsTheRecordsWhole) {
     sweep("compaction", test::largeTable(GetParam(), 1500), compactionEdits(), false);
 }
