@@ -19,12 +19,16 @@ using Records = std::vector<Bytes>;
 
 class NavigationTest : public test::TableTest {
 protected:
+    // The table open before is closed first: Windows lets no one write
+    // over a file that a table holds.
     void openText(const Bytes &bytes) {
+        if (table != 0) close();
         dir.write("t.txt", bytes);
         open("t.txt", "\r\n");
     }
 
     void openDocument(uint8_t minor, const Bytes &stream) {
+        if (table != 0) close();
         dir.write("d.doc", test::taggedDocument(minor, stream));
         open("d.doc");
     }

@@ -1,5 +1,7 @@
 #include "support/test_support.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -61,6 +63,10 @@ TempDir::~TempDir() {
 void TempDir::write(const std::string &name, const Bytes &bytes) const {
     std::ofstream out(exactPath(file(name)), std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    // On Windows a file that a table holds open can't be written over; a
+    // test that tried would go on with the old bytes.
+    if (!out) ADD_FAILURE() << "could not write " << name;
 }
 
 Bytes TempDir::read(const std::string &name) const {
