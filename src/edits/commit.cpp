@@ -134,15 +134,42 @@ uint16_t swapInNewFile(MergeTable &table, const char *savedName, const char *bac
     return fileCreate(env, savedName, MODE_CREATE_REPLACE, &newFile, LockHeld::Yes);
 }
 
+// The size of the new file: the old data with the bytes of each node's
+// record replaced by its image, or by nothing for a delete. The nodes lie
+// apart from each other within the old data.
+uint16_t newFileSize(MergeTable &table, uint64_t *size) {
+    if (changeFirst(table) != 0) return ERR_MEMORY;
+    int64_t total = table.fileSize;
+    for (BlockHandle at = table.changeCursor; at != 0;) {
+        const auto *node = blockLockAs<EditNode>(at);
+        if (node == nullptr) return ERR_MEMORY;
+        total -= node->originalLength;
+        if (!(node->flags & NODE_DELETED)) total += node->dataLength;
+        at = node->next;
+    }
+    if (total < 0) return ERR_MEMORY;
+    *size = static_cast<uint64_t>(total);
+    return 0;
+}
+
 // The whole new file, with the old file's permissions and owner, on the
 // disk before the backup may go. A file that 32-bit offsets can't reach
 // would not open again.
+//
+// The new file takes its final size before a byte is written, and the bytes
+// go in from its start to its end. So a commit that stops on the way leaves
+// a file whose end was never written and reads as zeros, never a shorter
+// file that looks whole: whoever finds the backup beside it can tell.
 uint16_t fillNewFile(MergeTable &table, FileObject &newFile) {
+    uint64_t size = 0;
+    if (uint16_t code = newFileSize(table, &size)) return code;
+    if (size > LARGEST_FILE) return ERR_WRITE;
     if (uint16_t code = fileCopyOwnership(table.file, newFile)) return code;
+    if (uint16_t code = fileTruncate(&newFile, static_cast<uint32_t>(size))) return code;
     NewFileWriter writer(newFile);
     if (!writer.valid()) return ERR_MEMORY;
     if (uint16_t code = writeNewFile(table, writer)) return code;
-    if (newFile.position > LARGEST_FILE) return ERR_WRITE;
+    if (newFile.position != size) return ERR_WRITE;
     return fileSync(&newFile);
 }
 
@@ -162,10 +189,12 @@ uint16_t commitTable(MergeTable &table) {
         return code;
     }
     // The rename and the new file's name reach the disk with the directory,
-    // so that a power cut from here on leaves the new table whole.
-    fileSyncDirectory(env, savedName);
+    // so that a power cut from here on leaves the new table whole. Where the
+    // directory can't be made to keep them, the old table stays as the
+    // backup, as it does when it can't be deleted.
+    bool synced = fileSyncDirectory(env, savedName) == 0;
     fileClose(&table.file);
-    fileDelete(env, table.fileName);
+    if (synced) fileDelete(env, table.fileName);
     table.file = newFile;
     std::memcpy(table.fileName, savedName, PATH_BUFFER_SIZE);
     return 0;

@@ -163,9 +163,9 @@ int fileExists(const Env &env, const char *path) {
     return env.exists(ansi) ? 0 : -1;
 }
 
-void fileSyncDirectory(const Env &env, const char *path) {
+uint16_t fileSyncDirectory(const Env &env, const char *path) {
     char ansi[PATH_BUFFER_SIZE];
-    if (toAnsiPath(path, ansi)) env.syncDirectory(ansi);
+    return toAnsiPath(path, ansi) && env.syncDirectory(ansi) ? 0 : ERR_WRITE;
 }
 
 }  // namespace mergedb

@@ -100,7 +100,8 @@ uint16_t fileRename(const Env &env, const char *fromPath, const char *toPath);
 uint16_t fileDelete(const Env &env, const char *path);
 // 0 when a file or directory of that name exists, -1 when not.
 int fileExists(const Env &env, const char *path);
-// The directory that holds path keeps its entries across a power cut.
-void fileSyncDirectory(const Env &env, const char *path);
+// The directory that holds path keeps its entries across a power cut; 0
+// or ERR_WRITE.
+uint16_t fileSyncDirectory(const Env &env, const char *path);
 
 }  // namespace mergedb

@@ -17,8 +17,9 @@ using test::Edit;
 using test::LargeTable;
 using test::Where;
 
-constexpr FaultKind KINDS[] = {FaultKind::Open,       FaultKind::Close, FaultKind::Read,   FaultKind::Write,
-                               FaultKind::ShortWrite, FaultKind::Sync,  FaultKind::Rename, FaultKind::Delete};
+constexpr FaultKind KINDS[] = {FaultKind::Open,  FaultKind::Close,    FaultKind::Read,
+                               FaultKind::Write, FaultKind::ShortWrite, FaultKind::Truncate,
+                               FaultKind::Sync,  FaultKind::Rename,     FaultKind::Delete};
 
 // Updates and deletes spread over the table, fewer than compact it.
 const std::vector<Edit> COMMIT_EDITS = {{0, false}, {3, true}, {4, true}, {700, false}, {701, true}, {1999, false}};
@@ -26,7 +27,9 @@ const std::vector<Edit> COMMIT_EDITS = {{0, false}, {3, true}, {4, true}, {700, 
 // The error of a commit whose nth call of kind fails, 0 for none. The opens
 // are the backup's, the new file's creation and a compaction's reopening;
 // the first two closes and the delete are the old file's, whose failure does
-// no harm; the third close is the new file's, at the table's close.
+// no harm; the third close is the new file's, at the table's close. The
+// second flush is the directory's: when it fails the commit succeeds and
+// keeps the old table as its backup.
 uint16_t expectedCode(FaultKind kind, uint32_t nth) {
     switch (kind) {
     case FaultKind::Open: return nth == 2 ? ERR_CREATE : ERR_OPEN;
@@ -34,7 +37,8 @@ uint16_t expectedCode(FaultKind kind, uint32_t nth) {
     case FaultKind::Delete: return 0;
     case FaultKind::Read: return ERR_READ;
     case FaultKind::Rename: return ERR_RENAME;
-    default: return ERR_WRITE;  // a write, a short write, the flush
+    case FaultKind::Sync: return nth == 2 ? 0 : ERR_WRITE;
+    default: return ERR_WRITE;  // a write, a short write, the new file's size
     }
 }
 
@@ -125,8 +129,8 @@ protected:
             counts += " " + std::to_string(nth - 1);
             points += static_cast<int>(nth - 1);
         }
-        std::printf("%s of a %s table: %d failure points (open, close, read, write, short write, sync, "
-                    "rename, delete:%s)\n",
+        std::printf("%s of a %s table: %d failure points (open, close, read, write, short write, size, "
+                    "sync, rename, delete:%s)\n",
                     what, table.tagged ? "tagged" : "delimited", points, counts.c_str());
     }
 };

@@ -68,7 +68,7 @@ const Env FAULT_ENV = {
     .walkClose = [](EnvWalk *walk) { real().walkClose(walk); },
     .lockDirectory = [](const char *path) { return real().lockDirectory(path); },
     .unlockDirectory = [](EnvLock *lock) { real().unlockDirectory(lock); },
-    .syncDirectory = [](const char *path) { return real().syncDirectory(path); },
+    .syncDirectory = [](const char *path) { return !strikes(FaultKind::Sync) && real().syncDirectory(path); },
     .systemLanguage = [] { return languageOverride != 0 ? languageOverride : real().systemLanguage(); },
 };
 

@@ -327,7 +327,7 @@ test_Recover() {
     for cut in 0 20 130 $(($(wc -c <$table) - 3)); do
       cp $table sub.d/$backup
       head -c $cut $table >sub.d/$table
-      expect 0 "put $backup back as sub.d/$table (4 records): the table was not the whole result of a commit; what stood there is kept as $table.partial\n" \
+      expect 0 "put $backup back as sub.d/$table (4 records): the table could not be shown to be the whole result of a commit; what stood there is kept as $table.partial\n" \
         recover sub.d/$table
       same $table sub.d/$table
       rm sub.d/$table.partial

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <vector>
 
 #include "commands.h"
 #include "open_table.h"
@@ -73,10 +75,59 @@ std::optional<size_t> wholeRecords(const Invocation &invocation, const TableFile
     return std::nullopt;
 }
 
+// Whether every part of the file was written. A commit gives its new file
+// its final size before it writes, from the start on, so a commit that
+// stopped leaves an end that reads as zeros: a last byte 0, or whole pages
+// of them. No table holds a page of zeros.
+bool writtenThrough(const std::filesystem::path &path) {
+    constexpr size_t PAGE = 4096;
+    std::ifstream in(path, std::ios::binary);
+    std::vector<char> page(PAGE);
+    char last = 1;
+    while (in.read(page.data(), PAGE) || in.gcount() > 0) {
+        auto got = static_cast<size_t>(in.gcount());
+        if (std::all_of(page.begin(), page.begin() + static_cast<std::ptrdiff_t>(got), [](char c) { return c == 0; })) {
+            return false;
+        }
+        last = page[got - 1];
+    }
+    return !in.bad() && last != 0;
+}
+
 // Whether the table is the whole result of a commit from the backup: it
-// reads whole, and its data ends with the backup's.
+// reads whole, every part of it was written, and its data ends with the
+// backup's.
 bool wholeResult(const Invocation &invocation, const TableFile &table, const std::filesystem::path &backup) {
-    return wholeRecords(invocation, table) && endAlike(table.path, backup);
+    return wholeRecords(invocation, table) && writtenThrough(table.path) && endAlike(table.path, backup);
+}
+
+// Whether a commit is writing the table now: from its rename to its end a
+// commit holds the backup open and shares it with nobody, so the driver
+// can't open it even for reading, though the file can be read.
+bool commitRunning(const TableFile &table) {
+    int fd = ::open(table.backupPath().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return false;
+    ::close(fd);
+    try {
+        host::Session session;
+        host::Database database(session, DB_SUBTYPE_DELIMITED, "");
+        host::Table probe(database, host::driverName(table.backupName, table.label), table.label,
+                          DB_SUBTYPE_DELIMITED, host::Delimiters{}, host::Access::Read);
+        probe.close();
+    } catch (const host::DriverError &error) {
+        return error.code() == ERR_OPEN;
+    } catch (const Failure &) {
+        // Open, but not as text: nobody holds it.
+    }
+    return false;
+}
+
+// A commit cut off before it wrote the table's first four bytes leaves
+// them out or zero, and they show no kind.
+bool showsKind(const TableFile &table) {
+    std::ifstream in(table.path, std::ios::binary);
+    char magic[MAGIC_BYTES] = {};
+    return in.read(magic, MAGIC_BYTES) && std::any_of(magic, magic + MAGIC_BYTES, [](char c) { return c != 0; });
 }
 
 std::string kindText(bool tagged) { return tagged ? "a tagged document" : "delimited text"; }
@@ -127,7 +178,7 @@ int restore(const Invocation &invocation, const TableFile &table) {
     renameOrFail(table.path, partial, table.label);
     renameOrFail(table.backupPath(), table.path, table.label);
     writeOut("put " + table.backupName + " back as " + table.label + recordsText(invocation, table) +
-             ": the table was not the whole result of a commit; what stood there is kept as " +
+             ": the table could not be shown to be the whole result of a commit; what stood there is kept as " +
              partial.filename().string() + "\n");
     return 0;
 }
@@ -143,15 +194,27 @@ int runRecover(const Invocation &invocation) {
         writeOut("nothing to recover: there is no " + table.backupName + " beside " + table.label + "\n");
         return 0;
     }
+    if (!std::filesystem::is_regular_file(backup, error)) {
+        throw Failure(table.label, table.backupName + " is no file, so no commit left it. Nothing was changed.");
+    }
+    if (commitRunning(table)) {
+        throw Failure(table.label, "a commit is writing the table now (it holds " + table.backupName +
+                                       "); wait for it to end, and run recover again if the backup is still there. " +
+                                       "Nothing was changed.");
+    }
     bool backupTagged = host::beginsTagged(backup);
+    std::vector<TableFile> others = siblings(table, backupTagged);
     if (!std::filesystem::exists(table.path, error)) {
+        if (!others.empty()) {
+            throw Failure(table.label, table.backupName + " is " + kindText(backupTagged) + ", as " + namesOf(others) +
+                                           " is, whose backup name it is too: if it is the old " + table.label +
+                                           ", rename it to that name yourself. Nothing was changed.");
+        }
         renameOrFail(backup, table.path, table.label);
         writeOut("restored " + table.label + " from " + table.backupName + recordsText(invocation, table) + "\n");
         return 0;
     }
-    std::vector<TableFile> others = siblings(table, backupTagged);
-    // A table cut off within its first four bytes shows no kind.
-    if (table.size >= MAGIC_BYTES && table.tagged != backupTagged) {
+    if (showsKind(table) && table.tagged != backupTagged) {
         std::string owners = others.empty() ? "another table named " + table.name.substr(0, table.name.find('.')) + ".*"
                                             : namesOf(others);
         throw Failure(table.label, table.backupName + " is the backup of " + kindText(backupTagged) + ", and " +
