@@ -30,28 +30,74 @@ bool backupName(const char *path, char (&out)[PATH_BUFFER_SIZE]) {
     return true;
 }
 
-// The new file on its way. The old file's stretches are read straight into
-// the buffer behind what it holds, the images of edited records copied in,
-// and the buffer is written whenever it is full and at the end: a commit
-// makes about one read for each stretch of the old file and one write for
-// each COPY_BUFFER bytes of the new one. A read that brings nothing, or a
-// write that falls short, ends the commit with ERR_READ or ERR_WRITE, so
-// that a damaged new file is never taken for whole.
+// The old file, read for the commit. A long stretch is read straight into
+// the new file's buffer; short ones, which lie between records edited near
+// each other, come out of a piece of COPY_BUFFER bytes read ahead, so that
+// a commit of many edits makes one read per piece rather than one per
+// stretch. Stretches are asked for in ascending order.
+class OldFileReader {
+public:
+    explicit OldFileReader(FileObject &file) : file_(file), ahead_(new (std::nothrow) uint8_t[COPY_BUFFER]) {}
+
+    bool valid() const { return ahead_ != nullptr; }
+
+    // Reads up to count bytes from offset on into destination, taking them
+    // from the piece read ahead where it holds them. The bytes read, or 0
+    // with the code in code.
+    uint32_t read(uint32_t offset, uint8_t *destination, uint32_t count, uint16_t *code) {
+        if (offset < start_ || offset >= start_ + length_) {
+            if (count >= SHORT_STRETCH) return readAt(offset, destination, count, code);
+            uint32_t got = readAt(offset, ahead_.get(), COPY_BUFFER, code);
+            if (got == 0) return 0;
+            start_ = offset;
+            length_ = got;
+        }
+        uint32_t piece = std::min(count, start_ + length_ - offset);
+        std::memcpy(destination, ahead_.get() + (offset - start_), piece);
+        return piece;
+    }
+
+private:
+    // A stretch at least this long skips the piece read ahead.
+    static constexpr uint32_t SHORT_STRETCH = COPY_BUFFER / 4;
+
+    uint32_t readAt(uint32_t offset, uint8_t *destination, uint32_t count, uint16_t *code) {
+        if (fileSeek(&file_, offset, 0) == FILE_FAILURE) {
+            *code = ERR_SEEK;
+            return 0;
+        }
+        int64_t got = fileReadLarge(&file_, destination, count);
+        if (got <= 0) *code = ERR_READ;
+        return got <= 0 ? 0 : static_cast<uint32_t>(got);
+    }
+
+    FileObject &file_;
+    std::unique_ptr<uint8_t[]> ahead_;
+    uint32_t start_ = 0;
+    uint32_t length_ = 0;
+};
+
+// The new file on its way. The old file's stretches are read into the
+// buffer behind what it holds, the images of edited records copied in, and
+// the buffer is written whenever it is full and at the end: a commit makes
+// one write for each COPY_BUFFER bytes of the new file. A read that brings
+// nothing, or a write that falls short, ends the commit with ERR_READ or
+// ERR_WRITE, so that a damaged new file is never taken for whole.
 class NewFileWriter {
 public:
     explicit NewFileWriter(FileObject &file) : file_(file), buffer_(new (std::nothrow) uint8_t[COPY_BUFFER]) {}
 
     bool valid() const { return buffer_ != nullptr; }
 
-    // count bytes of the source from offset on.
-    uint16_t copy(FileObject &source, uint32_t offset, uint32_t count) {
-        if (count == 0) return 0;
-        if (fileSeek(&source, offset, 0) == FILE_FAILURE) return ERR_SEEK;
+    // count bytes of the old file from offset on.
+    uint16_t copy(OldFileReader &source, uint32_t offset, uint32_t count) {
         while (count != 0) {
-            int64_t got = fileReadLarge(&source, buffer_.get() + filled_, std::min(count, COPY_BUFFER - filled_));
-            if (got <= 0) return ERR_READ;
-            count -= static_cast<uint32_t>(got);
-            if (uint16_t code = taken(static_cast<uint32_t>(got))) return code;
+            uint16_t failed = 0;
+            uint32_t got = source.read(offset, buffer_.get() + filled_, std::min(count, COPY_BUFFER - filled_), &failed);
+            if (got == 0) return failed;
+            offset += got;
+            count -= got;
+            if (uint16_t code = taken(got)) return code;
         }
         return 0;
     }
@@ -86,9 +132,9 @@ private:
 
 // Writes the new file: the bytes in front of the document stream, then the
 // stretches between the list's nodes and their images, then the tail.
-uint16_t writeNewFile(MergeTable &table, NewFileWriter &newFile) {
+uint16_t writeNewFile(MergeTable &table, OldFileReader &oldFile, NewFileWriter &newFile) {
     uint32_t position = table.format->dataStart(table);
-    if (uint16_t code = newFile.copy(table.file, 0, position)) return code;
+    if (uint16_t code = newFile.copy(oldFile, 0, position)) return code;
     if (changeFirst(table) != 0) return ERR_MEMORY;
     EditNode node{};
     for (;;) {
@@ -96,7 +142,7 @@ uint16_t writeNewFile(MergeTable &table, NewFileWriter &newFile) {
         if (atCursor == nullptr) return ERR_MEMORY;
         node = *atCursor;
         if (position < node.offset) {
-            if (uint16_t code = newFile.copy(table.file, position, node.offset - position)) return code;
+            if (uint16_t code = newFile.copy(oldFile, position, node.offset - position)) return code;
         }
         if (!(node.flags & NODE_DELETED)) {
             const auto *image = blockLockAs<uint8_t>(node.data);
@@ -108,7 +154,7 @@ uint16_t writeNewFile(MergeTable &table, NewFileWriter &newFile) {
         table.changeCursor = node.next;
     }
     if (table.fileSize > position) {
-        if (uint16_t code = newFile.copy(table.file, position, table.fileSize - position)) return code;
+        if (uint16_t code = newFile.copy(oldFile, position, table.fileSize - position)) return code;
     }
     return newFile.flush();
 }
@@ -166,9 +212,10 @@ uint16_t fillNewFile(MergeTable &table, FileObject &newFile) {
     if (size > LARGEST_FILE) return ERR_WRITE;
     if (uint16_t code = fileCopyOwnership(table.file, newFile)) return code;
     if (uint16_t code = fileTruncate(&newFile, static_cast<uint32_t>(size))) return code;
+    OldFileReader reader(table.file);
     NewFileWriter writer(newFile);
-    if (!writer.valid()) return ERR_MEMORY;
-    if (uint16_t code = writeNewFile(table, writer)) return code;
+    if (!reader.valid() || !writer.valid()) return ERR_MEMORY;
+    if (uint16_t code = writeNewFile(table, reader, writer)) return code;
     if (newFile.position != size) return ERR_WRITE;
     return fileSync(&newFile);
 }
