@@ -10,6 +10,7 @@ tool=$2
 extension=$3
 sample=$4
 source=$5
+library=$(dirname "$extension")/libmergedb.so
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/db" && cd "$work/db" || exit 1
@@ -123,6 +124,19 @@ test_Edits() {
     fail "250 deletes: $("$tool" dump many.csv | head -5)"
   [ "$("$tool" dump many.csv | wc -l)" -eq 251 ] && [ -z "$(ls ./*.tmp ./*.bk 2>/dev/null)" ] ||
     fail "250 deletes left: $(ls)"
+  # Another program that inserts while the rewrite runs waits for it: every
+  # insert that it saw done is in the table afterwards.
+  seq 1 60000 | sed 's/$/,row\r/' >race.csv
+  host /usr/bin/python3 "$source/tests/sql/inserter.py" "$library" race.csv "$work/stop" >"$work/inserted" 2>&1 &
+  until [ -s "$work/inserted" ]; do sleep 0.01; done
+  "$tool" sql "DELETE FROM race WHERE \"1\" LIKE '%7'" || fail "the rewrite beside an inserter"
+  touch "$work/stop"
+  wait $!
+  inserted=$(tail -n +2 "$work/inserted")
+  "$tool" dump race.csv --field 1 | sort >"$work/after"
+  [ "$(grep -c '7$' "$work/after")" -eq 0 ] || fail "the deletes beside an inserter"
+  lost=$(tr ' ' '\n' <<<"$inserted" | sort | comm -23 - "$work/after" | wc -w)
+  [ "$lost" -eq 0 ] || fail "$lost inserts that another program made meanwhile are lost"
   # What the table can't store is refused before anything is applied.
   cp contacts.doc before.doc
   sql_error "contacts.doc: the value for field \"Name\" holds 'Ž' (U+017D), and the driver writes only printable ASCII into a tagged document" \

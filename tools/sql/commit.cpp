@@ -125,7 +125,9 @@ std::unique_ptr<host::Table> openForCommit(const Source &source) {
 // updates (each at its record's new place) and the inserts there, and its
 // close commits that file; only a new file that reads whole, with every
 // kept record where it should be, takes the table's place, in one rename.
-void commitByRewrite(const Source &source, const Pending &pending, const EditBase &base) {
+// The table stays held through the driver until then, so that no other
+// program's edit of it goes with the old file.
+void commitByRewrite(const Source &source, host::Table &held, const Pending &pending, const EditBase &base) {
     const host::TableFile &file = source.file();
     host::RecordScanner scanner(file, source.format());
     std::vector<host::Extent> dropped;
@@ -140,7 +142,7 @@ void commitByRewrite(const Source &source, const Pending &pending, const EditBas
     }
     host::keepByteOrderMark(dropped, source.format().bomLength);
     std::vector<uint64_t> before = surveyOffsets(file, source.format(), source.fieldCount());
-    host::rebuildWithout(file, base.dataEnd, dropped, [&](const host::TableFile &rebuilt) {
+    host::rebuildHeld(held, file, base.dataEnd, dropped, [&](const host::TableFile &rebuilt) {
         std::vector<uint64_t> after = surveyOffsets(rebuilt, source.format(), source.fieldCount());
         Moves moves;
         for (uint64_t offset : before) {
@@ -186,30 +188,33 @@ void checkRecord(const Source &source, const std::vector<std::string> &values) {
     }
 }
 
-void applyChanges(Source &source, const Pending &pending, const EditBase &base) {
-    if (pending.empty()) return;
+std::unique_ptr<host::Table> holdForCommit(Source &source, const EditBase &base) {
+    std::unique_ptr<host::Table> held = openForCommit(source);
     source.refresh();
     if (!(source.stamp() == base.stamp)) {
         throw Failure(source.label(), "was changed by another program since this transaction read it; nothing "
                                       "was changed (roll back, and make the changes again)");
     }
     host::requireEditable(source.file());
+    return held;
+}
+
+void applyChanges(Source &source, host::Table &held, const Pending &pending, const EditBase &base) {
     if (pending.deletes() >= DELETES_PER_COMPACTION) {
-        commitByRewrite(source, pending, base);
+        commitByRewrite(source, held, pending, base);
         return;
     }
     FileEnd end(source.file(), base.dataEnd);
-    std::unique_ptr<host::Table> table = openForCommit(source);
-    editRecords(source, *table, pending);
+    editRecords(source, held, pending);
     try {
-        insertRecords(source, *table, pending);
+        insertRecords(source, held, pending);
     } catch (const Failure &) {
         end.restore();
         throw;
     }
     host::InDirectory here(source.file().directory(), source.label());
     try {
-        table->close();
+        held.close();
     } catch (const Failure &failure) {
         throw host::afterFailedCommit(source.file(), failure);
     }

@@ -5,6 +5,7 @@
 // inserted, and the close commits through the driver's backup.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,10 +31,16 @@ EditBase prepareEdit(Source &source);
 // field.
 void checkRecord(const Source &source, const std::vector<std::string> &values);
 
-// Applies the changes to the file. Refuses, changing nothing, a file that
-// another program changed since base was taken, or a backup that came
-// beside it. 200 deletes or more, at which the driver would rewrite the
-// table in the middle of the edits, are made by a rewrite of the table.
-void applyChanges(Source &source, const Pending &pending, const EditBase &base);
+// Takes hold of the table for a commit: opens it for writing through the
+// driver, which keeps every other writer out (another program's insert too)
+// until the commit is done, and only then checks that the file is the one
+// that base was taken of, may be changed, and has no backup beside it.
+// Throws a Failure saying that nothing was changed.
+std::unique_ptr<host::Table> holdForCommit(Source &source, const EditBase &base);
+
+// Applies the changes to the file that held (from holdForCommit) is open
+// on, and closes it. 200 deletes or more, at which the driver would rewrite
+// the table in the middle of the edits, are made by a rewrite of the table.
+void applyChanges(Source &source, host::Table &held, const Pending &pending, const EditBase &base);
 
 }  // namespace mergedb::sql

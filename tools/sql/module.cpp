@@ -339,7 +339,9 @@ int begin(sqlite3_vtab *) { return SQLITE_OK; }
 int sync(sqlite3_vtab *vtab) {
     Table &table = *static_cast<Table *>(vtab);
     return run(vtab, [&] {
-        if (table.base) applyChanges(*table.source, table.pending, *table.base);
+        if (!table.base || table.pending.empty()) return;
+        std::unique_ptr<host::Table> held = holdForCommit(*table.source, *table.base);
+        applyChanges(*table.source, *held, table.pending, *table.base);
     });
 }
 
