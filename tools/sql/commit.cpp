@@ -13,6 +13,7 @@
 #include "in_directory.h"
 #include "rebuild.h"
 #include "record_scan.h"
+#include "scans.h"
 #include "store.h"
 
 namespace mergedb::sql {
@@ -23,16 +24,14 @@ using host::Failure;
 // The driver rewrites a table at its 200th pending delete.
 constexpr size_t DELETES_PER_COMPACTION = 200;
 
-std::vector<std::string> storedBytes(const Source &source, const std::vector<std::string> &values) {
-    std::vector<std::string> bytes;
-    for (size_t i = 0; i < values.size(); ++i) {
-        host::Stored stored = host::storedValue(source.format(), values[i], false);
-        if (!stored.problem.empty()) {
-            throw Failure(source.label(), "the value for field \"" + source.fields()[i] + "\" " + stored.problem);
-        }
-        bytes.push_back(std::move(stored.bytes));
+// A value as the table stores it; throws a Failure naming the field when
+// the table can't store it.
+std::string storedBytes(const Source &source, uint16_t field, const std::string &value) {
+    host::Stored stored = host::storedValue(source.format(), value, false);
+    if (!stored.problem.empty()) {
+        throw Failure(source.label(), "the value for field \"" + source.fields()[field] + "\" " + stored.problem);
     }
-    return bytes;
+    return std::move(stored.bytes);
 }
 
 // The bytes of the file behind its data (a final byte 26, which an insert
@@ -82,12 +81,11 @@ void editRecords(const Source &source, host::Table &table, const Pending &pendin
             table.remove();
             continue;
         }
-        std::vector<std::string> bytes = storedBytes(source, change.values);
         bool changed = false;
         for (uint16_t i = 0; i < source.fieldCount(); ++i) {
-            bool first = i == 0 && offset == 0 && source.format().bomLength != 0;
-            if (host::decodeValue(table.value(i), source.format(), first) == change.values[i]) continue;
-            table.put(i, bytes[i]);
+            const std::string &value = change.values[i];
+            if (host::decodeValue(table.value(i), source.format(), firstOfFile(source, offset, i)) == value) continue;
+            table.put(i, storedBytes(source, i, value));
             changed = true;
         }
         if (changed) table.update();
@@ -97,10 +95,10 @@ void editRecords(const Source &source, host::Table &table, const Pending &pendin
 void insertRecords(const Source &source, host::Table &table, const Pending &pending) {
     for (const auto &[rowid, change] : pending.changes()) {
         if (change.edit != Edit::Insert) continue;
-        std::vector<std::string> bytes = storedBytes(source, change.values);
         table.clear();
         for (uint16_t i = 0; i < source.fieldCount(); ++i) {
-            if (!bytes[i].empty()) table.put(i, bytes[i]);
+            std::string bytes = storedBytes(source, i, change.values[i]);
+            if (!bytes.empty()) table.put(i, bytes);
         }
         table.insert();
     }
@@ -180,8 +178,21 @@ EditBase prepareEdit(Source &source) {
     return base;
 }
 
-void checkRecord(const Source &source, const std::vector<std::string> &values) {
-    std::vector<std::string> bytes = storedBytes(source, values);
+void checkRecord(Source &source, const std::vector<std::string> &values, std::optional<uint64_t> rowid) {
+    std::optional<std::vector<std::string>> now;  // the record in the file, read when a value needs it
+    std::vector<std::string> bytes;
+    for (uint16_t i = 0; i < source.fieldCount(); ++i) {
+        host::Stored stored = host::storedValue(source.format(), values[i], false);
+        if (stored.problem.empty()) {
+            bytes.push_back(std::move(stored.bytes));
+            continue;
+        }
+        if (rowid && !now) now = recordAt(source, *rowid).value_or(std::vector<std::string>());
+        bool unchanged = now && i < now->size() &&
+                         host::decodeValue((*now)[i], source.format(), firstOfFile(source, *rowid, i)) == values[i];
+        if (!unchanged) storedBytes(source, i, values[i]);  // throws the problem
+        bytes.push_back((*now)[i]);
+    }
     if (host::recordSize(source.format(), source.kind(), bytes) > host::LONGEST_RECORD) {
         throw Failure(source.label(), "the record would be longer than the " + std::to_string(host::LONGEST_RECORD) +
                                           " bytes of the longest record that the driver reads");

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,9 +28,11 @@ EditBase prepareEdit(Source &source);
 
 // A record that a statement writes, as UTF-8 values of every field: each
 // value must be one the table can store and read back the same, and the
-// record no longer than the driver reads. Throws a Failure naming the
-// field.
-void checkRecord(const Source &source, const std::vector<std::string> &values);
+// record no longer than the driver reads. For an update, rowid names the
+// record: a value that the table could not store passes where the record
+// holds it in the file now, since the update leaves it as it is. Throws a
+// Failure naming the field.
+void checkRecord(Source &source, const std::vector<std::string> &values, std::optional<uint64_t> rowid);
 
 // Takes hold of the table for a commit: opens it for writing through the
 // driver, which keeps every other writer out (another program's insert too)

@@ -325,11 +325,13 @@ int update(sqlite3_vtab *vtab, int argc, sqlite3_value **argv, sqlite3_int64 *ne
             return;
         }
         std::vector<std::string> values = rowValues(table, argv + 2);
-        checkRecord(source, values);
         if (inserting) {
+            checkRecord(source, values, std::nullopt);
             *newRowid = static_cast<sqlite3_int64>(table.pending.insert(std::move(values), table.base->dataEnd));
         } else {
-            table.pending.update(static_cast<uint64_t>(sqlite3_value_int64(argv[0])), std::move(values));
+            auto rowid = static_cast<uint64_t>(sqlite3_value_int64(argv[0]));
+            checkRecord(source, values, rowid);
+            table.pending.update(rowid, std::move(values));
         }
     });
 }

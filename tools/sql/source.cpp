@@ -97,6 +97,10 @@ void explainNotWhole(Source &source, const std::string &where, const std::string
     notWhole(source.label(), where, what);
 }
 
+bool firstOfFile(const Source &source, uint64_t offset, uint16_t field) {
+    return field == 0 && offset == 0 && source.format().bomLength != 0;
+}
+
 std::string textOf(const Source &source, std::string bytes, bool firstOfFile,
                    const std::function<uint64_t()> &offset) {
     const host::TableFormat &format = source.format();

@@ -87,6 +87,10 @@ std::vector<uint64_t> surveyOffsets(const host::TableFile &file, const host::Tab
 // host's scan does: the first issue of that scan, or what the driver did.
 [[noreturn]] void explainNotWhole(Source &source, const std::string &where, const std::string &what);
 
+// Whether a value is the first of the file, which begins with the
+// byte-order mark.
+bool firstOfFile(const Source &source, uint64_t offset, uint16_t field);
+
 // A value as the driver gives it, as UTF-8, or a Failure when a UTF-8
 // table holds bytes that are not (as a checked walk would tell it); offset
 // gives the record's place for that message.
