@@ -12,7 +12,7 @@ sample=$4
 source=$5
 library=$(dirname "$extension")/libmergedb.so
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+trap 'umount "$work/disk" 2>/dev/null; rm -rf "$work"' EXIT
 mkdir "$work/db" && cd "$work/db" || exit 1
 cp "$sample"/* .
 printf 'id;name;city\n1;Zoë;Köln\n2;José;Sevilla\n3;Ann;Oslo\n4;Bob;Oslo\n' >people.csv
@@ -143,11 +143,36 @@ test_Edits() {
     "INSERT INTO c VALUES ('Žofie', 'Brno', '1');"
   sql_error 'contacts.doc: a rowid is the place of a record in the file; it can'"'"'t be given or changed' \
     "UPDATE c SET rowid = 7 WHERE Name LIKE 'z%';"
+  # A backup beside a table refuses its changes: at the statement, or when
+  # it comes later, at the commit, which checks every table that the
+  # transaction changed before it writes any.
+  cp people.csv before.csv
+  backup='contacts.doc: contacts.bk lies beside it, left by a commit of it (or of another contacts.* table) that did not finish; a commit would fail on it, so nothing was changed. Run mergedb recover contacts.doc first'
   touch contacts.bk
-  sql_error 'contacts.doc: contacts.bk lies beside it, left by a commit of it (or of another contacts.* table) that did not finish; a commit would fail on it, so nothing was changed. Run mergedb recover contacts.doc first' \
-    "DELETE FROM c WHERE City = 'Köln';"
-  same contacts.doc before.doc
+  sql_error "$backup" "DELETE FROM c WHERE City = 'Köln';"
   rm contacts.bk
+  sql_error "$backup" "BEGIN; UPDATE p SET city = 'Lund' WHERE id = '1'; DELETE FROM c WHERE City = 'Köln';
+.system touch contacts.bk
+COMMIT;"
+  same contacts.doc before.doc
+  same people.csv before.csv
+  rm contacts.bk
+  # A failure once a table was written (no room on the disk of the next
+  # one) says which tables were committed and which were not.
+  if [ "$(id -u)" -eq 0 ] && mkdir "$work/disk" && mount -t tmpfs -o size=256k tmpfs "$work/disk" 2>/dev/null; then
+    seq 1 3000 | sed 's/$/,some text\r/' >"$work/disk/full.csv"
+    cp "$work/disk/full.csv" "$work/full.csv"
+    dd if=/dev/zero of="$work/disk/fill" bs=4k 2>/dev/null
+    got=$(run_sql "CREATE VIRTUAL TABLE f USING mergedb('$work/disk/full.csv'); BEGIN;
+      UPDATE p SET city = 'Lund' WHERE id = '1'; UPDATE f SET \"2\" = 'x' WHERE \"1\" = '5'; COMMIT;")
+    grep -qF "could not be written" <<<"$got" && grep -qF "Of this transaction, the changes to people.csv were committed; those to $work/disk/full.csv were not." <<<"$got" ||
+      fail "a commit that fails half way: $got"
+    same "$work/disk/full.csv" "$work/full.csv"
+    [ "$("$tool" dump --header people.csv --field city | sed -n 2p)" = Lund ] || fail "the first table of a commit"
+    umount "$work/disk"
+  else
+    echo "the commit onto a full disk is left out: mounting a tmpfs needs root"
+  fi
   # An update is checked on the values it changes: the others may hold
   # what a tagged document can be read with but not written with.
   sql '' "UPDATE c SET Phone = '555-7777' WHERE Name LIKE 'zo%';"

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "commit.h"
+#include "transaction.h"
 #include "failure.h"
 #include "json_text.h"
 #include "pending.h"
@@ -35,11 +36,18 @@ std::recursive_mutex &driverLock() {
     return lock;
 }
 
-struct Table : sqlite3_vtab {
-    std::unique_ptr<Source> source;  // none for the table-valued function
+struct Table : sqlite3_vtab, TableChanges {
+    explicit Table(Transaction &transaction) : transaction(transaction) {}
+    ~Table() {
+        transaction.leave(*this);
+        held.reset();  // before the source whose database it is open in
+    }
+    Table(const Table &) = delete;
+    Table &operator=(const Table &) = delete;
+
+    Transaction &transaction;        // of the table's connection
+    std::unique_ptr<Source> owned;   // none for the table-valued function
     std::vector<std::string> columns;
-    Pending pending;
-    std::optional<EditBase> base;
 };
 
 struct Cursor : sqlite3_vtab_cursor {
@@ -93,15 +101,17 @@ std::string textOf(sqlite3_value *value) {
     return text == nullptr ? "" : std::string(text, static_cast<size_t>(sqlite3_value_bytes(value)));
 }
 
-int connect(sqlite3 *db, void *, int argc, const char *const *argv, sqlite3_vtab **made, char **error) {
+int connect(sqlite3 *db, void *transaction, int argc, const char *const *argv, sqlite3_vtab **made, char **error) {
     std::lock_guard<std::recursive_mutex> lock(driverLock());
-    auto table = std::make_unique<Table>();
+    auto table = std::make_unique<Table>(*static_cast<Transaction *>(transaction));
     std::string schema = FUNCTION_SCHEMA;
     std::optional<std::string> failure = host::guard([&] {
         if (argc <= 3 && std::string_view(argv[2]) == MODULE_NAME) return;  // the table-valued function
         std::vector<std::string> arguments(argv + 3, argv + argc);
-        table->source = std::make_unique<Source>(parseArguments(arguments));
+        table->owned = std::make_unique<Source>(parseArguments(arguments));
+        table->source = table->owned.get();
         table->columns = table->source->columnNames();
+        table->transaction.join(*table);
         schema = schemaOf(table->columns);
     });
     if (failure) {
@@ -341,17 +351,13 @@ int begin(sqlite3_vtab *) { return SQLITE_OK; }
 int sync(sqlite3_vtab *vtab) {
     Table &table = *static_cast<Table *>(vtab);
     return run(vtab, [&] {
-        if (!table.base || table.pending.empty()) return;
-        std::unique_ptr<host::Table> held = holdForCommit(*table.source, *table.base);
-        applyChanges(*table.source, *held, table.pending, *table.base);
+        table.transaction.commit(table);
     });
 }
 
 int finish(sqlite3_vtab *vtab) {
-    Table &table = *static_cast<Table *>(vtab);
     std::lock_guard<std::recursive_mutex> lock(driverLock());
-    table.pending.clear();
-    table.base.reset();
+    Transaction::end(*static_cast<Table *>(vtab));
     return SQLITE_OK;
 }
 
@@ -400,7 +406,8 @@ sqlite3_module makeModule() {
 
 int registerModule(sqlite3 *db) {
     static const sqlite3_module module = makeModule();
-    return sqlite3_create_module(db, MODULE_NAME, &module, nullptr);
+    return sqlite3_create_module_v2(db, MODULE_NAME, &module, new Transaction(),
+                                    [](void *transaction) { delete static_cast<Transaction *>(transaction); });
 }
 
 }  // namespace mergedb::sql
