@@ -11,7 +11,7 @@ extension=$3
 sample=$4
 source=$5
 library=$(dirname "$extension")/libmergedb.so
-work=$(mktemp -d)
+work=$(mktemp -d "${TMPDIR:-/tmp}/sqltest-XXXXXX")  # no "." in the path: the driver takes it whole
 trap 'umount "$work/disk" 2>/dev/null; rm -rf "$work"' EXIT
 mkdir "$work/db" && cd "$work/db" || exit 1
 cp "$sample"/* .
@@ -157,6 +157,12 @@ COMMIT;"
   same contacts.doc before.doc
   same people.csv before.csv
   rm contacts.bk
+  # A table in a directory whose path holds a '.' is committed from inside
+  # it, so that its backup is v1.0/people.bk, not v1.bk at the path's '.'.
+  mkdir v1.0 && cp people.csv v1.0/ && touch v1.bk
+  sql '' "CREATE VIRTUAL TABLE v USING mergedb('v1.0/people.csv', header=yes); UPDATE v SET city = 'Lund' WHERE id = '3';"
+  "$tool" dump --header v1.0/people.csv | grep -q '^3,Ann,Lund$' || fail "a commit in v1.0: $("$tool" dump v1.0/people.csv)"
+  rm -r v1.0 v1.bk
   # A failure once a table was written (no room on the disk of the next
   # one) says which tables were committed and which were not.
   if [ "$(id -u)" -eq 0 ] && mkdir "$work/disk" && mount -t tmpfs -o size=256k tmpfs "$work/disk" 2>/dev/null; then

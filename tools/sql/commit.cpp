@@ -10,7 +10,6 @@
 #include <set>
 
 #include "checked_walk.h"
-#include "in_directory.h"
 #include "rebuild.h"
 #include "record_scan.h"
 #include "scans.h"
@@ -155,7 +154,7 @@ void commitByRewrite(const Source &source, host::Table &held, const Pending &pen
         std::unique_ptr<host::Table> table = source.open(host::Access::Write, &rebuilt);
         editRecords(source, *table, pending, &moves);
         insertRecords(source, *table, pending);
-        host::InDirectory here(rebuilt.directory(), file.label);
+        host::InDirectory here = source.visit();
         table->close();
         surveyOffsets(host::locateTable(rebuilt.path.string()), source.format(), source.fieldCount());
     });
@@ -223,7 +222,7 @@ void applyChanges(Source &source, host::Table &held, const Pending &pending, con
         end.restore();
         throw;
     }
-    host::InDirectory here(source.file().directory(), source.label());
+    host::InDirectory here = source.visit();
     try {
         held.close();
     } catch (const Failure &failure) {

@@ -1,7 +1,8 @@
 // A table as SQL sees it: the file that the arguments name, found and read
 // as the tool finds and reads it (the same checks of the file, the same
 // guesses of delimiters and encoding), with its fields as columns. The
-// driver opens it from inside its directory, by its bare name.
+// driver reaches it by the path of its directory, or from inside it
+// (in_directory.h).
 #pragma once
 
 #include <sys/types.h>
@@ -15,6 +16,7 @@
 
 #include "arguments.h"
 #include "driver.h"
+#include "in_directory.h"
 #include "table_file.h"
 #include "table_format.h"
 
@@ -47,9 +49,12 @@ public:
     // else at the start of the file (the header record stands there).
     uint64_t firstRecordOffset() const { return firstRecord_; }
 
-    // The table through the driver, opened in its directory; or another
-    // file of the same directory and format.
+    // The table through the driver; or another file of the same directory
+    // and format.
     std::unique_ptr<host::Table> open(host::Access access, const host::TableFile *other = nullptr) const;
+    // In the table's directory, for as long as the result lives, where the
+    // driver must be there to commit the table (in_directory.h).
+    host::InDirectory visit() const { return {file_.directory(), file_.label, !driverDirectory_}; }
     // The file as it is on the disk now; throws when it is gone.
     Stamp stamp() const;
     // Looks at the file again: its size and a backup beside it.
@@ -63,6 +68,7 @@ public:
 private:
     host::TableFile file_;
     host::TableFormat format_;
+    std::optional<std::string> driverDirectory_;  // the database's path; none: the table's directory is entered
     host::Session session_;
     std::unique_ptr<host::Database> database_;
     std::vector<std::string> fields_;
