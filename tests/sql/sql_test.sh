@@ -63,9 +63,12 @@ test_Reads() {
     "SELECT c.Name, p.name FROM c JOIN p ON p.city = c.City ORDER BY c.Name;"
   sql 'Oslo|2\nKöln|1\nSevilla|1' "SELECT city, count(*) FROM p GROUP BY city ORDER BY count(*) DESC, city;"
   # Rowids are the records' offsets; a jump reads one record, and a place
-  # inside a record names none.
-  sql '13|26|42|53\nAnn\n53\n42' "SELECT group_concat(rowid, '|') FROM p;
+  # inside a record names none. A text or real that reads as an integer
+  # names a rowid, as in any table.
+  sql '13|26|42|53\nAnn\nAnn|Ann|0\n53\n42' "SELECT group_concat(rowid, '|') FROM p;
     SELECT name FROM p WHERE rowid = 42; SELECT name FROM p WHERE rowid = 44;
+    SELECT (SELECT name FROM p WHERE rowid = '42'), (SELECT name FROM p WHERE rowid = 42.0),
+      (SELECT count(*) FROM p WHERE rowid = 42.5) + (SELECT count(*) FROM p WHERE rowid = '42x');
     SELECT rowid FROM p ORDER BY rowid DESC LIMIT 2;"
   # The walk back gives the records of a forward walk in reverse, with the
   # same rowids, also where a quoted value holds a line end.

@@ -1,6 +1,7 @@
 #include "module.h"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -23,6 +24,7 @@ namespace {
 
 constexpr const char *MODULE_NAME = "mergedb";
 constexpr double BYTES_PER_RECORD = 100;  // for the planner's estimates
+constexpr double LARGEST_ROWID = 0x1p63;  // rowids lie below it
 // The table-valued function: a record as JSON, then its arguments.
 constexpr int FUNCTION_RECORD = 0;
 constexpr int FUNCTION_PATH = 1;
@@ -215,6 +217,28 @@ void startFunction(Cursor &cursor, int given, int argc, sqlite3_value **argv) {
     cursor.scan = forwardScan(*cursor.source);
 }
 
+// The rowid that the value of rowid = ? names, taken as SQLite takes a
+// value compared with a rowid (numeric affinity): an integer, a real that
+// is one, or a text that reads as one of them. Nothing for anything else,
+// which no rowid equals.
+std::optional<uint64_t> rowidOf(sqlite3_value *value) {
+    std::unique_ptr<sqlite3_value, void (*)(sqlite3_value *)> copy(sqlite3_value_dup(value), sqlite3_value_free);
+    if (!copy) throw std::bad_alloc();
+    switch (sqlite3_value_numeric_type(copy.get())) {
+    case SQLITE_INTEGER: {
+        sqlite3_int64 number = sqlite3_value_int64(copy.get());
+        if (number >= 0) return static_cast<uint64_t>(number);
+        return std::nullopt;
+    }
+    case SQLITE_FLOAT: {
+        double number = sqlite3_value_double(copy.get());
+        if (number >= 0 && number < LARGEST_ROWID && std::floor(number) == number) return static_cast<uint64_t>(number);
+        return std::nullopt;
+    }
+    default: return std::nullopt;
+    }
+}
+
 void startTable(Cursor &cursor, Way way, const char *planText, int argc, sqlite3_value **argv) {
     Table &table = cursor.table();
     Source &source = *table.source;
@@ -226,8 +250,9 @@ void startTable(Cursor &cursor, Way way, const char *planText, int argc, sqlite3
     cursor.backward = way == Way::Backward;
     cursor.insertedFirst = cursor.backward;
     if (way == Way::Jump) {
-        if (argc < 1 || sqlite3_value_type(argv[0]) != SQLITE_INTEGER) return;
-        auto rowid = static_cast<uint64_t>(sqlite3_value_int64(argv[0]));
+        std::optional<uint64_t> named = argc < 1 ? std::nullopt : rowidOf(argv[0]);
+        if (!named) return;
+        uint64_t rowid = *named;
         const Change *change = pending.find(rowid);
         if (change != nullptr && change->edit == Edit::Insert) {
             cursor.inserted.emplace_back(rowid, change->values);
