@@ -144,6 +144,8 @@ test_Edits() {
   cp contacts.doc before.doc
   sql_error "contacts.doc: the value for field \"Name\" holds 'Ž' (U+017D), and the driver writes only printable ASCII into a tagged document" \
     "INSERT INTO c VALUES ('Žofie', 'Brno', '1');"
+  sql_error 'people.csv: the value for field "name" holds a NUL character (U+0000), at which the driver would cut the value short' \
+    "UPDATE p SET name = 'a' || char(0) || 'b' WHERE id = '1';"
   sql_error 'contacts.doc: a rowid is the place of a record in the file; it can'"'"'t be given or changed' \
     "UPDATE c SET rowid = 7 WHERE Name LIKE 'z%';"
   # A backup beside a table refuses its changes: at the statement, or when
