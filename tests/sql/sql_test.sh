@@ -229,6 +229,11 @@ test_Tool() {
   # contacts.doc and contacts.txt share a stem, which names neither.
   got=$("$tool" sql --db . 'SELECT * FROM contacts' 2>&1)
   [ $? -eq 1 ] && [ "$got" = 'mergedb: no such table: contacts' ] || fail "sql with a shared stem: $got"
+  # Options are checked before any statement runs.
+  cp people.csv before.csv
+  got=$("$tool" sql --format xml "UPDATE people SET city = 'Rome'; SELECT 1" 2>&1)
+  [ $? -eq 2 ] && grep -qF "unknown format 'xml'" <<<"$got" || fail "sql --format xml: $got"
+  same people.csv before.csv
   got=$("$tool" sql --header "UPDATE people SET city = 'Wien' WHERE rowid = 13; SELECT city FROM people LIMIT 1" 2>&1)
   [ "$got" = $'city\nWien' ] || fail "sql update: $got"
 }
