@@ -229,6 +229,12 @@ test_Tool() {
   # contacts.doc and contacts.txt share a stem, which names neither.
   got=$("$tool" sql --db . 'SELECT * FROM contacts' 2>&1)
   [ $? -eq 1 ] && [ "$got" = 'mergedb: no such table: contacts' ] || fail "sql with a shared stem: $got"
+  # A read of a table beside a backup says so, as the tool's other commands do.
+  touch people.bk
+  got=$("$tool" sql 'SELECT count(*) FROM "people.csv"; SELECT 1 FROM "people.csv"' 2>&1 >/dev/null)
+  [ "$got" = 'mergedb: people.csv: note: people.bk lies beside it, left by a commit of it (or of another people.* table) that did not finish; see mergedb recover people.csv' ] ||
+    fail "sql beside a backup: $got"
+  rm people.bk
   # Options are checked before any statement runs.
   cp people.csv before.csv
   got=$("$tool" sql --format xml "UPDATE people SET city = 'Rome'; SELECT 1" 2>&1)

@@ -92,13 +92,16 @@ public:
         for (const std::string &name : database.tableNames()) files.push_back(host::toUtf8(name, host::Encoding::Cp437));
         std::string options = moduleOptions(invocation);
         for (const auto &[name, file] : sqlNames(files)) {
-            std::string path = (std::filesystem::path(directory) / file).string();
+            std::string path = invocation.has("--db") ? (std::filesystem::path(directory) / file).string() : file;
             std::string create = "CREATE VIRTUAL TABLE temp." + sqlQuoted(name, '"') + " USING mergedb(" +
                                  sqlQuoted(path, '\'') + options + ")";
             if (sqlite3_exec(connection.get(), create.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
                 refused_[lowered(name)] = connection.error();
+            } else if (host::TableFile table = host::locateTable(path); table.backupPresent) {
+                besideBackup_.emplace(lowered(name), std::move(table));
             }
         }
+        sqlite3_set_authorizer(connection.get(), noteReads, this);
     }
     // An error of SQLite, with the reason why a table it did not find was
     // left out.
@@ -112,7 +115,21 @@ public:
     }
 
 private:
+    // Says on stderr, once for each table that a statement reads, that a
+    // backup lies beside it, as the tool's other commands do. SQLite asks
+    // while it prepares a statement.
+    static int noteReads(void *self, int action, const char *name, const char *, const char *, const char *) {
+        if (action != SQLITE_READ || name == nullptr) return SQLITE_OK;
+        auto &tables = *static_cast<Tables *>(self);
+        auto found = tables.besideBackup_.find(lowered(name));
+        if (found == tables.besideBackup_.end()) return SQLITE_OK;
+        host::guard([&found] { mindBackup(found->second, host::Access::Read); });
+        tables.besideBackup_.erase(found);
+        return SQLITE_OK;
+    }
+
     std::map<std::string, std::string> refused_;
+    std::map<std::string, host::TableFile> besideBackup_;  // by lowered SQL name, until noted
 };
 
 // The output format, and the options of the tables, checked before any
