@@ -188,10 +188,12 @@ COMMIT;"
   # what a tagged document can be read with but not written with.
   sql '' "UPDATE c SET Phone = '555-7777' WHERE Name LIKE 'zo%';"
   "$tool" dump contacts.doc | grep -qx 'Zoë Müller,Köln,555-7777' || fail "update beside 'ë': $("$tool" dump contacts.doc)"
-  # A table that does not read whole is an error for a query and an edit.
+  # A table that does not read whole is an error for a walk, a find (also
+  # after a find that a LIMIT ended early) and an edit.
   printf 'a,b,c\r\n1,2\r\n4,5,6\r\n' >short.csv
   cp short.csv before.csv
-  for statement in "SELECT * FROM s;" "DELETE FROM s WHERE \"1\" = '4';"; do
+  for statement in "SELECT * FROM s;" "DELETE FROM s WHERE \"1\" = '4';" \
+    "SELECT * FROM s WHERE \"1\" LIKE 'a%' LIMIT 1; SELECT * FROM s WHERE \"1\" LIKE '4%';"; do
     got=$(printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE s USING mergedb('short.csv');" "$statement" |
       shell -bail :memory: 2>&1)
     grep -qF 'short.csv: record 2 at byte 7: has 2 fields, the table 3; it is left out' <<<"$got" ||

@@ -134,8 +134,14 @@ public:
             return;
         }
         stamp_ = source.stamp();
-        survey_ = std::async(std::launch::async, surveyOffsets, source.file(), source.format(), source.fieldCount());
+        survey_ = std::async(std::launch::async, surveyOffsets, source.file(), source.format(), source.fieldCount(),
+                             stopSurvey_.get_token());
     }
+    // A query that ends before the search does (a LIMIT) stops the survey
+    // rather than wait for it: nothing then rests on it.
+    ~FindScan() override { stopSurvey_.request_stop(); }
+    FindScan(const FindScan &) = delete;
+    FindScan &operator=(const FindScan &) = delete;
     bool next() override {
         rowid_.reset();
         while (table_->find(!started_) == Moved::Record) {
@@ -185,7 +191,8 @@ private:
 
     Source &source_;
     std::unique_ptr<host::Table> table_;
-    std::future<std::vector<uint64_t>> survey_;
+    std::stop_source stopSurvey_;
+    std::future<std::vector<uint64_t>> survey_;  // joined as it goes, after the stop
     Stamp stamp_;
     std::vector<uint64_t> offsets_;
     std::optional<uint64_t> rowid_;

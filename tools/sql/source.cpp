@@ -80,11 +80,11 @@ void Source::keepSurvey(const Stamp &stamp, std::vector<uint64_t> offsets) {
 }
 
 std::vector<uint64_t> surveyOffsets(const host::TableFile &file, const host::TableFormat &format,
-                                    uint16_t fieldCount) {
+                                    uint16_t fieldCount, const std::stop_token &stop) {
     std::vector<uint64_t> offsets;
     host::scanTable(file, format, fieldCount, [&file](const host::Issue &issue) {
         notWhole(file.label, issue.where, issue.what);
-    }, &offsets);
+    }, &offsets, stop);
     return offsets;
 }
 

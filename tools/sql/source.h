@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -81,9 +82,9 @@ private:
 // The offsets of a table's data records by the host's scan alone, which
 // throws a Failure at the first record that the driver would not read
 // whole. It reads the file and nothing else, so another thread may run it
-// while the driver works.
+// while the driver works; stop ends it early, with a part of no use.
 std::vector<uint64_t> surveyOffsets(const host::TableFile &file, const host::TableFormat &format,
-                                    uint16_t fieldCount);
+                                    uint16_t fieldCount, const std::stop_token &stop = {});
 
 // Throws a Failure naming where the table is not whole: the issue of a
 // walk, for SQL.
