@@ -23,13 +23,15 @@ using host::Failure;
 // The driver rewrites a table at its 200th pending delete.
 constexpr size_t DELETES_PER_COMPACTION = 200;
 
+[[noreturn]] void refuseValue(const Source &source, uint16_t field, const std::string &problem) {
+    throw Failure(source.label(), "the value for field \"" + source.fields()[field] + "\" " + problem);
+}
+
 // A value as the table stores it; throws a Failure naming the field when
 // the table can't store it.
 std::string storedBytes(const Source &source, uint16_t field, const std::string &value) {
     host::Stored stored = host::storedValue(source.format(), value, false);
-    if (!stored.problem.empty()) {
-        throw Failure(source.label(), "the value for field \"" + source.fields()[field] + "\" " + stored.problem);
-    }
+    if (!stored.problem.empty()) refuseValue(source, field, stored.problem);
     return std::move(stored.bytes);
 }
 
@@ -189,7 +191,7 @@ void checkRecord(Source &source, const std::vector<std::string> &values, std::op
         if (rowid && !now) now = recordAt(source, *rowid).value_or(std::vector<std::string>());
         bool unchanged = now && i < now->size() &&
                          host::decodeValue((*now)[i], source.format(), firstOfFile(source, *rowid, i)) == values[i];
-        if (!unchanged) storedBytes(source, i, values[i]);  // throws the problem
+        if (!unchanged) refuseValue(source, i, stored.problem);
         bytes.push_back((*now)[i]);
     }
     if (host::recordSize(source.format(), source.kind(), bytes) > host::LONGEST_RECORD) {
