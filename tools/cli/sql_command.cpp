@@ -92,13 +92,16 @@ public:
         for (const std::string &name : database.tableNames()) files.push_back(host::toUtf8(name, host::Encoding::Cp437));
         std::string options = moduleOptions(invocation);
         for (const auto &[name, file] : sqlNames(files)) {
-            std::string path = (std::filesystem::path(directory) / file).string();
+            std::string path = invocation.has("--db") ? (std::filesystem::path(directory) / file).string() : file;
             std::string create = "CREATE VIRTUAL TABLE temp." + sqlQuoted(name, '"') + " USING mergedb(" +
                                  sqlQuoted(path, '\'') + options + ")";
             if (sqlite3_exec(connection.get(), create.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
                 refused_[lowered(name)] = connection.error();
+            } else if (host::TableFile table = host::locateTable(path); table.backupPresent) {
+                besideBackup_.emplace(lowered(name), std::move(table));
             }
         }
+        sqlite3_set_authorizer(connection.get(), noteReads, this);
     }
     // An error of SQLite, with the reason why a table it did not find was
     // left out.
@@ -112,17 +115,39 @@ public:
     }
 
 private:
+    // Says on stderr, once for each table that a statement reads, that a
+    // backup lies beside it, as the tool's other commands do. SQLite asks
+    // while it prepares a statement.
+    static int noteReads(void *self, int action, const char *name, const char *, const char *, const char *) {
+        if (action != SQLITE_READ || name == nullptr) return SQLITE_OK;
+        auto &tables = *static_cast<Tables *>(self);
+        auto found = tables.besideBackup_.find(lowered(name));
+        if (found == tables.besideBackup_.end()) return SQLITE_OK;
+        host::guard([&found] { mindBackup(found->second, host::Access::Read); });
+        tables.besideBackup_.erase(found);
+        return SQLITE_OK;
+    }
+
     std::map<std::string, std::string> refused_;
+    std::map<std::string, host::TableFile> besideBackup_;  // by lowered SQL name, until noted
 };
 
+// The output format, and the options of the tables, checked before any
+// statement runs, so that a usage error changes nothing.
+std::string checkedFormat(const Invocation &invocation) {
+    formatRequest(invocation);
+    std::string format = invocation.value("--format").value_or("csv");
+    if (!makeWriter(format, false)) invocation.fail("unknown format '" + format + "'; csv, json or table");
+    return format;
+}
+
 // Runs one statement, writing the rows of a query.
-void runStatement(const Invocation &invocation, Connection &connection, const Tables &tables, sqlite3_stmt *statement) {
+void runStatement(const Invocation &invocation, const std::string &format, Connection &connection, const Tables &tables,
+                  sqlite3_stmt *statement) {
     int columns = sqlite3_column_count(statement);
     std::unique_ptr<RecordWriter> writer;
     if (columns > 0) {
-        std::string format = invocation.value("--format").value_or("csv");
         writer = makeWriter(format, !invocation.has("--no-header"));
-        if (!writer) invocation.fail("unknown format '" + format + "'; csv, json or table");
         std::vector<std::string> names;
         for (int i = 0; i < columns; ++i) names.emplace_back(sqlite3_column_name(statement, i));
         writer->header(names);
@@ -143,6 +168,7 @@ void runStatement(const Invocation &invocation, Connection &connection, const Ta
 }  // namespace
 
 int runSql(const Invocation &invocation) {
+    std::string format = checkedFormat(invocation);
     Connection connection;
     Tables tables(invocation, connection);
     const std::string &text = invocation.operands()[0];
@@ -154,7 +180,7 @@ int runSql(const Invocation &invocation) {
         }
         if (statement == nullptr) continue;  // only a comment or blanks were left
         std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)> owned(statement, sqlite3_finalize);
-        runStatement(invocation, connection, tables, statement);
+        runStatement(invocation, format, connection, tables, statement);
     }
     return 0;
 }

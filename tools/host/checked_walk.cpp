@@ -185,12 +185,13 @@ void CheckedWalk::finish() {
 }
 
 size_t scanTable(const TableFile &file, const TableFormat &format, uint16_t fieldCount, const IssueSink &sink,
-                 std::vector<uint64_t> *offsets) {
+                 std::vector<uint64_t> *offsets, const std::stop_token &stop) {
     RecordScanner scanner(file, format);
     bool header = format.headerRecord();
     size_t records = 0;
     size_t read = 0;
     while (std::optional<ScannedRecord> record = scanner.next()) {
+        if (stop.stop_requested()) break;
         ++records;
         std::string problem = recordProblem(*record, format, fieldCount, scanner.dataEnd());
         if (!problem.empty() && sink) sink({whereText(*record, records, header), problem});

@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -88,9 +89,10 @@ private:
 // The records of a table by the host's scan alone, with the issues that the
 // scan can tell without the driver. fieldCount is the table's. Gives the
 // number of data records that the driver reads, and their offsets in
-// offsets, if given.
+// offsets, if given. A scan that stop asks to stop ends at once, with what
+// it found so far, which then says nothing about the table.
 size_t scanTable(const TableFile &file, const TableFormat &format, uint16_t fieldCount, const IssueSink &sink,
-                 std::vector<uint64_t> *offsets = nullptr);
+                 std::vector<uint64_t> *offsets = nullptr, const std::stop_token &stop = {});
 
 // What keeps the driver from reading a scanned record, or from reading all
 // of it, as far as the scan shows; empty when nothing does.

@@ -3,15 +3,41 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "failure.h"
 
 namespace mergedb::host {
+namespace {
 
-InDirectory::InDirectory(const std::filesystem::path &directory, const std::string &label)
-    : previous_(::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+// The longest path that the driver takes, and room for the names that a
+// commit gives a table's file: a new file's beside it, and ".bk" behind a
+// name without a '.'.
+constexpr size_t LONGEST_PATH = 255;
+constexpr size_t NEW_FILE_NAME = 32;
+constexpr size_t BACKUP_SUFFIX = 3;
+
+}  // namespace
+
+std::optional<std::string> driverDirectory(const TableFile &file) {
+    std::string directory = file.directory().string();
+    if (directory.find('.') != std::string::npos) return std::nullopt;
+    std::string inPage;
+    try {
+        inPage = driverName(directory, file.label);
+    } catch (const Failure &) {
+        return std::nullopt;  // a character that the driver's code pages lack
+    }
+    size_t name = std::max(file.driverName.size(), NEW_FILE_NAME) + BACKUP_SUFFIX;
+    if (inPage.size() + 1 + name > LONGEST_PATH) return std::nullopt;
+    return inPage;
+}
+
+InDirectory::InDirectory(const std::filesystem::path &directory, const std::string &label, bool enter) {
+    if (!enter) return;
+    previous_ = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (previous_ < 0) throw Failure(label, std::string("the current directory can't be kept: ") + std::strerror(errno));
     if (::chdir(directory.c_str()) != 0) {
         int error = errno;
@@ -21,6 +47,7 @@ InDirectory::InDirectory(const std::filesystem::path &directory, const std::stri
 }
 
 InDirectory::~InDirectory() {
+    if (previous_ < 0) return;
     // A directory that was current a moment ago can be entered again, unless
     // it was removed meanwhile; then there is nowhere better to be.
     [[maybe_unused]] int back = ::fchdir(previous_);

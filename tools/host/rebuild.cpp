@@ -150,4 +150,10 @@ void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<E
     syncDirectory(file.directory(), file.label);
 }
 
+void rebuildHeld(Table &held, const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
+                 const std::function<void(const TableFile &rebuilt)> &check) {
+    rebuildWithout(file, dataEnd, dropped, check);
+    held.close();
+}
+
 }  // namespace mergedb::host

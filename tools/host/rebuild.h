@@ -14,6 +14,7 @@
 #include <functional>
 #include <vector>
 
+#include "driver.h"
 #include "table_file.h"
 
 namespace mergedb::host {
@@ -33,6 +34,14 @@ struct Extent {
 // was, and the new file gone.
 void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
                     const std::function<void(const TableFile &rebuilt)> &check);
+
+// The same, for a host that holds the table open for writing through the
+// driver (held), from before it read what it drops until now: no other
+// program's edit of the table (an insert too) can come between that read
+// and the rename and be lost with the old file. held is closed once the new
+// file has taken the table's place.
+void rebuildHeld(Table &held, const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
+                 const std::function<void(const TableFile &rebuilt)> &check);
 
 // The byte-order mark in front of a file's first record stays in front of
 // whatever record comes first, when that record is dropped.

@@ -53,6 +53,9 @@ std::string delimitedProblem(const Delimiters &delimiters, std::string_view valu
 }  // namespace
 
 Stored storedValue(const TableFormat &format, const std::string &utf8, bool lossy) {
+    if (utf8.find('\0') != std::string::npos) {
+        return {"", "holds a NUL character (U+0000), at which the driver would cut the value short"};
+    }
     Encoded encoded = fromUtf8(utf8, format.textTarget(), lossy);
     if (!encoded.problem.empty()) return {"", encoded.problem, encoded.lossyHelps};
     if (encoded.bytes.size() > LONGEST_VALUE) return {"", "is longer than " + std::to_string(LONGEST_VALUE) + " bytes"};

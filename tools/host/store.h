@@ -19,7 +19,7 @@ struct Stored {
 };
 
 // A UTF-8 value in the table's encoding, checked against the strings of
-// delimited text and the longest value.
+// delimited text and the longest value; no table stores a NUL character.
 Stored storedValue(const TableFormat &format, const std::string &utf8, bool lossy);
 
 // A field name for the head of a new tagged document of kind.

@@ -10,9 +10,9 @@
 #include <set>
 
 #include "checked_walk.h"
-#include "in_directory.h"
 #include "rebuild.h"
 #include "record_scan.h"
+#include "scans.h"
 #include "store.h"
 
 namespace mergedb::sql {
@@ -23,16 +23,16 @@ using host::Failure;
 // The driver rewrites a table at its 200th pending delete.
 constexpr size_t DELETES_PER_COMPACTION = 200;
 
-std::vector<std::string> storedBytes(const Source &source, const std::vector<std::string> &values) {
-    std::vector<std::string> bytes;
-    for (size_t i = 0; i < values.size(); ++i) {
-        host::Stored stored = host::storedValue(source.format(), values[i], false);
-        if (!stored.problem.empty()) {
-            throw Failure(source.label(), "the value for field \"" + source.fields()[i] + "\" " + stored.problem);
-        }
-        bytes.push_back(std::move(stored.bytes));
-    }
-    return bytes;
+[[noreturn]] void refuseValue(const Source &source, uint16_t field, const std::string &problem) {
+    throw Failure(source.label(), "the value for field \"" + source.fields()[field] + "\" " + problem);
+}
+
+// A value as the table stores it; throws a Failure naming the field when
+// the table can't store it.
+std::string storedBytes(const Source &source, uint16_t field, const std::string &value) {
+    host::Stored stored = host::storedValue(source.format(), value, false);
+    if (!stored.problem.empty()) refuseValue(source, field, stored.problem);
+    return std::move(stored.bytes);
 }
 
 // The bytes of the file behind its data (a final byte 26, which an insert
@@ -82,12 +82,11 @@ void editRecords(const Source &source, host::Table &table, const Pending &pendin
             table.remove();
             continue;
         }
-        std::vector<std::string> bytes = storedBytes(source, change.values);
         bool changed = false;
         for (uint16_t i = 0; i < source.fieldCount(); ++i) {
-            bool first = i == 0 && offset == 0 && source.format().bomLength != 0;
-            if (host::decodeValue(table.value(i), source.format(), first) == change.values[i]) continue;
-            table.put(i, bytes[i]);
+            const std::string &value = change.values[i];
+            if (host::decodeValue(table.value(i), source.format(), firstOfFile(source, offset, i)) == value) continue;
+            table.put(i, storedBytes(source, i, value));
             changed = true;
         }
         if (changed) table.update();
@@ -97,10 +96,10 @@ void editRecords(const Source &source, host::Table &table, const Pending &pendin
 void insertRecords(const Source &source, host::Table &table, const Pending &pending) {
     for (const auto &[rowid, change] : pending.changes()) {
         if (change.edit != Edit::Insert) continue;
-        std::vector<std::string> bytes = storedBytes(source, change.values);
         table.clear();
         for (uint16_t i = 0; i < source.fieldCount(); ++i) {
-            if (!bytes[i].empty()) table.put(i, bytes[i]);
+            std::string bytes = storedBytes(source, i, change.values[i]);
+            if (!bytes.empty()) table.put(i, bytes);
         }
         table.insert();
     }
@@ -125,7 +124,9 @@ std::unique_ptr<host::Table> openForCommit(const Source &source) {
 // updates (each at its record's new place) and the inserts there, and its
 // close commits that file; only a new file that reads whole, with every
 // kept record where it should be, takes the table's place, in one rename.
-void commitByRewrite(const Source &source, const Pending &pending, const EditBase &base) {
+// The table stays held through the driver until then, so that no other
+// program's edit of it goes with the old file.
+void commitByRewrite(const Source &source, host::Table &held, const Pending &pending, const EditBase &base) {
     const host::TableFile &file = source.file();
     host::RecordScanner scanner(file, source.format());
     std::vector<host::Extent> dropped;
@@ -140,7 +141,7 @@ void commitByRewrite(const Source &source, const Pending &pending, const EditBas
     }
     host::keepByteOrderMark(dropped, source.format().bomLength);
     std::vector<uint64_t> before = surveyOffsets(file, source.format(), source.fieldCount());
-    host::rebuildWithout(file, base.dataEnd, dropped, [&](const host::TableFile &rebuilt) {
+    host::rebuildHeld(held, file, base.dataEnd, dropped, [&](const host::TableFile &rebuilt) {
         std::vector<uint64_t> after = surveyOffsets(rebuilt, source.format(), source.fieldCount());
         Moves moves;
         for (uint64_t offset : before) {
@@ -155,7 +156,7 @@ void commitByRewrite(const Source &source, const Pending &pending, const EditBas
         std::unique_ptr<host::Table> table = source.open(host::Access::Write, &rebuilt);
         editRecords(source, *table, pending, &moves);
         insertRecords(source, *table, pending);
-        host::InDirectory here(rebuilt.directory(), file.label);
+        host::InDirectory here = source.visit();
         table->close();
         surveyOffsets(host::locateTable(rebuilt.path.string()), source.format(), source.fieldCount());
     });
@@ -178,38 +179,54 @@ EditBase prepareEdit(Source &source) {
     return base;
 }
 
-void checkRecord(const Source &source, const std::vector<std::string> &values) {
-    std::vector<std::string> bytes = storedBytes(source, values);
+void checkRecord(Source &source, const std::vector<std::string> &values, std::optional<uint64_t> rowid) {
+    std::optional<std::vector<std::string>> now;  // the record in the file, read when a value needs it
+    std::vector<std::string> bytes;
+    for (uint16_t i = 0; i < source.fieldCount(); ++i) {
+        host::Stored stored = host::storedValue(source.format(), values[i], false);
+        if (stored.problem.empty()) {
+            bytes.push_back(std::move(stored.bytes));
+            continue;
+        }
+        if (rowid && !now) now = recordAt(source, *rowid).value_or(std::vector<std::string>());
+        bool unchanged = now && i < now->size() &&
+                         host::decodeValue((*now)[i], source.format(), firstOfFile(source, *rowid, i)) == values[i];
+        if (!unchanged) refuseValue(source, i, stored.problem);
+        bytes.push_back((*now)[i]);
+    }
     if (host::recordSize(source.format(), source.kind(), bytes) > host::LONGEST_RECORD) {
         throw Failure(source.label(), "the record would be longer than the " + std::to_string(host::LONGEST_RECORD) +
                                           " bytes of the longest record that the driver reads");
     }
 }
 
-void applyChanges(Source &source, const Pending &pending, const EditBase &base) {
-    if (pending.empty()) return;
+std::unique_ptr<host::Table> holdForCommit(Source &source, const EditBase &base) {
+    std::unique_ptr<host::Table> held = openForCommit(source);
     source.refresh();
     if (!(source.stamp() == base.stamp)) {
         throw Failure(source.label(), "was changed by another program since this transaction read it; nothing "
                                       "was changed (roll back, and make the changes again)");
     }
     host::requireEditable(source.file());
+    return held;
+}
+
+void applyChanges(Source &source, host::Table &held, const Pending &pending, const EditBase &base) {
     if (pending.deletes() >= DELETES_PER_COMPACTION) {
-        commitByRewrite(source, pending, base);
+        commitByRewrite(source, held, pending, base);
         return;
     }
     FileEnd end(source.file(), base.dataEnd);
-    std::unique_ptr<host::Table> table = openForCommit(source);
-    editRecords(source, *table, pending);
+    editRecords(source, held, pending);
     try {
-        insertRecords(source, *table, pending);
+        insertRecords(source, held, pending);
     } catch (const Failure &) {
         end.restore();
         throw;
     }
-    host::InDirectory here(source.file().directory(), source.label());
+    host::InDirectory here = source.visit();
     try {
-        table->close();
+        held.close();
     } catch (const Failure &failure) {
         throw host::afterFailedCommit(source.file(), failure);
     }

@@ -1,6 +1,7 @@
 #include "module.h"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "commit.h"
+#include "transaction.h"
 #include "failure.h"
 #include "json_text.h"
 #include "pending.h"
@@ -22,6 +24,7 @@ namespace {
 
 constexpr const char *MODULE_NAME = "mergedb";
 constexpr double BYTES_PER_RECORD = 100;  // for the planner's estimates
+constexpr double LARGEST_ROWID = 0x1p63;  // rowids lie below it
 // The table-valued function: a record as JSON, then its arguments.
 constexpr int FUNCTION_RECORD = 0;
 constexpr int FUNCTION_PATH = 1;
@@ -35,11 +38,18 @@ std::recursive_mutex &driverLock() {
     return lock;
 }
 
-struct Table : sqlite3_vtab {
-    std::unique_ptr<Source> source;  // none for the table-valued function
+struct Table : sqlite3_vtab, TableChanges {
+    explicit Table(Transaction &transaction) : transaction(transaction) {}
+    ~Table() {
+        transaction.leave(*this);
+        held.reset();  // before the source whose database it is open in
+    }
+    Table(const Table &) = delete;
+    Table &operator=(const Table &) = delete;
+
+    Transaction &transaction;        // of the table's connection
+    std::unique_ptr<Source> owned;   // none for the table-valued function
     std::vector<std::string> columns;
-    Pending pending;
-    std::optional<EditBase> base;
 };
 
 struct Cursor : sqlite3_vtab_cursor {
@@ -93,15 +103,17 @@ std::string textOf(sqlite3_value *value) {
     return text == nullptr ? "" : std::string(text, static_cast<size_t>(sqlite3_value_bytes(value)));
 }
 
-int connect(sqlite3 *db, void *, int argc, const char *const *argv, sqlite3_vtab **made, char **error) {
+int connect(sqlite3 *db, void *transaction, int argc, const char *const *argv, sqlite3_vtab **made, char **error) {
     std::lock_guard<std::recursive_mutex> lock(driverLock());
-    auto table = std::make_unique<Table>();
+    auto table = std::make_unique<Table>(*static_cast<Transaction *>(transaction));
     std::string schema = FUNCTION_SCHEMA;
     std::optional<std::string> failure = host::guard([&] {
         if (argc <= 3 && std::string_view(argv[2]) == MODULE_NAME) return;  // the table-valued function
         std::vector<std::string> arguments(argv + 3, argv + argc);
-        table->source = std::make_unique<Source>(parseArguments(arguments));
+        table->owned = std::make_unique<Source>(parseArguments(arguments));
+        table->source = table->owned.get();
         table->columns = table->source->columnNames();
+        table->transaction.join(*table);
         schema = schemaOf(table->columns);
     });
     if (failure) {
@@ -205,6 +217,28 @@ void startFunction(Cursor &cursor, int given, int argc, sqlite3_value **argv) {
     cursor.scan = forwardScan(*cursor.source);
 }
 
+// The rowid that the value of rowid = ? names, taken as SQLite takes a
+// value compared with a rowid (numeric affinity): an integer, a real that
+// is one, or a text that reads as one of them. Nothing for anything else,
+// which no rowid equals.
+std::optional<uint64_t> rowidOf(sqlite3_value *value) {
+    std::unique_ptr<sqlite3_value, void (*)(sqlite3_value *)> copy(sqlite3_value_dup(value), sqlite3_value_free);
+    if (!copy) throw std::bad_alloc();
+    switch (sqlite3_value_numeric_type(copy.get())) {
+    case SQLITE_INTEGER: {
+        sqlite3_int64 number = sqlite3_value_int64(copy.get());
+        if (number >= 0) return static_cast<uint64_t>(number);
+        return std::nullopt;
+    }
+    case SQLITE_FLOAT: {
+        double number = sqlite3_value_double(copy.get());
+        if (number >= 0 && number < LARGEST_ROWID && std::floor(number) == number) return static_cast<uint64_t>(number);
+        return std::nullopt;
+    }
+    default: return std::nullopt;
+    }
+}
+
 void startTable(Cursor &cursor, Way way, const char *planText, int argc, sqlite3_value **argv) {
     Table &table = cursor.table();
     Source &source = *table.source;
@@ -216,8 +250,9 @@ void startTable(Cursor &cursor, Way way, const char *planText, int argc, sqlite3
     cursor.backward = way == Way::Backward;
     cursor.insertedFirst = cursor.backward;
     if (way == Way::Jump) {
-        if (argc < 1 || sqlite3_value_type(argv[0]) != SQLITE_INTEGER) return;
-        auto rowid = static_cast<uint64_t>(sqlite3_value_int64(argv[0]));
+        std::optional<uint64_t> named = argc < 1 ? std::nullopt : rowidOf(argv[0]);
+        if (!named) return;
+        uint64_t rowid = *named;
         const Change *change = pending.find(rowid);
         if (change != nullptr && change->edit == Edit::Insert) {
             cursor.inserted.emplace_back(rowid, change->values);
@@ -325,11 +360,13 @@ int update(sqlite3_vtab *vtab, int argc, sqlite3_value **argv, sqlite3_int64 *ne
             return;
         }
         std::vector<std::string> values = rowValues(table, argv + 2);
-        checkRecord(source, values);
         if (inserting) {
+            checkRecord(source, values, std::nullopt);
             *newRowid = static_cast<sqlite3_int64>(table.pending.insert(std::move(values), table.base->dataEnd));
         } else {
-            table.pending.update(static_cast<uint64_t>(sqlite3_value_int64(argv[0])), std::move(values));
+            auto rowid = static_cast<uint64_t>(sqlite3_value_int64(argv[0]));
+            checkRecord(source, values, rowid);
+            table.pending.update(rowid, std::move(values));
         }
     });
 }
@@ -339,15 +376,13 @@ int begin(sqlite3_vtab *) { return SQLITE_OK; }
 int sync(sqlite3_vtab *vtab) {
     Table &table = *static_cast<Table *>(vtab);
     return run(vtab, [&] {
-        if (table.base) applyChanges(*table.source, table.pending, *table.base);
+        table.transaction.commit(table);
     });
 }
 
 int finish(sqlite3_vtab *vtab) {
-    Table &table = *static_cast<Table *>(vtab);
     std::lock_guard<std::recursive_mutex> lock(driverLock());
-    table.pending.clear();
-    table.base.reset();
+    Transaction::end(*static_cast<Table *>(vtab));
     return SQLITE_OK;
 }
 
@@ -396,7 +431,8 @@ sqlite3_module makeModule() {
 
 int registerModule(sqlite3 *db) {
     static const sqlite3_module module = makeModule();
-    return sqlite3_create_module(db, MODULE_NAME, &module, nullptr);
+    return sqlite3_create_module_v2(db, MODULE_NAME, &module, new Transaction(),
+                                    [](void *transaction) { delete static_cast<Transaction *>(transaction); });
 }
 
 }  // namespace mergedb::sql

@@ -27,12 +27,6 @@ bool readsAt(host::Table &table, uint64_t offset, const std::vector<std::string>
     return wanted == nullptr || rawValues(table, static_cast<uint16_t>(wanted->size())) == *wanted;
 }
 
-// Whether a value is the first of the file, which begins with the
-// byte-order mark.
-bool firstOfFile(const Source &source, uint64_t offset, uint16_t field) {
-    return field == 0 && offset == 0 && source.format().bomLength != 0;
-}
-
 // The start of the record that the driver stands on, which ends at end:
 // the first of the host's places before end where the driver reads the
 // same record. The driver stands on it again afterwards.
@@ -70,6 +64,7 @@ public:
     std::string value(uint16_t field) override {
         return textOf(source_, values_[field], firstOfFile(source_, rowid_, field), [this] { return rowid_; });
     }
+    const std::vector<std::string> &bytes() const { return values_; }
 
 private:
     // A rowid names a record when the driver reads one there, and the record
@@ -139,8 +134,14 @@ public:
             return;
         }
         stamp_ = source.stamp();
-        survey_ = std::async(std::launch::async, surveyOffsets, source.file(), source.format(), source.fieldCount());
+        survey_ = std::async(std::launch::async, surveyOffsets, source.file(), source.format(), source.fieldCount(),
+                             stopSurvey_.get_token());
     }
+    // A query that ends before the search does (a LIMIT) stops the survey
+    // rather than wait for it: nothing then rests on it.
+    ~FindScan() override { stopSurvey_.request_stop(); }
+    FindScan(const FindScan &) = delete;
+    FindScan &operator=(const FindScan &) = delete;
     bool next() override {
         rowid_.reset();
         while (table_->find(!started_) == Moved::Record) {
@@ -190,7 +191,8 @@ private:
 
     Source &source_;
     std::unique_ptr<host::Table> table_;
-    std::future<std::vector<uint64_t>> survey_;
+    std::stop_source stopSurvey_;
+    std::future<std::vector<uint64_t>> survey_;  // joined as it goes, after the stop
     Stamp stamp_;
     std::vector<uint64_t> offsets_;
     std::optional<uint64_t> rowid_;
@@ -203,6 +205,12 @@ private:
 std::unique_ptr<FileScan> forwardScan(Source &source) { return std::make_unique<ForwardScan>(source); }
 
 std::unique_ptr<FileScan> jumpScan(Source &source, uint64_t rowid) { return std::make_unique<JumpScan>(source, rowid); }
+
+std::optional<std::vector<std::string>> recordAt(Source &source, uint64_t rowid) {
+    JumpScan scan(source, rowid);
+    if (!scan.next()) return std::nullopt;
+    return scan.bytes();
+}
 
 std::unique_ptr<FileScan> backwardScan(Source &source) { return std::make_unique<BackwardScan>(source); }
 

@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,9 @@ struct Criterion {
 
 std::unique_ptr<FileScan> forwardScan(Source &source);
 std::unique_ptr<FileScan> jumpScan(Source &source, uint64_t rowid);
+// The values of the record at rowid as the driver gives them, found as a
+// jump finds it; nothing when no record of the file begins there.
+std::optional<std::vector<std::string>> recordAt(Source &source, uint64_t rowid);
 std::unique_ptr<FileScan> backwardScan(Source &source);
 std::unique_ptr<FileScan> findScan(Source &source, const std::vector<Criterion> &example);
 

@@ -8,7 +8,6 @@
 
 #include "checked_walk.h"
 #include "codepage.h"
-#include "in_directory.h"
 #include "record_scan.h"
 
 namespace mergedb::sql {
@@ -23,9 +22,11 @@ std::string folded(const std::string &name) {
 }  // namespace
 
 Source::Source(const TableArguments &arguments)
-    : file_(host::locateTable(arguments.path)), format_(host::resolveFormat(file_, arguments.request)) {
-    host::InDirectory here(file_.directory(), file_.label);
-    database_ = std::make_unique<host::Database>(session_, format_.subtype(), "");
+    : file_(host::locateTable(arguments.path)),
+      format_(host::resolveFormat(file_, arguments.request)),
+      driverDirectory_(host::driverDirectory(file_)) {
+    host::InDirectory here = visit();
+    database_ = std::make_unique<host::Database>(session_, format_.subtype(), driverDirectory_.value_or(""));
     std::unique_ptr<host::Table> table = open(host::Access::Read);
     kind_ = table->kind();
     if (!format_.tagged && table->fieldCount() == 0) {
@@ -50,7 +51,7 @@ std::vector<std::string> Source::columnNames() const {
 }
 
 std::unique_ptr<host::Table> Source::open(host::Access access, const host::TableFile *other) const {
-    host::InDirectory here(file_.directory(), file_.label);
+    host::InDirectory here = visit();
     return std::make_unique<host::Table>(*database_, (other != nullptr ? *other : file_).driverName, file_.label,
                                          format_.subtype(), format_.delimiters, access);
 }
@@ -79,11 +80,11 @@ void Source::keepSurvey(const Stamp &stamp, std::vector<uint64_t> offsets) {
 }
 
 std::vector<uint64_t> surveyOffsets(const host::TableFile &file, const host::TableFormat &format,
-                                    uint16_t fieldCount) {
+                                    uint16_t fieldCount, const std::stop_token &stop) {
     std::vector<uint64_t> offsets;
     host::scanTable(file, format, fieldCount, [&file](const host::Issue &issue) {
         notWhole(file.label, issue.where, issue.what);
-    }, &offsets);
+    }, &offsets, stop);
     return offsets;
 }
 
@@ -95,6 +96,10 @@ void explainNotWhole(Source &source, const std::string &where, const std::string
     source.refresh();
     surveyOffsets(source.file(), source.format(), source.fieldCount());
     notWhole(source.label(), where, what);
+}
+
+bool firstOfFile(const Source &source, uint64_t offset, uint16_t field) {
+    return field == 0 && offset == 0 && source.format().bomLength != 0;
 }
 
 std::string textOf(const Source &source, std::string bytes, bool firstOfFile,

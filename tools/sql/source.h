@@ -1,7 +1,8 @@
 // A table as SQL sees it: the file that the arguments name, found and read
 // as the tool finds and reads it (the same checks of the file, the same
 // guesses of delimiters and encoding), with its fields as columns. The
-// driver opens it from inside its directory, by its bare name.
+// driver reaches it by the path of its directory, or from inside it
+// (in_directory.h).
 #pragma once
 
 #include <sys/types.h>
@@ -10,11 +11,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
 #include "arguments.h"
 #include "driver.h"
+#include "in_directory.h"
 #include "table_file.h"
 #include "table_format.h"
 
@@ -47,9 +50,12 @@ public:
     // else at the start of the file (the header record stands there).
     uint64_t firstRecordOffset() const { return firstRecord_; }
 
-    // The table through the driver, opened in its directory; or another
-    // file of the same directory and format.
+    // The table through the driver; or another file of the same directory
+    // and format.
     std::unique_ptr<host::Table> open(host::Access access, const host::TableFile *other = nullptr) const;
+    // In the table's directory, for as long as the result lives, where the
+    // driver must be there to commit the table (in_directory.h).
+    host::InDirectory visit() const { return {file_.directory(), file_.label, !driverDirectory_}; }
     // The file as it is on the disk now; throws when it is gone.
     Stamp stamp() const;
     // Looks at the file again: its size and a backup beside it.
@@ -63,6 +69,7 @@ public:
 private:
     host::TableFile file_;
     host::TableFormat format_;
+    std::optional<std::string> driverDirectory_;  // the database's path; none: the table's directory is entered
     host::Session session_;
     std::unique_ptr<host::Database> database_;
     std::vector<std::string> fields_;
@@ -75,9 +82,9 @@ private:
 // The offsets of a table's data records by the host's scan alone, which
 // throws a Failure at the first record that the driver would not read
 // whole. It reads the file and nothing else, so another thread may run it
-// while the driver works.
+// while the driver works; stop ends it early, with a part of no use.
 std::vector<uint64_t> surveyOffsets(const host::TableFile &file, const host::TableFormat &format,
-                                    uint16_t fieldCount);
+                                    uint16_t fieldCount, const std::stop_token &stop = {});
 
 // Throws a Failure naming where the table is not whole: the issue of a
 // walk, for SQL.
@@ -86,6 +93,10 @@ std::vector<uint64_t> surveyOffsets(const host::TableFile &file, const host::Tab
 // Throws the Failure that tells why the driver did not read a table as the
 // host's scan does: the first issue of that scan, or what the driver did.
 [[noreturn]] void explainNotWhole(Source &source, const std::string &where, const std::string &what);
+
+// Whether a value is the first of the file, which begins with the
+// byte-order mark.
+bool firstOfFile(const Source &source, uint64_t offset, uint16_t field);
 
 // A value as the driver gives it, as UTF-8, or a Failure when a UTF-8
 // table holds bytes that are not (as a checked walk would tell it); offset
