@@ -148,12 +148,15 @@ test_Whole() {
   expect 1 'Ann,Oslo\n' dump open.csv
   told "open.csv: record 2 at byte 10: the last 8 bytes have no record delimiter (CR LF) behind them, so the driver reads no record there"
   expect 0 'Ann,Oslo\n' dump --partial open.csv
-  expect_error 1 'its last record has no record delimiter (CR LF) behind it' insert open.csv 1=Cy 2=Pisa
-  expect 0 'inserted 1 record\n' insert --fix-end open.csv 1=Cy 2=Pisa
-  printf 'Ann,Oslo\r\nBob,Rome\r\n"Cy","Pisa"\r\n' | cmp -s - open.csv || fail "open.csv: $(od -c open.csv)"
+  # An insert checks everything before it changes a byte, --fix-end too.
   local half
   half=$(head -c 15000 /dev/zero | tr '\0' x)
-  expect_error 1 'the new record would be longer than the 28672 bytes' insert open.csv 1="$half" 2="$half"
+  cp open.csv before.csv
+  expect_error 1 'its last record has no record delimiter (CR LF) behind it' insert open.csv 1=Cy 2=Pisa
+  expect_error 1 'the new record would be longer than the 28672 bytes' insert --fix-end open.csv 1="$half" 2="$half"
+  same before.csv open.csv
+  expect 0 'inserted 1 record\n' insert --fix-end open.csv 1=Cy 2=Pisa
+  printf 'Ann,Oslo\r\nBob,Rome\r\n"Cy","Pisa"\r\n' | cmp -s - open.csv || fail "open.csv: $(od -c open.csv)"
   # A record over the driver's limit is passed over, and the walk goes on.
   { printf 'a,b\r\nc,'; head -c 30000 /dev/zero | tr '\0' x; printf '\r\ne,f\r\n'; } >long.csv
   expect 1 'a,b\ne,f\n' dump long.csv
@@ -161,6 +164,10 @@ test_Whole() {
   printf 'a,b\r\n"c,d\r\ne,f\r\n' >quote.csv
   expect 1 'a,b\n' find quote.csv 1=*
   told "quote.csv: record 2 at byte 5: the quote at byte 5 does not close, so the driver reads no record from here to the end of the file (11 bytes)"
+  cp quote.csv before.csv
+  expect 1 '' insert quote.csv 1=x
+  told "quote.csv: was not read whole (told above), so nothing was changed; make it read whole first"
+  same before.csv quote.csv
   printf 'a,b\nc,d,e\nf\ng,h\n' >ragged.csv
   expect 1 'a,b\nc,d\ng,h\n' dump ragged.csv
   told "ragged.csv: record 2 at byte 4: has 3 fields, the table 2; the driver reads only the first 2" \

@@ -123,7 +123,8 @@ std::vector<CommandSpec> makeCommands() {
          join({BLANK, OUTPUT, PARTIAL, DELIMITED}), runFind},
         {"insert", "TABLE NAME=VALUE...", 2, ANY, "add a record",
          describe({"Adds a record with the values given; the other fields are empty. A delimited\n"
-                   "table without fields gets the fields 1 up to the highest number named. A\n"
+                   "table without fields gets the fields 1 up to the highest number named. The\n"
+                   "whole table is read first, and nothing changes unless it reads whole. A\n"
                    "delimited file whose last record has no record delimiter is refused, since\n"
                    "the new record would join it; --fix-end adds the delimiter first.", TABLE_NOTE}),
          join({{{"--fix-end", "", "end the file's last record before the new one"}}, LOSSY, DELIMITED}), runInsert},

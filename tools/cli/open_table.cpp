@@ -81,7 +81,7 @@ TableFile enteredTable(const Invocation &invocation, const std::string &argument
     return file;
 }
 
-host::TableFormat prepared(host::TableFormat format, const TableFile &file, const OpenTable::Prepare &prepare) {
+host::TableFormat prepared(host::TableFormat format, TableFile &file, const OpenTable::Prepare &prepare) {
     if (prepare) prepare(file, format);
     return format;
 }

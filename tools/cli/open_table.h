@@ -43,9 +43,9 @@ void mindBackup(const host::TableFile &file, host::Access access);
 // A table open through the driver, in its directory, with the checks that
 // come before: the backup, and for an edit the permissions that a commit
 // needs. prepare, if given, runs after these checks, before the driver
-// opens the table.
+// opens the table; what it changes in the file it sets down in file.
 struct OpenTable {
-    using Prepare = std::function<void(const host::TableFile &, const host::TableFormat &)>;
+    using Prepare = std::function<void(host::TableFile &, const host::TableFormat &)>;
 
     OpenTable(const Invocation &invocation, const std::string &argument, host::Access access,
               const Prepare &prepare = {});
