@@ -220,8 +220,24 @@ test_Files() {
   cp contacts.txt private.txt && chmod 600 private.txt
   expect 0 'updated 1 record\n' update private.txt --where 1=zo* --set 2=Bonn
   [ "$(stat -c %a private.txt)" = 600 ] || fail "update: private.txt became $(stat -c %a private.txt)"
-  # An edit of a table that may not be written is refused before anything
-  # is touched; as root that takes another user.
+  # A file without a write bit is read-only to the driver, root's too, and
+  # an edit is refused before anything is touched.
+  cp contacts.txt ro.txt && chmod 444 ro.txt
+  expect_error 1 'ro.txt: is read-only: it has no write permission bit' update ro.txt --where 1=jos* --set 2=x
+  same contacts.txt ro.txt
+  [ ! -e ro.bk ] || fail "a read-only table left a backup"
+  # A table that another process holds (a dump that waits for its reader)
+  # is told to be held.
+  for i in $(seq 1 5000); do printf '"%d","a record that fills a pipe"\r\n' "$i"; done >held.txt
+  mkfifo started
+  "$tool" dump held.txt | { IFS= read -r _; echo >started; exec sleep 60; } &
+  local reader=$!
+  read -r _ <started
+  expect_error 1 'held.txt: The table file could not be opened. The table is held by another process' \
+    update held.txt --where 1=1 --set 2=x
+  kill "$reader"
+  wait
+  # As root, a table that another user may not write takes that user.
   if [ "$(id -u)" -ne 0 ] || ! command -v setpriv >/dev/null; then
     echo "read-only tables: not checked (needs root and setpriv to run as another user)"
     return

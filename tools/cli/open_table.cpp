@@ -88,11 +88,9 @@ host::TableFormat prepared(host::TableFormat format, TableFile &file, const Open
 
 // What keeps the driver from opening a table that the checks before let
 // pass, said with what to do about it.
-std::string openFailure(const host::DriverError &error) {
+std::string openFailure(const host::DriverError &error, const TableFile &file, Access access) {
     switch (error.code()) {
-    case ERR_OPEN:
-        return error.reason() + " Another process may hold it open for writing, or be committing it: try again "
-                                "when that is done.";
+    case ERR_OPEN: return error.reason() + " The table " + host::openRefusal(file, access == Access::Write) + ".";
     case ERR_END_OF_FILE:
         return error.reason() + " The driver found no whole first record to learn the fields from: the line has " +
                "no record delimiter behind it (insert --fix-end adds one; --record-delimiter names another), or " +
@@ -102,6 +100,14 @@ std::string openFailure(const host::DriverError &error) {
                std::to_string(host::LONGEST_RECORD) + " bytes that the driver reads.";
     default: return error.reason();
     }
+}
+
+// The table through the driver, which opens it from its directory by name.
+host::Table openedTable(const host::Database &database, const TableFile &file, const host::TableFormat &format,
+                        Access access) try {
+    return host::Table(database, file.driverName, file.label, format.subtype(), format.delimiters, access);
+} catch (const host::DriverError &error) {
+    throw Failure(file.label, openFailure(error, file, access));
 }
 
 }  // namespace
@@ -162,17 +168,15 @@ void commitEdits(OpenTable &open) {
 }
 
 OpenTable::OpenTable(const Invocation &invocation, const std::string &argument, Access access,
-                     const Prepare &prepare) try
+                     const Prepare &prepare)
     : file(enteredTable(invocation, argument, access)),
       format(prepared(host::resolveFormat(file, formatRequest(invocation)), file, prepare)),
       database(session, format.subtype(), ""),
-      table(database, file.driverName, file.label, format.subtype(), format.delimiters, access) {
+      table(openedTable(database, file, format, access)) {
     if (!format.mixedLineEnds.empty()) {
         note(file.label, "note: the line ends are mixed (" + format.mixedLineEnds +
                              "); LF ends a record and CR is ignored. --record-delimiter names the one to take");
     }
-} catch (const host::DriverError &error) {
-    throw Failure(labelOf(argument), openFailure(error));
 }
 
 IssuePrinter::~IssuePrinter() {

@@ -1,5 +1,6 @@
 #include "table_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,6 +26,12 @@ const char *notATable(mode_t mode) {
     if (S_ISSOCK(mode)) return "is a socket, not a table file";
     return "is a device, not a table file";
 }
+
+constexpr const char *NO_WRITE_BIT =
+    "is read-only: it has no write permission bit, which the driver takes as read-only for everyone, root too "
+    "(chmod u+w gives it one)";
+
+bool hasWriteBit(mode_t mode) { return (mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0; }
 
 TableFile described(const std::string &argument, const std::filesystem::path &path) {
     TableFile file;
@@ -104,10 +111,28 @@ void requireEditable(const TableFile &file) {
     if (::access(file.path.c_str(), W_OK) != 0) {
         throw Failure(file.label, "is read-only (no permission to write it); nothing was changed");
     }
+    struct stat facts{};
+    if (::stat(file.path.c_str(), &facts) == 0 && !hasWriteBit(facts.st_mode)) {
+        throw Failure(file.label, std::string(NO_WRITE_BIT) + "; nothing was changed");
+    }
     if (::access(file.directory().c_str(), W_OK | X_OK) != 0) {
         throw Failure(file.label, "its directory " + file.directory().string() +
                                       " is read-only, and a commit renames the table there; nothing was changed");
     }
+}
+
+std::string openRefusal(const TableFile &file, bool write) {
+    struct stat facts{};
+    if (::stat(file.path.c_str(), &facts) != 0) return "can't be found any more: " + std::string(std::strerror(errno));
+    if (const char *reason = notATable(facts.st_mode)) return reason;
+    if (write && !hasWriteBit(facts.st_mode)) return NO_WRITE_BIT;
+    int fd = ::open(file.path.c_str(), (write ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return "can't be opened: " + std::string(std::strerror(errno));
+    ::close(fd);
+    return std::string("is held by another process: ") +
+           (write ? "a program has it open, and a table is changed only where no one else has it open"
+                  : "a program is changing it, and shares it with no one meanwhile") +
+           "; try again when that program is done with it";
 }
 
 std::string driverName(std::string_view utf8, const std::string &label) {

@@ -46,8 +46,19 @@ TableFile plannedTable(const std::string &argument);
 // a name that is not the driver's backup name of the table itself, no
 // backup beside it (a commit that did not finish, which the next commit
 // would fail on), and the permission to write the table and to rename it
-// in its directory. Throws a Failure saying that nothing was changed.
+// in its directory. A file without any write permission bit is read-only
+// for the driver, as a file with Windows' read-only attribute, even where
+// the process may write it. Throws a Failure saying that nothing was
+// changed.
 void requireEditable(const TableFile &file);
+
+// Why the driver could not open a table that the checks before let pass,
+// as words behind its name: "is held by another process ..." when the
+// file is there, a regular file, not read-only, and opens for the process
+// itself as the driver was asked to open it (for writing when write), so
+// that only another process's share mode is left to refuse it; else what
+// was found instead.
+std::string openRefusal(const TableFile &file, bool write);
 
 // What a commit that failed leaves: once it has renamed the table (a full
 // disk, a write error), the old table stands under the driver's backup name
