@@ -209,8 +209,10 @@ test_Files() {
   cp contacts.txt café.csv
   expect 0 "$records" dump café.csv
   cp contacts.txt 'a–b.csv'
+  cp contacts.txt m.txt  # listed behind link.csv, which leads into another directory
   run tables --long .
   grep -qxF "$(printf "café.csv\ttext\t3 fields\t',' CR LF code page 437")" "$out" &&
+    grep -qxF "$(printf "m.txt\ttext\t3 fields\t',' CR LF code page 437")" "$out" &&
     grep -qx "a.b.csv.not a table: its name holds characters that the driver's code pages lack" "$out" ||
     fail "tables: $(cat "$out")"
   rm 'a–b.csv'

@@ -72,12 +72,11 @@ TableFile standardInput() {
     return file;
 }
 
-TableFile enteredTable(const Invocation &invocation, const std::string &argument, Access access) {
+TableFile checkedTable(const Invocation &invocation, const std::string &argument, Access access) {
     TableFile file = namedTable(invocation, argument, access);
     if (::access(file.path.c_str(), R_OK) != 0) throw Failure(file.label, "can't be read: permission denied");
     if (access == Access::Write) host::requireEditable(file);
     mindBackup(file, access);
-    enterDirectory(file);
     return file;
 }
 
@@ -169,7 +168,8 @@ void commitEdits(OpenTable &open) {
 
 OpenTable::OpenTable(const Invocation &invocation, const std::string &argument, Access access,
                      const Prepare &prepare)
-    : file(enteredTable(invocation, argument, access)),
+    : file(checkedTable(invocation, argument, access)),
+      directory(file.directory(), file.label),
       format(prepared(host::resolveFormat(file, formatRequest(invocation)), file, prepare)),
       database(session, format.subtype(), ""),
       table(openedTable(database, file, format, access)) {

@@ -12,6 +12,7 @@
 #include "arguments.h"
 #include "checked_walk.h"
 #include "driver.h"
+#include "in_directory.h"
 #include "table_file.h"
 #include "table_format.h"
 
@@ -40,10 +41,12 @@ void enterDirectory(const host::TableFile &file);
 void mindBackup(const host::TableFile &file, host::Access access);
 
 
-// A table open through the driver, in its directory, with the checks that
-// come before: the backup, and for an edit the permissions that a commit
-// needs. prepare, if given, runs after these checks, before the driver
-// opens the table; what it changes in the file it sets down in file.
+// A table open through the driver, with the checks that come before: the
+// backup, and for an edit the permissions that a commit needs. prepare, if
+// given, runs after these checks, before the driver opens the table; what
+// it changes in the file it sets down in file. The process stays in the
+// table's directory while the table is open, and goes back to the
+// directory it came from when it closes.
 struct OpenTable {
     using Prepare = std::function<void(host::TableFile &, const host::TableFormat &)>;
 
@@ -51,6 +54,7 @@ struct OpenTable {
               const Prepare &prepare = {});
 
     host::TableFile file;
+    host::InDirectory directory;
     host::TableFormat format;
     host::Session session;
     host::Database database;

@@ -10,8 +10,19 @@
 
 namespace mergedb::host {
 
+namespace {
+
+// A directory kept to come back to needs no permission to be read.
+#ifdef O_PATH
+constexpr int KEPT = O_PATH;
+#else
+constexpr int KEPT = O_RDONLY;
+#endif
+
+}  // namespace
+
 InDirectory::InDirectory(const std::filesystem::path &directory, const std::string &label)
-    : previous_(::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    : previous_(::open(".", KEPT | O_DIRECTORY | O_CLOEXEC)) {
     if (previous_ < 0) throw Failure(label, std::string("the current directory can't be kept: ") + std::strerror(errno));
     if (::chdir(directory.c_str()) != 0) {
         int error = errno;
