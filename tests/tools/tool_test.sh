@@ -108,6 +108,14 @@ test_Sniff() {
   expect 0 'City\nKöln\n' find --header --field city bom.csv 'name=JOSÉ'
   expect 0 '0\tName\n1\tCity\n' fields --header bom.csv
   told "bom.csv: read as delimited text; field delimiter ';' (found); record delimiter LF (found); quote '\"'; ignore none; encoding UTF-8 (found), with a byte-order mark; field names from the first record (--header)"
+  # A field's own name goes before one alike in case; a name of two fields
+  # is refused; JSON keys are each once.
+  printf 'Straße,a,,A,Ab,AB,d,d\n1,2,3,4,5,6,7,8\n' >case.csv
+  expect 0 'updated 1 record\n' update --header case.csv --where a=2 --set A=x
+  expect 0 '{"Straße":"1","a":"2","":"3","A":"x","Ab":"5","AB":"6","d":"7","d_2":"8"}\n' dump --header --format json case.csv
+  expect_error 1 "the field name 'ab' fits several fields that differ only in case: 'Ab' (field 5), 'AB' (field 6)" \
+    find --header case.csv ab=5
+  expect_error 1 "has 2 fields named 'd' (fields 7, 8); name the one meant by its number" find --header case.csv d=7
   printf '\xff\xfeA\0' >utf16.csv
   expect_error 1 'begins with a UTF-16 byte-order mark' dump utf16.csv
 }

@@ -113,7 +113,9 @@ std::vector<CommandSpec> makeCommands() {
          describe({"Writes every record of TABLE: as CSV (RFC 4180 quoting, lines end with LF)\n"
                    "with a first line of the field names where the table has names (a tagged\n"
                    "document, or --header), as JSON lines, or as a table for the terminal. A\n"
-                   "long walk shows its progress on stderr when that is a terminal.",
+                   "JSON key is the field's name, and a name that an earlier field has already\n"
+                   "gets _2 behind it (or _3, ..., the first that no field has). A long walk\n"
+                   "shows its progress on stderr when that is a terminal.",
                    WHOLE_NOTE, TABLE_NOTE}),
          join({{{"--reverse", "", "walk from the last record to the first"}}, OUTPUT, PARTIAL, DELIMITED}), runDump},
         {"find", "TABLE NAME=PATTERN...", 1, ANY, "write the records that fit an example",

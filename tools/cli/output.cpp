@@ -52,13 +52,10 @@ private:
     bool withHeader_;
 };
 
-// One object per record, keys in field order.
+// One object per record, keys in field order, each once.
 class JsonWriter : public RecordWriter {
 public:
-    void header(const std::vector<std::string> &names) override {
-        keys_.clear();
-        for (const std::string &name : names) keys_.push_back(host::jsonString(name));
-    }
+    void header(const std::vector<std::string> &names) override { keys_ = host::jsonKeys(names); }
     void record(const std::vector<std::string> &values) override { writeOut(host::jsonObject(keys_, values) + "\n"); }
 
 private:
