@@ -172,6 +172,7 @@ test_Whole() {
   printf 'a,b\r\n"c,d\r\ne,f\r\n' >quote.csv
   expect 1 'a,b\n' find quote.csv 1=*
   told "quote.csv: record 2 at byte 5: the quote at byte 5 does not close, so the driver reads no record from here to the end of the file (11 bytes)"
+  expect 1 'a,b\n' dump --reverse quote.csv
   cp quote.csv before.csv
   expect 1 '' insert quote.csv 1=x
   told "quote.csv: was not read whole (told above), so nothing was changed; make it read whole first"
@@ -190,6 +191,7 @@ test_Whole() {
   tail -c +162 contacts.doc >>damaged.doc
   expect 1 'José Núñez,Sevilla,555-0101\n' dump --no-header damaged.doc
   told "damaged.doc: record 2 at byte 158: holds a byte at 160 that no record of a tagged document may hold, so the driver reads nothing from here on"
+  expect 0 'José Núñez,Sevilla,555-0101\n' dump --reverse --partial --no-header damaged.doc
   cp damaged.doc before.doc
   run update damaged.doc --where name=j* --set city=x
   [ "$status" -eq 1 ] && told "damaged.doc: was not read whole (told above), so nothing was changed; make it read whole first"
