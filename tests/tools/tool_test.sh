@@ -233,6 +233,18 @@ test_Files() {
   rm 'a–b.csv'
   cat contacts1.doc | expect 0 'Name,City\nJosé Núñez,Sevilla\n' find --field 1 --field 2 - 'Name=jos*'
   expect_error 2 'standard input (-) can be read, not changed' delete - --where 1=a
+  # Standard input is kept under TMPDIR while it is read, and goes when the
+  # tool ends, by a signal too.
+  mkdir spool && mkfifo in.fifo
+  TMPDIR=/nonexistent expect_error 1 "standard input: can't be kept in a file in TMPDIR (/nonexistent)" dump - <contacts.txt
+  TMPDIR=$PWD/spool "$tool" dump - <in.fifo >/dev/null 2>&1 &
+  local spooler=$!
+  exec 4>in.fifo
+  until [ -n "$(ls spool)" ]; do sleep 0.1; done
+  kill -TERM "$spooler"
+  wait "$spooler"
+  exec 4>&-
+  [ -z "$(ls spool)" ] || fail "standard input was left in $(ls spool)"
   # A commit keeps the table's permission bits, and so does a rewrite.
   cp contacts.txt private.txt && chmod 600 private.txt
   expect 0 'updated 1 record\n' update private.txt --where 1=zo* --set 2=Bonn
@@ -311,6 +323,18 @@ test_Edits() {
   chmod 640 many.csv
   expect 0 'deleted 750 records, in one rewrite of the table\n' delete many.csv --where '2=drop*'
   same want.csv many.csv
+  # The temporary file of a rewrite whose process is gone is no table, and
+  # is told.
+  true &
+  local gone=$!
+  wait "$gone"
+  cp many.csv "mergedb-tmp-$gone-0.many.csv"
+  local leftover="note: in the directory lies mergedb-tmp-$gone-0.many.csv, left by a rewrite or convert that was cut short (the process that made it is gone); no table needs it, and it may be removed"
+  run tables .
+  ! grep -q mergedb-tmp "$out" && told ".: $leftover" || fail "tables: $(cat "$out")"
+  expect 0 'would delete 0 records\n' delete many.csv --where 1=0 --dry-run
+  told "many.csv: $leftover"
+  rm mergedb-tmp-*
   [ "$(stat -c %a many.csv)" = 640 ] || fail "the rewrite made many.csv $(stat -c %a many.csv)"
   # A tagged document keeps its head record, numbers and all.
   local head='\xffZRN\x10\0\0\0\x01\x0a\0\0\0\0\0\0\x0e\n\xc3\x0c\xc3Name\xc4\x0c\xc41,2,3,4,\n\xc3\x0c\xc3City\xc4\x0c\xc4\n\x12\n\x05\n'

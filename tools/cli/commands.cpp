@@ -102,7 +102,9 @@ std::vector<CommandSpec> makeCommands() {
          describe({"Lists the files of the database in directory DIR that the driver offers as\n"
                    "tables, sorted by name. With --long each is looked at and shown with its\n"
                    "kind (tagged0, tagged1 or text) and number of fields, or with the reason it\n"
-                   "is no table.", TABLE_NOTE}),
+                   "is no table. The temporary files of a rewrite or convert, mergedb-tmp-*, are\n"
+                   "no tables; one whose process is gone is told on stderr, as by every command\n"
+                   "that opens a table beside it.", TABLE_NOTE}),
          join({{{"--long", "", "show the kind and number of fields of each table"}}, DELIMITED}), runTables},
         {"fields", "TABLE", 1, 1, "list the fields of a table",
          describe({"Lists the fields of TABLE: the position (from 0), the name and, where the head\n"

@@ -2,15 +2,12 @@
 
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <optional>
-#include <utility>
 
 #include "output.h"
 #include "record_scan.h"
+#include "spool.h"
+#include "temporary_name.h"
 
 namespace mergedb::cli {
 namespace {
@@ -21,47 +18,10 @@ using host::TableFile;
 
 constexpr std::string_view STANDARD_INPUT = "-";
 constexpr size_t ISSUES_SHOWN = 20;
-constexpr size_t SPOOL_BLOCK = 1 << 16;
 
 std::string labelOf(const std::string &argument) {
     return argument == STANDARD_INPUT ? "standard input" : argument;
 }
-
-// Standard input in a file of a directory of its own, removed at exit.
-class Spool {
-public:
-    Spool() {
-        const char *tmp = std::getenv("TMPDIR");
-        std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/mergedb-stdin-XXXXXX";
-        if (::mkdtemp(pattern.data()) == nullptr) throw Failure("standard input", std::strerror(errno));
-        directory_ = pattern;
-        file_ = directory_ / "stdin";
-        std::FILE *out = std::fopen(file_.c_str(), "wb");
-        if (out == nullptr) throw Failure("standard input", std::strerror(errno));
-        std::vector<char> block(SPOOL_BLOCK);
-        size_t got = 0;
-        bool written = true;
-        while ((got = std::fread(block.data(), 1, block.size(), stdin)) > 0) {
-            written = written && std::fwrite(block.data(), 1, got, out) == got;
-        }
-        bool readWell = std::ferror(stdin) == 0;
-        if (std::fclose(out) != 0 || !written || !readWell) {
-            throw Failure("standard input", "could not be kept in " + directory_.string());
-        }
-    }
-    ~Spool() {
-        std::error_code error;
-        std::filesystem::remove_all(directory_, error);
-    }
-    Spool(const Spool &) = delete;
-    Spool &operator=(const Spool &) = delete;
-
-    const std::filesystem::path &file() const { return file_; }
-
-private:
-    std::filesystem::path directory_;
-    std::filesystem::path file_;
-};
 
 std::optional<Spool> spool;
 
@@ -77,6 +37,8 @@ TableFile checkedTable(const Invocation &invocation, const std::string &argument
     if (::access(file.path.c_str(), R_OK) != 0) throw Failure(file.label, "can't be read: permission denied");
     if (access == Access::Write) host::requireEditable(file);
     mindBackup(file, access);
+    std::string leftovers = host::leftoverNote(host::leftoverTemporaries(file.directory()));
+    if (!leftovers.empty()) note(file.label, leftovers);
     return file;
 }
 

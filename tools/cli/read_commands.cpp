@@ -6,6 +6,7 @@
 #include "match.h"
 #include "open_table.h"
 #include "output.h"
+#include "temporary_name.h"
 
 namespace mergedb::cli {
 namespace {
@@ -231,8 +232,12 @@ int runTables(const Invocation &invocation) {
     host::Session session;
     host::Database database(session, DB_SUBTYPE_DELIMITED, "");
     std::vector<std::string> names;
-    for (const std::string &name : database.tableNames()) names.push_back(host::toUtf8(name, host::Encoding::Cp437));
+    for (const std::string &name : database.tableNames()) {
+        if (!host::isTemporaryName(name)) names.push_back(host::toUtf8(name, host::Encoding::Cp437));
+    }
     std::sort(names.begin(), names.end());
+    std::string leftovers = host::leftoverNote(host::leftoverTemporaries("."));
+    if (!leftovers.empty()) note(directory, leftovers);
     for (const std::string &name : names) {
         writeOut(invocation.has("--long") ? name + "\t" + describeTable(invocation, name) + "\n" : name + "\n");
     }
