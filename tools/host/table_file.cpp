@@ -59,9 +59,10 @@ bool examine(TableFile &file) {
     }
     if (const char *reason = notATable(facts.st_mode)) throw Failure(file.label, reason);
     file.size = static_cast<uint64_t>(facts.st_size);
-    if (file.size >= TABLE_SIZE_LIMIT) {
-        throw Failure(file.label, "is " + sizeText(file.size) +
-                                      "; the driver reads tables of less than 4 GiB (4294967296 bytes)");
+    if (file.size > LARGEST_TABLE) {
+        throw Failure(file.label, "is " + sizeText(file.size) + " (" + std::to_string(file.size) +
+                                      " bytes); the driver reads tables of at most " +
+                                      std::to_string(LARGEST_TABLE) + " bytes");
     }
     file.tagged = beginsTagged(file.path);
     std::error_code error;

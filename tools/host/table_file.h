@@ -10,11 +10,12 @@
 #include <string_view>
 
 #include "failure.h"
+#include "mergedb/mergedb.h"
 
 namespace mergedb::host {
 
-// Table files are read with 32-bit offsets, so a table stays below 4 GiB.
-inline constexpr uint64_t TABLE_SIZE_LIMIT = uint64_t{1} << 32;
+// The largest table file that the driver opens.
+inline constexpr uint64_t LARGEST_TABLE = DB_LARGEST_TABLE_FILE;
 // The longest name, in bytes of code page 437, that the driver joins into a
 // path of its own.
 inline constexpr size_t LONGEST_NAME = 255;
@@ -34,7 +35,7 @@ struct TableFile {
 };
 
 // An existing table. Throws a Failure for a path that names no regular file
-// (a FIFO, a directory, a device) or a file of 4 GiB or more, and for a
+// (a FIFO, a directory, a device) or a file larger than LARGEST_TABLE, and for a
 // name that the driver can't take.
 TableFile locateTable(const std::string &argument);
 
