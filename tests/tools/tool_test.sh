@@ -408,6 +408,10 @@ test_Recover() {
   expect_error 1 'contacts.bk lies beside it' update sub.d/contacts.txt --where 1=jos* --set 2=x
   same contacts.txt sub.d/contacts.txt
   rm sub.d/contacts.bk
+  mkfifo sub.d/contacts.bk
+  timeout 10 "$tool" recover sub.d/contacts.txt >"$out" 2>"$err"
+  [ $? -eq 1 ] && told 'contacts.bk: is a FIFO (a named pipe), not a table file'
+  rm sub.d/contacts.bk
   # A table that is the whole result of its commit ends as its backup does.
   for i in $(seq 1 3000); do printf '"%d","record %d of a long table"\r\n' "$i" "$i"; done >big.txt
   cp big.txt sub.d/big.bk

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 
 #include "codepage.h"
 #include "failure.h"
@@ -173,10 +172,16 @@ Failure afterFailedCommit(const TableFile &file, const Failure &failure) {
 std::string backupNameOf(const std::string &name) { return name.substr(0, name.find('.')) + ".bk"; }
 
 bool beginsTagged(const std::filesystem::path &path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // a FIFO must not hold the open up
+    if (fd < 0) return false;
+    struct stat facts{};
+    bool regular = ::fstat(fd, &facts) == 0 && S_ISREG(facts.st_mode);
     std::array<char, TAGGED_MAGIC.size()> head{};
-    std::ifstream in(path, std::ios::binary);
-    in.read(head.data(), head.size());
-    return in && head == TAGGED_MAGIC;
+    bool tagged = regular && ::pread(fd, head.data(), head.size(), 0) == static_cast<ssize_t>(head.size()) &&
+                  head == TAGGED_MAGIC;
+    ::close(fd);
+    if (const char *reason = regular ? nullptr : notATable(facts.st_mode)) throw Failure(path.filename().string(), reason);
+    return tagged;
 }
 
 std::string sizeText(uint64_t bytes) {

@@ -75,7 +75,9 @@ std::string driverName(std::string_view utf8, const std::string &label);
 // The driver's backup name: the name up to its first '.', and ".bk".
 std::string backupNameOf(const std::string &name);
 
-// Whether the file begins like a tagged document.
+// Whether the file begins like a tagged document; false for a file that
+// can't be opened. Throws a Failure for a file that is no regular file,
+// which is not read: a FIFO would keep the reader waiting.
 bool beginsTagged(const std::filesystem::path &path);
 
 // "12.5 MB", "4.0 GiB": a size for messages.
