@@ -147,10 +147,11 @@ test_Text() {
     insert contacts.doc Name=Zoë
   expect 0 'inserted 1 record\n' insert --lossy contacts.doc Name=Zoë City=Wien
   expect 0 'Zo?,Wien,\n' find --no-header contacts.doc city=wien
-  # Columns of the table format line up by characters; the ignored string
-  # goes outside quotes only; JSON escapes control characters.
-  printf ' a b ,"c d"\r\n"t\tu",ü\r\n' >ignore.txt
-  expect 0 'ab   c d\nt u  ü\n' dump --format table --ignore '\x20' ignore.txt
+  # Columns of the table format line up by the columns a terminal gives
+  # each character; the ignored string goes outside quotes only; JSON
+  # escapes control characters.
+  printf ' a b ,"c d"\r\n"t\tu",ü\r\n"日本",e\xcc\x81\r\n' >ignore.txt
+  expect 0 'ab    c d\nt u   ü\n日本  e\xcc\x81\n' dump --format table --ignore '\x20' ignore.txt
   expect 0 '{"1":"t\\u0009u","2":"ü"}\n' find --format json --ignore ' ' ignore.txt 2=Ü
 }
 

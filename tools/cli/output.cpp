@@ -6,13 +6,11 @@
 #include <cstdio>
 #include <utility>
 
-#include "codepage.h"
+#include "display_width.h"
 #include "json_text.h"
 
 namespace mergedb::cli {
 namespace {
-
-using host::characterCount;
 
 constexpr size_t PROGRESS_STEP = 1000;
 
@@ -62,7 +60,8 @@ private:
     std::vector<std::string> keys_;
 };
 
-// Columns as wide as their widest cell, so every record is held until the end.
+// Columns as wide as their widest cell on a terminal, so every record is
+// held until the end.
 class TableWriter : public RecordWriter {
 public:
     explicit TableWriter(bool withHeader) : withHeader_(withHeader) {}
@@ -74,7 +73,7 @@ public:
         std::vector<size_t> widths;
         for (const auto &row : rows_) {
             widths.resize(std::max(widths.size(), row.size()));
-            for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], characterCount(row[i]));
+            for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i]));
         }
         for (size_t r = 0; r < rows_.size(); ++r) {
             line(rows_[r], widths);
@@ -100,7 +99,7 @@ private:
         std::string text;
         for (size_t i = 0; i < row.size(); ++i) {
             text += std::string(i == 0 ? "" : COLUMN_GAP) + row[i];
-            if (i + 1 < row.size()) text.append(widths[i] - characterCount(row[i]), ' ');
+            if (i + 1 < row.size()) text.append(widths[i] - displayWidth(row[i]), ' ');
         }
         writeOut(text + "\n");
     }
