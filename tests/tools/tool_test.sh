@@ -441,6 +441,7 @@ test_Usage() {
   expect_error 2 'nothing to look for' find contacts.txt
   expect_error 2 'expected NAME=' find contacts.txt Name
   expect_error 2 'an empty pattern' find contacts.txt Name=
+  expect_error 2 'the pattern for 1 holds bytes that are not UTF-8' find contacts.txt 1=$'\xe9'*
   expect_error 2 'nothing to change' update contacts.txt --where 1=a
   expect_error 2 'nothing to look for' delete contacts.txt
   expect_error 2 'quote next to a delimiter' insert contacts.txt 1='a",b'

@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "codepage.h"
 #include "failure.h"
 #include "output.h"
 
@@ -113,6 +114,7 @@ Example::Example(const Invocation &invocation, const std::vector<std::string> &p
         if (given.value.empty()) {
             invocation.fail("an empty pattern for " + given.name + "; --blank asks for an empty field");
         }
+        if (!host::isUtf8(given.value)) invocation.fail("the pattern for " + given.name + " holds bytes that are not UTF-8");
         criteria_.push_back({fieldIndex(names, given.name, label), Pattern(given.value)});
     }
     for (const std::string &name : invocation.values("--blank")) {
