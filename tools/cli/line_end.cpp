@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "descriptor.h"
 #include "output.h"
 
 namespace mergedb::cli {
@@ -15,21 +16,6 @@ namespace {
 using host::Failure;
 
 constexpr char END_OF_TEXT = '\x1A';  // a final byte 26 is no data
-
-// A descriptor of the file that closes itself.
-class Opened {
-public:
-    Opened(const std::string &path, const std::string &label) : fd_(::open(path.c_str(), O_RDWR | O_CLOEXEC)) {
-        if (fd_ < 0) throw Failure(label, std::strerror(errno));
-    }
-    ~Opened() { ::close(fd_); }
-    Opened(const Opened &) = delete;
-    Opened &operator=(const Opened &) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 bool writeAll(int fd, std::string_view bytes, uint64_t at) {
     return ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)) == static_cast<ssize_t>(bytes.size());
@@ -40,7 +26,8 @@ bool writeAll(int fd, std::string_view bytes, uint64_t at) {
 void LineEnd::mind(host::TableFile &file, const host::TableFormat &format, bool fix) {
     const std::string &delimiter = format.delimiters.record;
     if (format.tagged || file.size == 0) return;
-    Opened fd(file.path.string(), file.label);
+    host::Descriptor fd(::open(file.path.c_str(), O_RDWR | O_CLOEXEC));
+    if (fd.get() < 0) throw Failure(file.label, std::strerror(errno));
     std::string tail(std::min<uint64_t>(file.size, delimiter.size() + 1), '\0');
     if (::pread(fd.get(), tail.data(), tail.size(), static_cast<off_t>(file.size - tail.size())) !=
         static_cast<ssize_t>(tail.size())) {
@@ -62,20 +49,21 @@ void LineEnd::mind(host::TableFile &file, const host::TableFormat &format, bool 
     size_ = file.size;
     dataEnd_ = dataEnd;
     mended_ = true;
-    if (!writeAll(fd.get(), delimiter, dataEnd) || ::ftruncate(fd.get(), static_cast<off_t>(dataEnd + delimiter.size())) != 0 ||
+    uint64_t mendedSize = dataEnd + delimiter.size();
+    if (!writeAll(fd.get(), delimiter, dataEnd) || ::ftruncate(fd.get(), static_cast<off_t>(mendedSize)) != 0 ||
         ::fsync(fd.get()) != 0) {
         throw Failure(file.label, "its end could not be mended: " + std::string(std::strerror(errno)));
     }
-    file.size = dataEnd + delimiter.size();
+    file.size = mendedSize;
 }
 
 LineEnd::~LineEnd() {
     if (!mended_) return;
-    int fd = ::open(path_.c_str(), O_RDWR | O_CLOEXEC);
-    bool back = fd >= 0 && ::ftruncate(fd, static_cast<off_t>(dataEnd_)) == 0 &&
-                (size_ == dataEnd_ || writeAll(fd, std::string_view(&END_OF_TEXT, 1), dataEnd_)) && ::fsync(fd) == 0;
+    host::Descriptor fd(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
+    bool back = fd.get() >= 0 && ::ftruncate(fd.get(), static_cast<off_t>(dataEnd_)) == 0 &&
+                (size_ == dataEnd_ || writeAll(fd.get(), std::string_view(&END_OF_TEXT, 1), dataEnd_)) &&
+                ::fsync(fd.get()) == 0;
     int error = errno;
-    if (fd >= 0) ::close(fd);
     if (back) return;
     note(label_, "the record delimiter that --fix-end added behind the last record could not be taken back (" +
                      std::string(std::strerror(error)) + "); it stays, and nothing else was changed");

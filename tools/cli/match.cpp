@@ -57,7 +57,8 @@ uint16_t fieldIndex(const std::vector<std::string> &names, const std::string &na
                                        joined(numbers) + "); name the one meant by its number");
     }
     std::string wanted = folded(name);
-    std::vector<size_t> alike = positionsWhere(names, [&](const std::string &field) { return folded(field) == wanted; });
+    std::vector<size_t> alike =
+        positionsWhere(names, [&](const std::string &field) { return folded(field) == wanted; });
     if (alike.size() == 1) return static_cast<uint16_t>(alike[0]);
     if (alike.size() > 1) {
         throw host::Failure(label, "the field name '" + name + "' fits several fields that differ only in case: " +
@@ -114,7 +115,9 @@ Example::Example(const Invocation &invocation, const std::vector<std::string> &p
         if (given.value.empty()) {
             invocation.fail("an empty pattern for " + given.name + "; --blank asks for an empty field");
         }
-        if (!host::isUtf8(given.value)) invocation.fail("the pattern for " + given.name + " holds bytes that are not UTF-8");
+        if (!host::isUtf8(given.value)) {
+            invocation.fail("the pattern for " + given.name + " holds bytes that are not UTF-8");
+        }
         criteria_.push_back({fieldIndex(names, given.name, label), Pattern(given.value)});
     }
     for (const std::string &name : invocation.values("--blank")) {

@@ -110,7 +110,8 @@ void writeBackward(const Invocation &invocation, OpenTable &open) {
     writer->header(fields.names);
     Moved moved = open.table.last();
     for (size_t i = starts.size(); i-- > 0; moved = open.table.previous()) {
-        std::vector<std::string> walked = moved == Moved::Record ? driverValues(open.table, count) : std::vector<std::string>{};
+        std::vector<std::string> walked;
+        if (moved == Moved::Record) walked = driverValues(open.table, count);
         std::string where = "the record at byte " + std::to_string(starts[i]);
         if (open.table.jump(static_cast<uint32_t>(starts[i])) != Moved::Record) {
             sink({where, "the driver can't split it into the table's fields (" + open.table.moveError() +

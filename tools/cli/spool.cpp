@@ -42,6 +42,24 @@ void copyPath(char (&to)[PATH_MAX], const std::filesystem::path &from) {
     std::snprintf(to, sizeof to, "%s", from.c_str());
 }
 
+// The signals that end the process wait while it lives, so that none
+// comes between the making of the directory and the handler that knows it.
+class SignalsHeld {
+public:
+    SignalsHeld() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (int signal : ENDING_SIGNALS) sigaddset(&held, signal);
+        ::sigprocmask(SIG_BLOCK, &held, &before_);
+    }
+    ~SignalsHeld() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsHeld(const SignalsHeld &) = delete;
+    SignalsHeld &operator=(const SignalsHeld &) = delete;
+
+private:
+    sigset_t before_;
+};
+
 }  // namespace
 
 Spool::Directory::Directory() {
@@ -49,6 +67,7 @@ Spool::Directory::Directory() {
     bool given = tmp != nullptr && *tmp != '\0';
     std::string base = given ? tmp : "/tmp";
     std::string pattern = base + "/mergedb-stdin-XXXXXX";
+    SignalsHeld held;
     if (::mkdtemp(pattern.data()) == nullptr) {
         std::string where = given ? "TMPDIR (" + base + ")" : base + " (TMPDIR is not set)";
         throw Failure(LABEL, "can't be kept in a file in " + where + ": " + std::strerror(errno) +

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "descriptor.h"
 #include "failure.h"
 #include "temporary_name.h"
 
@@ -16,21 +17,6 @@ namespace {
 
 constexpr size_t COPY_BLOCK = 1 << 20;
 constexpr mode_t PRIVATE = 0600;  // until the new file takes the table's own bits
-
-// A file descriptor that closes itself.
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 [[noreturn]] void failed(const std::string &label, const std::string &what) {
     throw Failure(label, what + ": " + std::strerror(errno));

@@ -180,7 +180,7 @@ bool beginsTagged(const std::filesystem::path &path) {
     bool tagged = regular && ::pread(fd, head.data(), head.size(), 0) == static_cast<ssize_t>(head.size()) &&
                   head == TAGGED_MAGIC;
     ::close(fd);
-    if (const char *reason = regular ? nullptr : notATable(facts.st_mode)) throw Failure(path.filename().string(), reason);
+    if (!regular) throw Failure(path.filename().string(), notATable(facts.st_mode));
     return tagged;
 }
 
