@@ -242,7 +242,7 @@ test_Files() {
   TMPDIR=$PWD/spool "$tool" dump - <in.fifo >/dev/null 2>&1 &
   local spooler=$!
   exec 4>in.fifo
-  until [ -n "$(ls spool)" ]; do sleep 0.1; done
+  until [ -n "$(ls spool)" ] || ! kill -0 "$spooler" 2>/dev/null; do sleep 0.1; done
   kill -TERM "$spooler"
   wait "$spooler"
   exec 4>&-
