@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <optional>
+#include <set>
 
 #include "output.h"
 #include "record_scan.h"
@@ -19,16 +20,12 @@ using host::TableFile;
 constexpr std::string_view STANDARD_INPUT = "-";
 constexpr size_t ISSUES_SHOWN = 20;
 
-std::string labelOf(const std::string &argument) {
-    return argument == STANDARD_INPUT ? "standard input" : argument;
-}
-
 std::optional<Spool> spool;
 
 TableFile standardInput() {
     if (!spool) spool.emplace();
     TableFile file = host::locateTable(spool->file().string());
-    file.label = labelOf(std::string(STANDARD_INPUT));
+    file.label = "standard input";
     return file;
 }
 
@@ -37,8 +34,7 @@ TableFile checkedTable(const Invocation &invocation, const std::string &argument
     if (::access(file.path.c_str(), R_OK) != 0) throw Failure(file.label, "can't be read: permission denied");
     if (access == Access::Write) host::requireEditable(file);
     mindBackup(file, access);
-    std::string leftovers = host::leftoverNote(host::leftoverTemporaries(file.directory()));
-    if (!leftovers.empty()) note(file.label, leftovers);
+    mindLeftovers(file.directory(), file.label);
     return file;
 }
 
@@ -112,6 +108,13 @@ void mindBackup(const TableFile &file, Access access) {
     std::string stem = file.name.substr(0, file.name.find('.'));
     note(file.label, "note: " + file.backupName + " lies beside it, left by a commit of it (or of another " + stem +
                          ".* table) that did not finish; see mergedb recover " + file.label);
+}
+
+void mindLeftovers(const std::filesystem::path &directory, const std::string &label) {
+    static std::set<std::filesystem::path> looked;
+    if (!looked.insert(directory).second) return;
+    std::string leftovers = host::leftoverNote(host::leftoverTemporaries(directory));
+    if (!leftovers.empty()) note(label, leftovers);
 }
 
 void commitEdits(OpenTable &open) {

@@ -40,6 +40,10 @@ void enterDirectory(const host::TableFile &file);
 // reads (an edit has refused it before).
 void mindBackup(const host::TableFile &file, host::Access access);
 
+// Says on stderr which temporary files in directory (absolute) are left
+// over, under label; once for each directory.
+void mindLeftovers(const std::filesystem::path &directory, const std::string &label);
+
 
 // A table open through the driver, with the checks that come before: the
 // backup, and for an edit the permissions that a commit needs. prepare, if

@@ -237,8 +237,7 @@ int runTables(const Invocation &invocation) {
         if (!host::isTemporaryName(name)) names.push_back(host::toUtf8(name, host::Encoding::Cp437));
     }
     std::sort(names.begin(), names.end());
-    std::string leftovers = host::leftoverNote(host::leftoverTemporaries("."));
-    if (!leftovers.empty()) note(directory, leftovers);
+    mindLeftovers(std::filesystem::current_path(), directory);
     for (const std::string &name : names) {
         writeOut(invocation.has("--long") ? name + "\t" + describeTable(invocation, name) + "\n" : name + "\n");
     }

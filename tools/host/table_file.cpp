@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "codepage.h"
+#include "descriptor.h"
 #include "failure.h"
 
 namespace mergedb::host {
@@ -126,9 +127,8 @@ std::string openRefusal(const TableFile &file, bool write) {
     if (::stat(file.path.c_str(), &facts) != 0) return "can't be found any more: " + std::string(std::strerror(errno));
     if (const char *reason = notATable(facts.st_mode)) return reason;
     if (write && !hasWriteBit(facts.st_mode)) return NO_WRITE_BIT;
-    int fd = ::open(file.path.c_str(), (write ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return "can't be opened: " + std::string(std::strerror(errno));
-    ::close(fd);
+    Descriptor opened(::open(file.path.c_str(), (write ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_CLOEXEC));
+    if (opened.get() < 0) return "can't be opened: " + std::string(std::strerror(errno));
     return std::string("is held by another process: ") +
            (write ? "a program has it open, and a table is changed only where no one else has it open"
                   : "a program is changing it, and shares it with no one meanwhile") +
@@ -172,16 +172,15 @@ Failure afterFailedCommit(const TableFile &file, const Failure &failure) {
 std::string backupNameOf(const std::string &name) { return name.substr(0, name.find('.')) + ".bk"; }
 
 bool beginsTagged(const std::filesystem::path &path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // a FIFO must not hold the open up
-    if (fd < 0) return false;
+    Descriptor opened(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));  // a FIFO must not hold it up
+    if (opened.get() < 0) return false;
     struct stat facts{};
-    bool regular = ::fstat(fd, &facts) == 0 && S_ISREG(facts.st_mode);
+    if (::fstat(opened.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
+        throw Failure(path.filename().string(), notATable(facts.st_mode));
+    }
     std::array<char, TAGGED_MAGIC.size()> head{};
-    bool tagged = regular && ::pread(fd, head.data(), head.size(), 0) == static_cast<ssize_t>(head.size()) &&
-                  head == TAGGED_MAGIC;
-    ::close(fd);
-    if (!regular) throw Failure(path.filename().string(), notATable(facts.st_mode));
-    return tagged;
+    return ::pread(opened.get(), head.data(), head.size(), 0) == static_cast<ssize_t>(head.size()) &&
+           head == TAGGED_MAGIC;
 }
 
 std::string sizeText(uint64_t bytes) {
