@@ -259,7 +259,7 @@ test_Files() {
   [ ! -e ro.bk ] || fail "a read-only table left a backup"
   # A table that another process holds (a dump that waits for its reader)
   # is told to be held.
-  for i in $(seq 1 5000); do printf '"%d","a record that fills a pipe"\r\n' "$i"; done >held.txt
+  seq 5000 | sed 's/$/,a record that fills a pipe\r/' >held.txt
   mkfifo started
   "$tool" dump held.txt | { IFS= read -r _; echo >started; exec sleep 60; } &
   local reader=$!
@@ -268,16 +268,6 @@ test_Files() {
     update held.txt --where 1=1 --set 2=x
   kill "$reader"
   wait
-  # As root, a table that another user may not write takes that user.
-  if [ "$(id -u)" -ne 0 ] || ! command -v setpriv >/dev/null; then
-    echo "read-only tables: not checked (needs root and setpriv to run as another user)"
-    return
-  fi
-  mkdir ro && cp contacts.txt ro/ && chmod 444 ro/contacts.txt && chmod 777 ro && chmod a+rx "$work" "$work/db"
-  local as_nobody=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
-  "${as_nobody[@]}" "$tool" update ro/contacts.txt --where 1=jos* --set 2=x >"$out" 2>"$err"
-  [ $? -eq 1 ] && told "ro/contacts.txt: is read-only (no permission to write it); nothing was changed"
-  [ -e ro/contacts.txt ] && [ ! -e ro/contacts.bk ] && cmp -s contacts.txt ro/contacts.txt || fail "read-only: $(ls ro)"
 }
 
 test_Edits() {

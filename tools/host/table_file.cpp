@@ -109,12 +109,12 @@ void requireEditable(const TableFile &file) {
                                       ".* table) that did not finish; a commit would fail on it, so nothing was " +
                                       "changed. Run mergedb recover " + file.label + " first");
     }
-    if (::access(file.path.c_str(), W_OK) != 0) {
-        throw Failure(file.label, "is read-only (no permission to write it); nothing was changed");
-    }
     struct stat facts{};
     if (::stat(file.path.c_str(), &facts) == 0 && !hasWriteBit(facts.st_mode)) {
         throw Failure(file.label, std::string(NO_WRITE_BIT) + "; nothing was changed");
+    }
+    if (::access(file.path.c_str(), W_OK) != 0) {
+        throw Failure(file.label, "is read-only (no permission to write it); nothing was changed");
     }
     if (::access(file.directory().c_str(), W_OK | X_OK) != 0) {
         throw Failure(file.label, "its directory " + file.directory().string() +
