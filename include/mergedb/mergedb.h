@@ -97,6 +97,10 @@ enum DbValueType {
 #define DB_WALK_FIRST 1
 #define DB_WALK_NEXT 0
 
+/* The largest table file, in bytes, that dbOpenTableMerge opens: offsets
+ * are 32 bits wide, and a position of all ones stands for a failure. */
+#define DB_LARGEST_TABLE_FILE 0xFFFFFFFEu
+
 /* The access and exclusive arguments of dbOpenTableMerge. A table opened
  * read only is shared with everyone, whatever exclusive says. */
 #define DB_ACCESS_READ_ONLY 1

@@ -125,7 +125,7 @@ test_Edits() {
     "INSERT INTO m VALUES ('501', 'new');" "COMMIT;" | shell -bail :memory: || fail "the transaction of 250 deletes"
   [ "$("$tool" dump many.csv | sed -n '1p;4p;250,$p' | paste -sd' ')" = '1,r1 7,changed 499,changed 501,new' ] ||
     fail "250 deletes: $("$tool" dump many.csv | head -5)"
-  [ "$("$tool" dump many.csv | wc -l)" -eq 251 ] && [ -z "$(ls ./*.tmp ./*.bk 2>/dev/null)" ] ||
+  [ "$("$tool" dump many.csv | wc -l)" -eq 251 ] && [ -z "$(ls ./mergedb-tmp-* ./*.bk 2>/dev/null)" ] ||
     fail "250 deletes left: $(ls)"
   # Another program that inserts while the rewrite runs waits for it: every
   # insert that it saw done is in the table afterwards.

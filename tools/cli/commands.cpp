@@ -102,7 +102,9 @@ std::vector<CommandSpec> makeCommands() {
          describe({"Lists the files of the database in directory DIR that the driver offers as\n"
                    "tables, sorted by name. With --long each is looked at and shown with its\n"
                    "kind (tagged0, tagged1 or text) and number of fields, or with the reason it\n"
-                   "is no table.", TABLE_NOTE}),
+                   "is no table. The temporary files of a rewrite or convert, mergedb-tmp-*, are\n"
+                   "no tables; one whose process is gone is told on stderr, as by every command\n"
+                   "that opens a table beside it.", TABLE_NOTE}),
          join({{{"--long", "", "show the kind and number of fields of each table"}}, DELIMITED}), runTables},
         {"fields", "TABLE", 1, 1, "list the fields of a table",
          describe({"Lists the fields of TABLE: the position (from 0), the name and, where the head\n"
@@ -113,7 +115,9 @@ std::vector<CommandSpec> makeCommands() {
          describe({"Writes every record of TABLE: as CSV (RFC 4180 quoting, lines end with LF)\n"
                    "with a first line of the field names where the table has names (a tagged\n"
                    "document, or --header), as JSON lines, or as a table for the terminal. A\n"
-                   "long walk shows its progress on stderr when that is a terminal.",
+                   "JSON key is the field's name, and a name that an earlier field has already\n"
+                   "gets _2 behind it (or _3, ..., the first that no field has). A long walk\n"
+                   "shows its progress on stderr when that is a terminal.",
                    WHOLE_NOTE, TABLE_NOTE}),
          join({{{"--reverse", "", "walk from the last record to the first"}}, OUTPUT, PARTIAL, DELIMITED}), runDump},
         {"find", "TABLE NAME=PATTERN...", 1, ANY, "write the records that fit an example",
@@ -123,7 +127,8 @@ std::vector<CommandSpec> makeCommands() {
          join({BLANK, OUTPUT, PARTIAL, DELIMITED}), runFind},
         {"insert", "TABLE NAME=VALUE...", 2, ANY, "add a record",
          describe({"Adds a record with the values given; the other fields are empty. A delimited\n"
-                   "table without fields gets the fields 1 up to the highest number named. A\n"
+                   "table without fields gets the fields 1 up to the highest number named. The\n"
+                   "whole table is read first, and nothing changes unless it reads whole. A\n"
                    "delimited file whose last record has no record delimiter is refused, since\n"
                    "the new record would join it; --fix-end adds the delimiter first.", TABLE_NOTE}),
          join({{{"--fix-end", "", "end the file's last record before the new one"}}, LOSSY, DELIMITED}), runInsert},

@@ -5,7 +5,7 @@
 #include "edit_support.h"
 #include "open_table.h"
 #include "output.h"
-#include "rebuild.h"
+#include "temporary_name.h"
 
 namespace mergedb::cli {
 namespace {
@@ -20,13 +20,14 @@ using host::storedValue;
 
 constexpr mode_t NEW_FILE = 0666;  // less the umask, as any new file
 
-// A table made under a free name beside the target, and erased unless it
-// is renamed to the target: a failed convert leaves nothing behind.
+// A table made under a temporary name beside the target, and erased unless
+// it is renamed to the target: a failed convert leaves nothing behind.
 class PendingTable {
 public:
     PendingTable(const host::Database &database, const host::TableFile &target) : database_(database), target_(target) {
-        path_ = host::takeFreeName(target.directory(), target.label, NEW_FILE);
-        name_ = path_.filename().string();
+        host::TemporaryName taken = host::takeTemporaryName(target, NEW_FILE);
+        path_ = taken.path;
+        name_ = taken.driverName;
     }
     ~PendingTable() {
         if (kept_) return;
@@ -39,7 +40,7 @@ public:
     PendingTable(const PendingTable &) = delete;
     PendingTable &operator=(const PendingTable &) = delete;
 
-    // The name that the driver takes: plain ASCII.
+    // The name that the driver takes, in its code page.
     const std::string &name() const { return name_; }
     void keep() {
         std::error_code error;

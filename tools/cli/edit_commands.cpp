@@ -1,16 +1,12 @@
 // The commands that add, change and make records and tables: insert,
 // update and create.
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <map>
 #include <set>
 
 #include "commands.h"
 #include "edit_support.h"
+#include "line_end.h"
 #include "match.h"
 #include "open_table.h"
 #include "output.h"
@@ -25,7 +21,6 @@ using host::recordSize;
 using host::Stored;
 using host::storedName;
 using host::storedValue;
-using host::Moved;
 
 constexpr int MOST_FIELDS = 1000;
 
@@ -93,32 +88,6 @@ std::vector<std::string> putNumbered(const Invocation &invocation, OpenTable &op
     return image;
 }
 
-// Whether a delimited file ends with its record delimiter (a final byte 26
-// is no data), which an insert needs, or the new record joins the last.
-void mindEnd(const Invocation &invocation, const host::TableFile &file, const host::TableFormat &format) {
-    const std::string &delimiter = format.delimiters.record;
-    if (format.tagged || file.size == 0) return;
-    int fd = ::open(file.path.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd < 0) throw Failure(file.label, std::strerror(errno));
-    std::string tail(std::min<uint64_t>(file.size, delimiter.size() + 1), '\0');
-    off_t at = static_cast<off_t>(file.size - tail.size());
-    bool read = ::pread(fd, tail.data(), tail.size(), at) == static_cast<ssize_t>(tail.size());
-    uint64_t dataEnd = file.size - (read && tail.back() == '\x1A' ? 1 : 0);
-    if (dataEnd != file.size) tail.pop_back();
-    bool ended = read && tail.ends_with(delimiter);
-    bool fixed = false;
-    if (!ended && read && invocation.has("--fix-end")) {
-        fixed = ::pwrite(fd, delimiter.data(), delimiter.size(), static_cast<off_t>(dataEnd)) ==
-                    static_cast<ssize_t>(delimiter.size()) &&
-                ::ftruncate(fd, static_cast<off_t>(dataEnd + delimiter.size())) == 0 && ::fsync(fd) == 0;
-    }
-    ::close(fd);
-    if (ended || fixed) return;
-    if (!read || invocation.has("--fix-end")) throw Failure(file.label, "its end could not be read or mended");
-    throw Failure(file.label, "its last record has no record delimiter (" + host::delimiterText(delimiter) +
-                                  ") behind it, so the new record would join it; --fix-end adds the delimiter first");
-}
-
 // The names of a new table's fields, checked against what its head (or,
 // in delimited text, its encoding) can hold.
 std::vector<std::string> newFieldNames(const Invocation &invocation, uint16_t kind,
@@ -140,22 +109,28 @@ std::vector<std::string> newFieldNames(const Invocation &invocation, uint16_t ki
 
 }  // namespace
 
+// An insert appends to a table that reads whole, as the other edits change
+// only such a table: a record behind an unclosed quote, say, would become
+// part of that quote's value.
 int runInsert(const Invocation &invocation) {
     std::vector<std::string> arguments(invocation.operands().begin() + 1, invocation.operands().end());
     std::vector<Assignment> values = invocation.assignments(arguments);
+    LineEnd end;
     OpenTable open(invocation, invocation.operands()[0], Access::Write,
-                   [&invocation](const host::TableFile &file, const host::TableFormat &format) {
-                       mindEnd(invocation, file, format);
+                   [&](host::TableFile &file, const host::TableFormat &format) {
+                       end.mind(file, format, invocation.has("--fix-end"));
                    });
     host::Table &table = open.table;
+    const std::string &label = open.file.label;
     bool empty = !open.format.tagged && table.fieldCount() == 0;
-    if (empty && open.format.header) throw Failure(open.file.label, "has no header record yet to name its fields");
-    std::vector<Change> changes;
-    if (!empty) {
-        bool onHeader = open.format.headerRecord() && table.first() == Moved::Record;
-        changes = changesOf(invocation, host::fieldNames(table, open.format, onHeader), open.format, open.file.label,
-                            values);
+    if (empty && open.format.header) throw Failure(label, "has no header record yet to name its fields");
+    IssuePrinter issues(label);
+    CheckedWalk walk(table, open.file, open.format, issues.sink());
+    while (walk.next()) {
     }
+    requireWholeForEdit(label, walk);
+    std::vector<Change> changes;
+    if (!empty) changes = changesOf(invocation, walk.names(), open.format, label, values);
     table.clear();
     std::vector<std::string> image(empty ? 0 : table.fieldCount());
     if (empty) {
@@ -167,11 +142,11 @@ int runInsert(const Invocation &invocation) {
         }
     }
     if (recordSize(open.format, table.kind(), image) > host::LONGEST_RECORD) {
-        throw Failure(open.file.label, "the new record would be longer than the " +
-                                           std::to_string(host::LONGEST_RECORD) +
-                                           " bytes of the longest record that the driver reads; nothing was changed");
+        throw Failure(label, "the new record would be longer than the " + std::to_string(host::LONGEST_RECORD) +
+                                 " bytes of the longest record that the driver reads; nothing was changed");
     }
     table.insert();
+    end.keep();
     table.close();
     report("inserted", 1);
     return 0;

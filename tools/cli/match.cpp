@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "codepage.h"
 #include "failure.h"
 #include "output.h"
 
@@ -12,6 +13,20 @@ constexpr unsigned char UTF8_LATIN1_LEAD = 0xC3;  // the lead byte of U+00C0 to 
 constexpr unsigned char UPPER_FIRST = 0x80;       // U+00C0
 constexpr unsigned char UPPER_LAST = 0x9E;        // U+00DE
 constexpr unsigned char TIMES_SIGN = 0x97;        // U+00D7, which has no lower case
+
+std::vector<size_t> positionsWhere(const std::vector<std::string> &names, auto same) {
+    std::vector<size_t> found;
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (same(names[i])) found.push_back(i);
+    }
+    return found;
+}
+
+std::string candidates(const std::vector<std::string> &names, const std::vector<size_t> &positions) {
+    std::vector<std::string> listed;
+    for (size_t i : positions) listed.push_back("'" + names[i] + "' (field " + std::to_string(i + 1) + ")");
+    return joined(listed);
+}
 
 }  // namespace
 
@@ -33,9 +48,21 @@ std::string folded(std::string_view utf8) {
 }
 
 uint16_t fieldIndex(const std::vector<std::string> &names, const std::string &name, const std::string &label) {
+    std::vector<size_t> exact = positionsWhere(names, [&](const std::string &field) { return field == name; });
+    if (exact.size() == 1) return static_cast<uint16_t>(exact[0]);
+    if (exact.size() > 1) {
+        std::vector<std::string> numbers;
+        for (size_t i : exact) numbers.push_back(std::to_string(i + 1));
+        throw host::Failure(label, "has " + std::to_string(exact.size()) + " fields named '" + name + "' (fields " +
+                                       joined(numbers) + "); name the one meant by its number");
+    }
     std::string wanted = folded(name);
-    for (size_t i = 0; i < names.size(); ++i) {
-        if (folded(names[i]) == wanted) return static_cast<uint16_t>(i);
+    std::vector<size_t> alike =
+        positionsWhere(names, [&](const std::string &field) { return folded(field) == wanted; });
+    if (alike.size() == 1) return static_cast<uint16_t>(alike[0]);
+    if (alike.size() > 1) {
+        throw host::Failure(label, "the field name '" + name + "' fits several fields that differ only in case: " +
+                                       candidates(names, alike) + "; give one of them as the table writes it");
     }
     size_t number = 0;
     auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
@@ -87,6 +114,9 @@ Example::Example(const Invocation &invocation, const std::vector<std::string> &p
     for (const Assignment &given : invocation.assignments(patterns)) {
         if (given.value.empty()) {
             invocation.fail("an empty pattern for " + given.name + "; --blank asks for an empty field");
+        }
+        if (!host::isUtf8(given.value)) {
+            invocation.fail("the pattern for " + given.name + " holds bytes that are not UTF-8");
         }
         criteria_.push_back({fieldIndex(names, given.name, label), Pattern(given.value)});
     }

@@ -13,8 +13,10 @@
 
 namespace mergedb::cli {
 
-// The position of a field by its name, ignoring case, or by its number
-// from 1 where no field has that name. Throws a Failure naming the fields.
+// The position of a field by its name: the field of exactly that name, or
+// else the one whose name differs only in case, or else the field of that
+// number from 1. A name that fits several fields either way is refused
+// with those fields, and so is a name that fits none, with all of them.
 uint16_t fieldIndex(const std::vector<std::string> &names, const std::string &name, const std::string &label);
 
 // A pattern fits a value that equals it, ignoring case; each '*' in it

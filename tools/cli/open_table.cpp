@@ -2,15 +2,13 @@
 
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <optional>
-#include <utility>
+#include <set>
 
 #include "output.h"
 #include "record_scan.h"
+#include "spool.h"
+#include "temporary_name.h"
 
 namespace mergedb::cli {
 namespace {
@@ -21,78 +19,35 @@ using host::TableFile;
 
 constexpr std::string_view STANDARD_INPUT = "-";
 constexpr size_t ISSUES_SHOWN = 20;
-constexpr size_t SPOOL_BLOCK = 1 << 16;
-
-std::string labelOf(const std::string &argument) {
-    return argument == STANDARD_INPUT ? "standard input" : argument;
-}
-
-// Standard input in a file of a directory of its own, removed at exit.
-class Spool {
-public:
-    Spool() {
-        const char *tmp = std::getenv("TMPDIR");
-        std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/mergedb-stdin-XXXXXX";
-        if (::mkdtemp(pattern.data()) == nullptr) throw Failure("standard input", std::strerror(errno));
-        directory_ = pattern;
-        file_ = directory_ / "stdin";
-        std::FILE *out = std::fopen(file_.c_str(), "wb");
-        if (out == nullptr) throw Failure("standard input", std::strerror(errno));
-        std::vector<char> block(SPOOL_BLOCK);
-        size_t got = 0;
-        bool written = true;
-        while ((got = std::fread(block.data(), 1, block.size(), stdin)) > 0) {
-            written = written && std::fwrite(block.data(), 1, got, out) == got;
-        }
-        bool readWell = std::ferror(stdin) == 0;
-        if (std::fclose(out) != 0 || !written || !readWell) {
-            throw Failure("standard input", "could not be kept in " + directory_.string());
-        }
-    }
-    ~Spool() {
-        std::error_code error;
-        std::filesystem::remove_all(directory_, error);
-    }
-    Spool(const Spool &) = delete;
-    Spool &operator=(const Spool &) = delete;
-
-    const std::filesystem::path &file() const { return file_; }
-
-private:
-    std::filesystem::path directory_;
-    std::filesystem::path file_;
-};
 
 std::optional<Spool> spool;
 
 TableFile standardInput() {
     if (!spool) spool.emplace();
     TableFile file = host::locateTable(spool->file().string());
-    file.label = labelOf(std::string(STANDARD_INPUT));
+    file.label = "standard input";
     return file;
 }
 
-TableFile enteredTable(const Invocation &invocation, const std::string &argument, Access access) {
+TableFile checkedTable(const Invocation &invocation, const std::string &argument, Access access) {
     TableFile file = namedTable(invocation, argument, access);
     if (::access(file.path.c_str(), R_OK) != 0) throw Failure(file.label, "can't be read: permission denied");
     if (access == Access::Write) host::requireEditable(file);
     mindBackup(file, access);
-    enterDirectory(file);
+    mindLeftovers(file.directory(), file.label);
     return file;
 }
 
-host::TableFormat prepared(host::TableFormat format, const TableFile &file, const OpenTable::Prepare &prepare) {
+host::TableFormat prepared(host::TableFormat format, TableFile &file, const OpenTable::Prepare &prepare) {
     if (prepare) prepare(file, format);
     return format;
 }
 
 // What keeps the driver from opening a table that the checks before let
 // pass, said with what to do about it.
-std::string openFailure(const host::DriverError &error) {
+std::string openFailure(const host::DriverError &error, const TableFile &file, Access access) {
     switch (error.code()) {
-    case ERR_OPEN:
-        return error.reason() + " Another process may hold it open for writing, or be committing it: try again "
-                                "when that is done.";
+    case ERR_OPEN: return error.reason() + " The table " + host::openRefusal(file, access == Access::Write) + ".";
     case ERR_END_OF_FILE:
         return error.reason() + " The driver found no whole first record to learn the fields from: the line has " +
                "no record delimiter behind it (insert --fix-end adds one; --record-delimiter names another), or " +
@@ -102,6 +57,14 @@ std::string openFailure(const host::DriverError &error) {
                std::to_string(host::LONGEST_RECORD) + " bytes that the driver reads.";
     default: return error.reason();
     }
+}
+
+// The table through the driver, which opens it from its directory by name.
+host::Table openedTable(const host::Database &database, const TableFile &file, const host::TableFormat &format,
+                        Access access) try {
+    return host::Table(database, file.driverName, file.label, format.subtype(), format.delimiters, access);
+} catch (const host::DriverError &error) {
+    throw Failure(file.label, openFailure(error, file, access));
 }
 
 }  // namespace
@@ -147,6 +110,13 @@ void mindBackup(const TableFile &file, Access access) {
                          ".* table) that did not finish; see mergedb recover " + file.label);
 }
 
+void mindLeftovers(const std::filesystem::path &directory, const std::string &label) {
+    static std::set<std::filesystem::path> looked;
+    if (!looked.insert(directory).second) return;
+    std::string leftovers = host::leftoverNote(host::leftoverTemporaries(directory));
+    if (!leftovers.empty()) note(label, leftovers);
+}
+
 void commitEdits(OpenTable &open) {
     const TableFile &file = open.file;
     std::error_code error;
@@ -162,17 +132,16 @@ void commitEdits(OpenTable &open) {
 }
 
 OpenTable::OpenTable(const Invocation &invocation, const std::string &argument, Access access,
-                     const Prepare &prepare) try
-    : file(enteredTable(invocation, argument, access)),
+                     const Prepare &prepare)
+    : file(checkedTable(invocation, argument, access)),
+      directory(file.directory(), file.label, true),
       format(prepared(host::resolveFormat(file, formatRequest(invocation)), file, prepare)),
       database(session, format.subtype(), ""),
-      table(database, file.driverName, file.label, format.subtype(), format.delimiters, access) {
+      table(openedTable(database, file, format, access)) {
     if (!format.mixedLineEnds.empty()) {
         note(file.label, "note: the line ends are mixed (" + format.mixedLineEnds +
                              "); LF ends a record and CR is ignored. --record-delimiter names the one to take");
     }
-} catch (const host::DriverError &error) {
-    throw Failure(labelOf(argument), openFailure(error));
 }
 
 IssuePrinter::~IssuePrinter() {

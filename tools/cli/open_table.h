@@ -12,6 +12,7 @@
 #include "arguments.h"
 #include "checked_walk.h"
 #include "driver.h"
+#include "in_directory.h"
 #include "table_file.h"
 #include "table_format.h"
 
@@ -39,18 +40,25 @@ void enterDirectory(const host::TableFile &file);
 // reads (an edit has refused it before).
 void mindBackup(const host::TableFile &file, host::Access access);
 
+// Says on stderr which temporary files in directory (absolute) are left
+// over, under label; once for each directory.
+void mindLeftovers(const std::filesystem::path &directory, const std::string &label);
 
-// A table open through the driver, in its directory, with the checks that
-// come before: the backup, and for an edit the permissions that a commit
-// needs. prepare, if given, runs after these checks, before the driver
-// opens the table.
+
+// A table open through the driver, with the checks that come before: the
+// backup, and for an edit the permissions that a commit needs. prepare, if
+// given, runs after these checks, before the driver opens the table; what
+// it changes in the file it sets down in file. The process stays in the
+// table's directory while the table is open, and goes back to the
+// directory it came from when it closes.
 struct OpenTable {
-    using Prepare = std::function<void(const host::TableFile &, const host::TableFormat &)>;
+    using Prepare = std::function<void(host::TableFile &, const host::TableFormat &)>;
 
     OpenTable(const Invocation &invocation, const std::string &argument, host::Access access,
               const Prepare &prepare = {});
 
     host::TableFile file;
+    host::InDirectory directory;
     host::TableFormat format;
     host::Session session;
     host::Database database;

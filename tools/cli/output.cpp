@@ -6,13 +6,11 @@
 #include <cstdio>
 #include <utility>
 
-#include "codepage.h"
+#include "display_width.h"
 #include "json_text.h"
 
 namespace mergedb::cli {
 namespace {
-
-using host::characterCount;
 
 constexpr size_t PROGRESS_STEP = 1000;
 
@@ -52,20 +50,18 @@ private:
     bool withHeader_;
 };
 
-// One object per record, keys in field order.
+// One object per record, keys in field order, each once.
 class JsonWriter : public RecordWriter {
 public:
-    void header(const std::vector<std::string> &names) override {
-        keys_.clear();
-        for (const std::string &name : names) keys_.push_back(host::jsonString(name));
-    }
+    void header(const std::vector<std::string> &names) override { keys_ = host::jsonKeys(names); }
     void record(const std::vector<std::string> &values) override { writeOut(host::jsonObject(keys_, values) + "\n"); }
 
 private:
     std::vector<std::string> keys_;
 };
 
-// Columns as wide as their widest cell, so every record is held until the end.
+// Columns as wide as their widest cell on a terminal, so every record is
+// held until the end.
 class TableWriter : public RecordWriter {
 public:
     explicit TableWriter(bool withHeader) : withHeader_(withHeader) {}
@@ -77,7 +73,7 @@ public:
         std::vector<size_t> widths;
         for (const auto &row : rows_) {
             widths.resize(std::max(widths.size(), row.size()));
-            for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], characterCount(row[i]));
+            for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i]));
         }
         for (size_t r = 0; r < rows_.size(); ++r) {
             line(rows_[r], widths);
@@ -103,7 +99,7 @@ private:
         std::string text;
         for (size_t i = 0; i < row.size(); ++i) {
             text += std::string(i == 0 ? "" : COLUMN_GAP) + row[i];
-            if (i + 1 < row.size()) text.append(widths[i] - characterCount(row[i]), ' ');
+            if (i + 1 < row.size()) text.append(widths[i] - displayWidth(row[i]), ' ');
         }
         writeOut(text + "\n");
     }

@@ -6,6 +6,7 @@
 #include "match.h"
 #include "open_table.h"
 #include "output.h"
+#include "temporary_name.h"
 
 namespace mergedb::cli {
 namespace {
@@ -68,37 +69,63 @@ void writeWalk(const Invocation &invocation, OpenTable &open, CheckedWalk &walk,
     requireWhole(invocation, open.file.label, walk.issues());
 }
 
-// From the last record to the first. The walk back is held against the
-// host's scan of the file, which tells the issues and how many records the
-// driver reads.
+// The values of the driver's current record, as it gives them.
+std::vector<std::string> driverValues(host::Table &table, uint16_t count) {
+    std::vector<std::string> values;
+    for (uint16_t i = 0; i < count; ++i) values.push_back(table.value(i));
+    return values;
+}
+
+// The selected values of a record that begins at offset, as UTF-8; bytes
+// of a UTF-8 table that are no UTF-8 are told.
+std::vector<std::string> textValues(const std::vector<std::string> &raw, const Selection &fields,
+                                    const host::TableFormat &format, uint64_t offset, const host::IssueSink &sink) {
+    std::vector<std::string> values;
+    bool told = false;
+    for (uint16_t index : fields.indexes) {
+        if (!told && format.encoding == host::Encoding::Utf8 && !host::isUtf8(raw[index])) {
+            told = true;
+            sink({"the record at byte " + std::to_string(offset), std::string(host::NOT_UTF8)});
+        }
+        values.push_back(host::decodeValue(raw[index], format, offset == 0 && index == 0));
+    }
+    return values;
+}
+
+// From the last record to the first, each record of the driver's walk back
+// held against the host's scan of the file: sent to the start of the record
+// that the scan expects there, the driver must read the same record. The
+// walk goes on from that record, so a record that the walk back passes
+// over or reads otherwise is told, and the scan's record is written. The
+// scan tells what it finds wrong, as a forward walk does.
 void writeBackward(const Invocation &invocation, OpenTable &open) {
     std::unique_ptr<RecordWriter> writer = recordWriter(invocation, open.format);
     IssuePrinter issues(open.file.label);
+    host::IssueSink sink = issues.sink();
     uint16_t count = open.table.fieldCount();
-    size_t expected = host::scanTable(open.file, open.format, count, issues.sink());
+    std::vector<uint64_t> starts;
+    host::scanTable(open.file, open.format, count, sink, &starts);
     bool onHeader = open.format.headerRecord() && open.table.first() == Moved::Record;
-    std::vector<std::string> names = host::fieldNames(open.table, open.format, onHeader);
-    Selection fields = selection(invocation, names, open.file.label);
+    Selection fields = selection(invocation, host::fieldNames(open.table, open.format, onHeader), open.file.label);
     writer->header(fields.names);
-    size_t written = 0;
-    bool firstIsData = !open.format.headerRecord();
-    for (Moved moved = open.table.last(); moved != Moved::End && written < expected; moved = open.table.previous()) {
-        if (moved == Moved::Unsplit) continue;
-        std::vector<std::string> values;
-        for (uint16_t index : fields.indexes) {
-            bool firstOfFile = firstIsData && index == 0 && written + 1 == expected;
-            values.push_back(host::decodeValue(open.table.value(index), open.format, firstOfFile));
+    Moved moved = open.table.last();
+    for (size_t i = starts.size(); i-- > 0; moved = open.table.previous()) {
+        std::vector<std::string> walked;
+        if (moved == Moved::Record) walked = driverValues(open.table, count);
+        std::string where = "the record at byte " + std::to_string(starts[i]);
+        if (open.table.jump(static_cast<uint32_t>(starts[i])) != Moved::Record) {
+            sink({where, "the driver can't split it into the table's fields (" + open.table.moveError() +
+                             "); it is left out"});
+            continue;
         }
-        writer->record(values);
-        ++written;
+        std::vector<std::string> raw = driverValues(open.table, count);
+        if (moved != Moved::Record || raw != walked) {
+            sink({where, "the driver's walk back reads another record here than its walk forward"});
+        }
+        writer->record(textValues(raw, fields, open.format, starts[i], sink));
     }
     writer->finish();
-    size_t problems = issues.count();
-    if (written < expected) {
-        issues.sink()({"the walk back", "ended after " + recordCount(written) + " of " + std::to_string(expected)});
-        ++problems;
-    }
-    requireWhole(invocation, open.file.label, problems);
+    requireWhole(invocation, open.file.label, issues.count());
 }
 
 std::string describeTable(const Invocation &invocation, const std::string &name) {
@@ -180,7 +207,10 @@ int tableInfo(const Invocation &invocation) {
     IssuePrinter issues(file.label);
     CheckedWalk walk(open.table, file, open.format, issues.sink());
     size_t records = 0;
-    while (walk.next()) ++records;
+    while (walk.next()) {
+        ++records;
+        for (uint16_t i = 0; i < walk.fieldCount(); ++i) walk.value(i);  // tells bytes that are no UTF-8
+    }
     std::string names = joined(walk.names());
     lines += "fields: " + std::to_string(walk.fieldCount()) + (names.empty() ? "" : " (" + names + ")") + "\n";
     lines += "records: " + std::to_string(records) + "\n";
@@ -203,8 +233,11 @@ int runTables(const Invocation &invocation) {
     host::Session session;
     host::Database database(session, DB_SUBTYPE_DELIMITED, "");
     std::vector<std::string> names;
-    for (const std::string &name : database.tableNames()) names.push_back(host::toUtf8(name, host::Encoding::Cp437));
+    for (const std::string &name : database.tableNames()) {
+        if (!host::isTemporaryName(name)) names.push_back(host::toUtf8(name, host::Encoding::Cp437));
+    }
     std::sort(names.begin(), names.end());
+    mindLeftovers(std::filesystem::current_path(), directory);
     for (const std::string &name : names) {
         writeOut(invocation.has("--long") ? name + "\t" + describeTable(invocation, name) + "\n" : name + "\n");
     }

@@ -194,15 +194,12 @@ int runRecover(const Invocation &invocation) {
         writeOut("nothing to recover: there is no " + table.backupName + " beside " + table.label + "\n");
         return 0;
     }
-    if (!std::filesystem::is_regular_file(backup, error)) {
-        throw Failure(table.label, table.backupName + " is no file, so no commit left it. Nothing was changed.");
-    }
+    bool backupTagged = host::beginsTagged(backup);
     if (commitRunning(table)) {
         throw Failure(table.label, "a commit is writing the table now (it holds " + table.backupName +
                                        "); wait for it to end, and run recover again if the backup is still there. " +
                                        "Nothing was changed.");
     }
-    bool backupTagged = host::beginsTagged(backup);
     std::vector<TableFile> others = siblings(table, backupTagged);
     if (!std::filesystem::exists(table.path, error)) {
         if (!others.empty()) {

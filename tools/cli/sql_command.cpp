@@ -14,6 +14,7 @@
 #include "commands.h"
 #include "open_table.h"
 #include "output.h"
+#include "temporary_name.h"
 
 extern "C" int sqlite3_mergedbsqlite_init(sqlite3 *db, char **error, const sqlite3_api_routines *api);
 
@@ -89,7 +90,9 @@ public:
         host::Session session;
         host::Database database(session, DB_SUBTYPE_DELIMITED, host::driverName(directory, directory));
         std::vector<std::string> files;
-        for (const std::string &name : database.tableNames()) files.push_back(host::toUtf8(name, host::Encoding::Cp437));
+        for (const std::string &name : database.tableNames()) {
+            if (!host::isTemporaryName(name)) files.push_back(host::toUtf8(name, host::Encoding::Cp437));
+        }
         std::string options = moduleOptions(invocation);
         for (const auto &[name, file] : sqlNames(files)) {
             std::string path = invocation.has("--db") ? (std::filesystem::path(directory) / file).string() : file;

@@ -161,8 +161,7 @@ std::string CheckedWalk::value(uint16_t index) {
     if (isUtf8(raw)) return withoutBom(std::move(raw), format_, firstOfFile);
     if (lastNumberChecked_ != number_) {
         lastNumberChecked_ = number_;
-        report(current_, "holds bytes that are not UTF-8 (shown as U+FFFD); if the file is in another page, "
-                         "name it with --encoding cp1252 or --encoding cp437");
+        report(current_, std::string(NOT_UTF8));
     }
     return decodeValue(std::move(raw), format_, firstOfFile);
 }

@@ -15,6 +15,7 @@
 #include <functional>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "driver.h"
@@ -102,6 +103,12 @@ std::string recordProblem(const ScannedRecord &record, const TableFormat &format
 // A value as the driver gives it, as UTF-8; the first value of the first
 // record loses the byte-order mark of the file.
 std::string decodeValue(std::string bytes, const TableFormat &format, bool firstOfFile);
+
+// What is wrong with a record of a UTF-8 table whose value holds bytes
+// that are no UTF-8, which decodeValue shows as U+FFFD.
+inline constexpr std::string_view NOT_UTF8 =
+    "holds bytes that are not UTF-8 (shown as U+FFFD); if the file is in another page, name it with --encoding "
+    "cp1252 or --encoding cp437";
 
 // The names of a table's fields as UTF-8: a tagged document's head names
 // them; a delimited table's header record does when the table stands on it

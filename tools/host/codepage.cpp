@@ -164,12 +164,6 @@ std::string repairedUtf8(std::string_view bytes) {
 
 }  // namespace
 
-size_t characterCount(std::string_view utf8) {
-    size_t count = 0;
-    for (size_t position = 0; position < utf8.size(); ++count) nextUtf8(utf8, position);
-    return count;
-}
-
 std::optional<unsigned char> pageByte(char32_t character, Encoding page) {
     if (character < 0x80) return static_cast<unsigned char>(character);
     const UpperHalf &upper = upperHalf(page);

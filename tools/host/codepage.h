@@ -26,8 +26,6 @@ void appendUtf8(std::string &out, char32_t character);
 // starts no valid character gives nothing and is passed over alone.
 std::optional<char32_t> nextUtf8(std::string_view text, size_t &position);
 bool isUtf8(std::string_view text);
-// Characters in UTF-8 text; a byte of no valid character counts as one.
-size_t characterCount(std::string_view utf8);
 
 // The byte of a character in one of the two single-byte pages.
 std::optional<unsigned char> pageByte(char32_t character, Encoding page);

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -13,11 +12,19 @@ namespace mergedb::host {
 namespace {
 
 // The longest path that the driver takes, and room for the names that a
-// commit gives a table's file: a new file's beside it, and ".bk" behind a
-// name without a '.'.
+// commit gives a table's file: a temporary file's beside it, the table's
+// name behind a prefix (temporary_name.h), and ".bk" behind a name without
+// a '.'.
 constexpr size_t LONGEST_PATH = 255;
-constexpr size_t NEW_FILE_NAME = 32;
+constexpr size_t TEMPORARY_PREFIX = 32;
 constexpr size_t BACKUP_SUFFIX = 3;
+
+// A directory kept to come back to needs no permission to be read.
+#ifdef O_PATH
+constexpr int KEPT = O_PATH;
+#else
+constexpr int KEPT = O_RDONLY;
+#endif
 
 }  // namespace
 
@@ -30,14 +37,14 @@ std::optional<std::string> driverDirectory(const TableFile &file) {
     } catch (const Failure &) {
         return std::nullopt;  // a character that the driver's code pages lack
     }
-    size_t name = std::max(file.driverName.size(), NEW_FILE_NAME) + BACKUP_SUFFIX;
+    size_t name = TEMPORARY_PREFIX + file.driverName.size() + BACKUP_SUFFIX;
     if (inPage.size() + 1 + name > LONGEST_PATH) return std::nullopt;
     return inPage;
 }
 
 InDirectory::InDirectory(const std::filesystem::path &directory, const std::string &label, bool enter) {
     if (!enter) return;
-    previous_ = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    previous_ = ::open(".", KEPT | O_DIRECTORY | O_CLOEXEC);
     if (previous_ < 0) throw Failure(label, std::string("the current directory can't be kept: ") + std::strerror(errno));
     if (::chdir(directory.c_str()) != 0) {
         int error = errno;

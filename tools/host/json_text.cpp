@@ -1,6 +1,7 @@
 #include "json_text.h"
 
 #include <cstdio>
+#include <set>
 
 namespace mergedb::host {
 
@@ -21,6 +22,21 @@ std::string jsonString(std::string_view utf8) {
         }
     }
     return out + '"';
+}
+
+std::vector<std::string> jsonKeys(const std::vector<std::string> &names) {
+    std::set<std::string> taken(names.begin(), names.end());
+    std::set<std::string> used;
+    std::vector<std::string> keys;
+    for (const std::string &name : names) {
+        std::string key = name;
+        for (int suffix = 2; used.contains(key) || (key != name && taken.contains(key)); ++suffix) {
+            key = name + "_" + std::to_string(suffix);
+        }
+        used.insert(key);
+        keys.push_back(jsonString(key));
+    }
+    return keys;
 }
 
 std::string jsonObject(const std::vector<std::string> &keys, const std::vector<std::string> &values) {

@@ -10,6 +10,11 @@ namespace mergedb::host {
 
 std::string jsonString(std::string_view utf8);
 
+// The keys of objects whose fields have these names, as JSON strings, each
+// once: a name that an earlier field has already gets "_2" behind it, or
+// "_3" and so on, the first that no field has.
+std::vector<std::string> jsonKeys(const std::vector<std::string> &names);
+
 // {"key":"value",...}; keys are JSON strings already (jsonString), one for
 // each value.
 std::string jsonObject(const std::vector<std::string> &keys, const std::vector<std::string> &values);

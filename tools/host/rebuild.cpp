@@ -8,29 +8,15 @@
 #include <cstring>
 #include <string>
 
+#include "descriptor.h"
 #include "failure.h"
+#include "temporary_name.h"
 
 namespace mergedb::host {
 namespace {
 
 constexpr size_t COPY_BLOCK = 1 << 20;
-constexpr int NAME_ATTEMPTS = 1000;
 constexpr mode_t PRIVATE = 0600;  // until the new file takes the table's own bits
-
-// A file descriptor that closes itself.
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 [[noreturn]] void failed(const std::string &label, const std::string &what) {
     throw Failure(label, what + ": " + std::strerror(errno));
@@ -39,11 +25,11 @@ private:
 // The new file, removed again unless it was put in the table's place.
 class NewFile {
 public:
-    NewFile(const std::filesystem::path &directory, const std::string &label)
-        : path_(takeFreeName(directory, label, PRIVATE)), fd_(::open(path_.c_str(), O_WRONLY | O_CLOEXEC)) {
+    explicit NewFile(const TableFile &table)
+        : path_(takeTemporaryName(table, PRIVATE).path), fd_(::open(path_.c_str(), O_WRONLY | O_CLOEXEC)) {
         if (fd_.get() < 0) {
             ::unlink(path_.c_str());
-            failed(label, "the new table could not be opened");
+            failed(table.label, "the new table could not be opened");
         }
     }
     ~NewFile() {
@@ -117,20 +103,6 @@ void syncDirectory(const std::filesystem::path &directory, const std::string &la
 
 }  // namespace
 
-std::filesystem::path takeFreeName(const std::filesystem::path &directory, const std::string &label, mode_t mode) {
-    for (int attempt = 0; attempt < NAME_ATTEMPTS; ++attempt) {
-        std::filesystem::path path =
-            directory / ("mergedb" + std::to_string(::getpid()) + "-" + std::to_string(attempt) + ".tmp");
-        int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-        if (fd >= 0) {
-            ::close(fd);
-            return path;
-        }
-        if (errno != EEXIST) failed(label, "no new file could be made in " + directory.string());
-    }
-    throw Failure(label, "no free name for a new file in " + directory.string());
-}
-
 void keepByteOrderMark(std::vector<Extent> &dropped, size_t bomLength) {
     if (dropped.empty() || dropped.front().offset != 0) return;
     dropped.front().offset += bomLength;
@@ -139,7 +111,7 @@ void keepByteOrderMark(std::vector<Extent> &dropped, size_t bomLength) {
 
 void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
                     const std::function<void(const TableFile &rebuilt)> &check) {
-    NewFile rebuilt(file.directory(), file.label);
+    NewFile rebuilt(file);
     copyKept(file, dataEnd, dropped, rebuilt.fd());
     check(locateTable(rebuilt.path().string()));
     takeOwnership(file, rebuilt.path());

@@ -8,8 +8,6 @@
 // table's name without a whole table.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -25,7 +23,8 @@ struct Extent {
 };
 
 // Writes file's bytes up to dataEnd without the extents of dropped (in file
-// order, apart from each other) into a new file in the same directory.
+// order, apart from each other) into a new file in the same directory,
+// under a temporary name (temporary_name.h).
 // check then looks at the new file (and may change it further through the
 // driver), and throws when it is not what it should be. Only then does the
 // new file get the table's permission bits and, where the process may set
@@ -46,10 +45,5 @@ void rebuildHeld(Table &held, const TableFile &file, uint64_t dataEnd, const std
 // The byte-order mark in front of a file's first record stays in front of
 // whatever record comes first, when that record is dropped.
 void keepByteOrderMark(std::vector<Extent> &dropped, size_t bomLength);
-
-// A name that no file in directory has yet, held by a new empty file of
-// the permission bits mode (less the umask); removed again by the caller
-// when it is not used. Plain ASCII, so that the driver takes it.
-std::filesystem::path takeFreeName(const std::filesystem::path &directory, const std::string &label, mode_t mode);
 
 }  // namespace mergedb::host

@@ -1,5 +1,6 @@
 #include "table_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,9 +8,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 
 #include "codepage.h"
+#include "descriptor.h"
 #include "failure.h"
 
 namespace mergedb::host {
@@ -25,6 +26,12 @@ const char *notATable(mode_t mode) {
     if (S_ISSOCK(mode)) return "is a socket, not a table file";
     return "is a device, not a table file";
 }
+
+constexpr const char *NO_WRITE_BIT =
+    "is read-only: it has no write permission bit, which the driver takes as read-only for everyone, root too "
+    "(chmod u+w gives it one)";
+
+bool hasWriteBit(mode_t mode) { return (mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0; }
 
 TableFile described(const std::string &argument, const std::filesystem::path &path) {
     TableFile file;
@@ -52,9 +59,10 @@ bool examine(TableFile &file) {
     }
     if (const char *reason = notATable(facts.st_mode)) throw Failure(file.label, reason);
     file.size = static_cast<uint64_t>(facts.st_size);
-    if (file.size >= TABLE_SIZE_LIMIT) {
-        throw Failure(file.label, "is " + sizeText(file.size) +
-                                      "; the driver reads tables of less than 4 GiB (4294967296 bytes)");
+    if (file.size > LARGEST_TABLE) {
+        throw Failure(file.label, "is " + sizeText(file.size) + " (" + std::to_string(file.size) +
+                                      " bytes); the driver reads tables of at most " +
+                                      std::to_string(LARGEST_TABLE) + " bytes");
     }
     file.tagged = beginsTagged(file.path);
     std::error_code error;
@@ -101,6 +109,10 @@ void requireEditable(const TableFile &file) {
                                       ".* table) that did not finish; a commit would fail on it, so nothing was " +
                                       "changed. Run mergedb recover " + file.label + " first");
     }
+    struct stat facts{};
+    if (::stat(file.path.c_str(), &facts) == 0 && !hasWriteBit(facts.st_mode)) {
+        throw Failure(file.label, std::string(NO_WRITE_BIT) + "; nothing was changed");
+    }
     if (::access(file.path.c_str(), W_OK) != 0) {
         throw Failure(file.label, "is read-only (no permission to write it); nothing was changed");
     }
@@ -108,6 +120,19 @@ void requireEditable(const TableFile &file) {
         throw Failure(file.label, "its directory " + file.directory().string() +
                                       " is read-only, and a commit renames the table there; nothing was changed");
     }
+}
+
+std::string openRefusal(const TableFile &file, bool write) {
+    struct stat facts{};
+    if (::stat(file.path.c_str(), &facts) != 0) return "can't be found any more: " + std::string(std::strerror(errno));
+    if (const char *reason = notATable(facts.st_mode)) return reason;
+    if (write && !hasWriteBit(facts.st_mode)) return NO_WRITE_BIT;
+    Descriptor opened(::open(file.path.c_str(), (write ? O_RDWR : O_RDONLY) | O_NONBLOCK | O_CLOEXEC));
+    if (opened.get() < 0) return "can't be opened: " + std::string(std::strerror(errno));
+    return std::string("is held by another process: ") +
+           (write ? "a program has it open, and a table is changed only where no one else has it open"
+                  : "a program is changing it, and shares it with no one meanwhile") +
+           "; try again when that program is done with it";
 }
 
 std::string driverName(std::string_view utf8, const std::string &label) {
@@ -147,10 +172,15 @@ Failure afterFailedCommit(const TableFile &file, const Failure &failure) {
 std::string backupNameOf(const std::string &name) { return name.substr(0, name.find('.')) + ".bk"; }
 
 bool beginsTagged(const std::filesystem::path &path) {
+    Descriptor opened(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));  // a FIFO must not hold it up
+    if (opened.get() < 0) return false;
+    struct stat facts{};
+    if (::fstat(opened.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
+        throw Failure(path.filename().string(), notATable(facts.st_mode));
+    }
     std::array<char, TAGGED_MAGIC.size()> head{};
-    std::ifstream in(path, std::ios::binary);
-    in.read(head.data(), head.size());
-    return in && head == TAGGED_MAGIC;
+    return ::pread(opened.get(), head.data(), head.size(), 0) == static_cast<ssize_t>(head.size()) &&
+           head == TAGGED_MAGIC;
 }
 
 std::string sizeText(uint64_t bytes) {

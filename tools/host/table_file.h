@@ -10,11 +10,12 @@
 #include <string_view>
 
 #include "failure.h"
+#include "mergedb/mergedb.h"
 
 namespace mergedb::host {
 
-// Table files are read with 32-bit offsets, so a table stays below 4 GiB.
-inline constexpr uint64_t TABLE_SIZE_LIMIT = uint64_t{1} << 32;
+// The largest table file that the driver opens.
+inline constexpr uint64_t LARGEST_TABLE = DB_LARGEST_TABLE_FILE;
 // The longest name, in bytes of code page 437, that the driver joins into a
 // path of its own.
 inline constexpr size_t LONGEST_NAME = 255;
@@ -34,7 +35,7 @@ struct TableFile {
 };
 
 // An existing table. Throws a Failure for a path that names no regular file
-// (a FIFO, a directory, a device) or a file of 4 GiB or more, and for a
+// (a FIFO, a directory, a device) or a file larger than LARGEST_TABLE, and for a
 // name that the driver can't take.
 TableFile locateTable(const std::string &argument);
 
@@ -46,8 +47,19 @@ TableFile plannedTable(const std::string &argument);
 // a name that is not the driver's backup name of the table itself, no
 // backup beside it (a commit that did not finish, which the next commit
 // would fail on), and the permission to write the table and to rename it
-// in its directory. Throws a Failure saying that nothing was changed.
+// in its directory. A file without any write permission bit is read-only
+// for the driver, as a file with Windows' read-only attribute, even where
+// the process may write it. Throws a Failure saying that nothing was
+// changed.
 void requireEditable(const TableFile &file);
+
+// Why the driver could not open a table that the checks before let pass,
+// as words behind its name: "is held by another process ..." when the
+// file is there, a regular file, not read-only, and opens for the process
+// itself as the driver was asked to open it (for writing when write), so
+// that only another process's share mode is left to refuse it; else what
+// was found instead.
+std::string openRefusal(const TableFile &file, bool write);
 
 // What a commit that failed leaves: once it has renamed the table (a full
 // disk, a write error), the old table stands under the driver's backup name
@@ -63,7 +75,9 @@ std::string driverName(std::string_view utf8, const std::string &label);
 // The driver's backup name: the name up to its first '.', and ".bk".
 std::string backupNameOf(const std::string &name);
 
-// Whether the file begins like a tagged document.
+// Whether the file begins like a tagged document; false for a file that
+// can't be opened. Throws a Failure for a file that is no regular file,
+// which is not read: a FIFO would keep the reader waiting.
 bool beginsTagged(const std::filesystem::path &path);
 
 // "12.5 MB", "4.0 GiB": a size for messages.

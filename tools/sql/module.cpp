@@ -307,9 +307,8 @@ int column(sqlite3_vtab_cursor *base, sqlite3_context *context, int column) {
         if (cursor.table().source) {
             text = valueOf(cursor, column);
         } else if (column == FUNCTION_RECORD) {
-            std::vector<std::string> keys;
+            std::vector<std::string> keys = host::jsonKeys(cursor.source->columnNames());
             std::vector<std::string> values;
-            for (const std::string &name : cursor.source->columnNames()) keys.push_back(host::jsonString(name));
             for (uint16_t i = 0; i < cursor.source->fieldCount(); ++i) values.push_back(valueOf(cursor, i));
             text = host::jsonObject(keys, values);
         } else {
