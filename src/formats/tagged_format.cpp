@@ -1,7 +1,6 @@
 #include "formats/tagged_format.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "mergedb/mergedb.h"
 
@@ -15,26 +14,7 @@ constexpr std::array<uint8_t, 9> FIELD_END_1 = {
 constexpr std::array<uint8_t, 11> RECORD_END_1 = {FUNCTION_TOKEN, FUNCTION_RECORD_END, 6, 0, 0, 0, 6, 0,
                                                   FUNCTION_RECORD_END, FUNCTION_TOKEN, MARK_RECORD_LINE_END};
 
-void writeU16(uint8_t *p, uint16_t value) {
-    p[0] = static_cast<uint8_t>(value);
-    p[1] = static_cast<uint8_t>(value >> 8);
-}
-
 }  // namespace
-
-size_t writeVariableToken(std::span<uint8_t> dst, uint8_t first, uint8_t subCode, std::span<const uint8_t> body) {
-    size_t lengthWord = body.size() + TOKEN_VARIABLE_EMPTY_L;
-    if (lengthWord > UINT16_MAX || dst.size() < lengthWord + 4) return 0;
-    uint8_t *p = dst.data();
-    p[0] = first;
-    p[1] = subCode;
-    writeU16(p + 2, static_cast<uint16_t>(lengthWord));
-    if (!body.empty()) std::memcpy(p + TOKEN_VARIABLE_HEAD_SIZE, body.data(), body.size());
-    writeU16(p + lengthWord, static_cast<uint16_t>(lengthWord));
-    p[lengthWord + 2] = subCode;
-    p[lengthWord + 3] = first;
-    return lengthWord + 4;
-}
 
 std::span<const uint8_t> taggedFieldEnd(uint16_t kind) {
     if (kind == DB_KIND_TAGGED_1) return FIELD_END_1;

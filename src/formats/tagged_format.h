@@ -33,7 +33,6 @@ inline constexpr uint8_t TOKEN_EXTENDED_CHAR_SIZE = 4;
 // A variable token: first byte, sub-code, L (u16), body, L, sub-code, first
 // byte. L counts both length words and the body; the token takes L + 4 bytes.
 inline constexpr uint16_t TOKEN_VARIABLE_HEAD_SIZE = 4;  // bytes in front of the body
-inline constexpr uint16_t TOKEN_VARIABLE_EMPTY_L = 4;    // L of a token without a body
 
 // Single bytes with a meaning of their own.
 inline constexpr uint8_t MARK_RECORD_END = 5;
@@ -163,12 +162,6 @@ inline bool endsLine(const Token &token) {
 }
 // The soft line end of text, byte 140, which ends a line of a head record.
 inline bool isSoftLineEnd(const Token &token) { return token.first == MARK_SOFT_LINE_END; }
-
-// Writes a variable token with the given body to dst: first byte, sub-code,
-// L, body, L, sub-code, first byte, with L = body size + 4. Gives the bytes
-// written, or 0, with nothing written, when dst is too small or the body too
-// long for L.
-size_t writeVariableToken(std::span<uint8_t> dst, uint8_t first, uint8_t subCode, std::span<const uint8_t> body);
 
 // Whether a table kind is one of the two tagged dialects.
 inline bool isTaggedKind(uint16_t kind) { return kind == DB_KIND_TAGGED_0 || kind == DB_KIND_TAGGED_1; }

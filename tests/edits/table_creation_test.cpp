@@ -52,10 +52,10 @@ protected:
 
 TEST_F(CreateTest, TaggedKindsHaveExactBytesAndOpenWithTheirFields) {
     dir.write("t1.doc", "an old file of the name, longer than the new one, is replaced by it");
-    uint32_t liveBefore = blockLiveCount();
+    uint32_t liveBefore = test::liveBlocks();
     ASSERT_EQ(dbCreateMerge(database, "t0.doc", buildList({"Name", "City"}), DB_KIND_TAGGED_0), 0u);
     ASSERT_EQ(dbCreateMerge(database, "t1.doc", buildList({"Name", "City"}), DB_KIND_TAGGED_1), 0u);
-    EXPECT_EQ(blockLiveCount(), liveBefore);
+    EXPECT_EQ(test::liveBlocks(), liveBefore);
     test::Bytes lead = leadBeforeHead(dir.read("t0.doc"), "0E 0A C3 0C C3 4E 61 6D 65 C4 0C C4 0A C3 0C C3 43 69 74 79 "
                                                           "C4 0C C4 0A 12 0A 05 0A");
     // The kinds differ in the minor version at byte 11 alone.
@@ -86,9 +86,9 @@ TEST_F(CreateTest, FieldListLimits) {
     EXPECT_EQ(list, 0u);
     for (int i = 0; i < 1001; ++i) ASSERT_EQ(dbBuildMerge(&list, std::string(39, 'n').c_str()), 0u);
     EXPECT_EQ(dbBuildMerge(&list, "one too many"), DB_RESULT_ERROR(ERR_TOO_MANY_FIELDS));
-    uint32_t liveBefore = blockLiveCount();
+    uint32_t liveBefore = test::liveBlocks();
     EXPECT_EQ(dbCreateMerge(database, "big.doc", list, DB_KIND_TAGGED_0), DB_RESULT_ERROR(ERR_TOO_MANY_FIELDS));
-    EXPECT_EQ(blockLiveCount(), liveBefore - 1);
+    EXPECT_EQ(test::liveBlocks(), liveBefore - 1);
     EXPECT_FALSE(dir.exists("big.doc"));
 
     Names names;
@@ -100,7 +100,7 @@ TEST_F(CreateTest, FieldListLimits) {
 
 TEST_F(CreateTest, FailuresLeaveNoFile) {
     dir.write("kept.doc", "old");
-    uint32_t liveBefore = blockLiveCount();
+    uint32_t liveBefore = test::liveBlocks();
     auto create = [this](const char *name, uint16_t kind) {
         return dbCreateMerge(database, name, buildList({"N"}), kind);
     };
@@ -110,7 +110,7 @@ TEST_F(CreateTest, FailuresLeaveNoFile) {
     EXPECT_EQ(create(std::string(300, 'n').c_str(), DB_KIND_TAGGED_0), DB_RESULT_ERROR(ERR_CREATE));
     faultArm(FaultKind::ShortWrite, 3);
     EXPECT_EQ(create("short.doc", DB_KIND_TAGGED_0), DB_RESULT_ERROR(ERR_WRITE));
-    EXPECT_EQ(blockLiveCount(), liveBefore);  // the lists of tagged databases are freed
+    EXPECT_EQ(test::liveBlocks(), liveBefore);  // the lists of tagged databases are freed
     EXPECT_EQ(dir.read("kept.doc"), test::bytesOf("old"));
     EXPECT_FALSE(dir.exists("short.doc"));
 }

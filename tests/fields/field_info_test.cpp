@@ -114,7 +114,7 @@ TEST_F(FieldTable, LookupsInOrderAndAgainFindTheFirstOfEqualNames) {
 
 // The limit of a thousand fields is tested through discovery.
 TEST(FieldArray, SortsByNumber) {
-    uint32_t blocksBefore = blockLiveCount();
+    uint32_t blocksBefore = test::liveBlocks();
     BlockHandle array = 0;
     int16_t count = 0;
     for (int i = 0; i < 5; ++i) ASSERT_EQ(fieldsAdd(&array, &count), 0);
@@ -127,7 +127,7 @@ TEST(FieldArray, SortsByNumber) {
     EXPECT_EQ(names, (std::vector<std::string>{"-3", "abc", "1", "2", "10"}));
     EXPECT_EQ(entries[4].value, valueOfTen);
     fieldsFree(&array, &count);
-    EXPECT_EQ(blockLiveCount(), blocksBefore);
+    EXPECT_EQ(test::liveBlocks(), blocksBefore);
 }
 
 }  // namespace

@@ -78,6 +78,12 @@ std::string TempDir::file(const std::string &name) const { return path_ + native
 
 bool TempDir::exists(const std::string &name) const { return std::filesystem::exists(file(name)); }
 
+uint32_t liveBlocks() {
+    uint32_t live = 0;
+    for (uint32_t i = 0; i < blockregistry::slotCount; ++i) live += blockregistry::slots[i].address != nullptr;
+    return live;
+}
+
 void *messagesModule() {
     static void *module = loadModule(MERGEDB_MESSAGES_MODULE);
     return module;

@@ -23,14 +23,14 @@ class TableOpenTest : public ::testing::Test {
 protected:
     void SetUp() override {
         database = test::openDatabase(dir);
-        liveBefore = blockLiveCount();
+        liveBefore = test::liveBlocks();
     }
     void TearDown() override { dbCloseDBMerge(&database); }
 
     // The failed open left no block behind, and the file is free for an
     // exclusive open.
     void expectNothingLeftOpen(const std::string &name) {
-        EXPECT_EQ(blockLiveCount(), liveBefore);
+        EXPECT_EQ(test::liveBlocks(), liveBefore);
         if (!dir.exists(name)) return;
         uint32_t table = 0;
         test::setReadOnly(dir.file(name), false);
@@ -87,7 +87,7 @@ TEST_F(TableOpenTest, OnlyRegularFilesOpen) {
     EXPECT_EQ(test::openDelimited(database, "pipe.txt", &table, ",", "\n", "", "", 1), DB_RESULT_ERROR(ERR_OPEN));
     EXPECT_EQ(test::openDelimited(database, "pipe.txt", &table), DB_RESULT_ERROR(ERR_OPEN));
 #endif
-    EXPECT_EQ(blockLiveCount(), liveBefore);
+    EXPECT_EQ(test::liveBlocks(), liveBefore);
 }
 
 // Offsets are 32 bits wide, and a position of all ones stands for a
@@ -102,7 +102,7 @@ TEST_F(TableOpenTest, TablesUpToTheLargest32BitSizeOpen) {
         EXPECT_EQ(test::openDelimited(database, "huge.txt", &table, ",", "\n", "", "", 1), DB_RESULT_ERROR(ERR_OPEN))
             << size;
     }
-    EXPECT_EQ(blockLiveCount(), liveBefore);
+    EXPECT_EQ(test::liveBlocks(), liveBefore);
 
     // The zeros between the first record and the last two form one record
     // too long to read.
