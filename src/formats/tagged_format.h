@@ -171,17 +171,23 @@ inline bool isTaggedKind(uint16_t kind) { return kind == DB_KIND_TAGGED_0 || kin
 std::span<const uint8_t> taggedFieldEnd(uint16_t kind);
 std::span<const uint8_t> taggedRecordEnd(uint16_t kind);
 
-// The head record that table creation writes. Dialect 0: HEAD_START_0, then
-// per name NAME_ON, the name, NAME_OFF, then the field end and record end of
-// dialect 0. Dialect 1: HEAD_START_1, then per name the name and
-// NAME_LIST_SEPARATOR, one more separator, then the record end of dialect 1.
-inline constexpr std::array<uint8_t, 2> HEAD_START_0 = {MARK_HEAD_START, MARK_LINE_END};
-inline constexpr std::array<uint8_t, 3> NAME_ON = {TOKEN_LEAD_ATTR_ON, ATTR_FIELD_NAME, TOKEN_LEAD_ATTR_ON};
-inline constexpr std::array<uint8_t, 4> NAME_OFF = {TOKEN_LEAD_ATTR_OFF, ATTR_FIELD_NAME, TOKEN_LEAD_ATTR_OFF,
-                                                    MARK_LINE_END};
-inline constexpr std::array<uint8_t, 9> HEAD_START_1 = {
-    FUNCTION_TOKEN, FUNCTION_NAME_LIST, 4, 0, 4, 0, FUNCTION_NAME_LIST, FUNCTION_TOKEN, MARK_LINE_END};
+// The byte that ends each name of a dialect 1 name list; an empty name ends
+// the list.
 inline constexpr uint8_t NAME_LIST_SEPARATOR = '~';
+
+// What surrounds the names in the head record that table creation writes:
+// start, then per name beforeName, the name and afterName, then listEnd and
+// the record end. Dialect 0 puts each name between attribute tokens on a
+// line of its own and ends the list with a field end; dialect 1 follows the
+// name list token with each name and a tilde, and ends the list with an
+// empty name. By table kind, as taggedRecordEnd.
+struct TaggedHeadMarks {
+    std::span<const uint8_t> start;
+    std::span<const uint8_t> beforeName;
+    std::span<const uint8_t> afterName;
+    std::span<const uint8_t> listEnd;
+};
+TaggedHeadMarks taggedHeadMarks(uint16_t kind);
 
 // The 16-byte header, and where its fields lie.
 inline constexpr uint16_t TAGGED_HEADER_SIZE = 16;

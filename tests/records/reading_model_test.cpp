@@ -465,13 +465,7 @@ Bytes modelTaggedScan(const Bytes &file, size_t at) {
 }
 
 // A tagged document of one field, named A, whose records follow.
-Bytes taggedHead() {
-    Bytes head(HEAD_START_1.begin(), HEAD_START_1.end());
-    for (uint8_t byte : {uint8_t{'A'}, NAME_LIST_SEPARATOR, NAME_LIST_SEPARATOR}) head.push_back(byte);
-    std::span<const uint8_t> recordEnd = taggedRecordEnd(DB_KIND_TAGGED_1);
-    head.insert(head.end(), recordEnd.begin(), recordEnd.end());
-    return head;
-}
+Bytes taggedHead() { return test::taggedHead(1, {"A"}); }
 
 // Pieces of tagged text: plain text, the marks and tokens a value may hold.
 const Bytes TAGGED_PIECES[] = {test::bytesOf("text"),
