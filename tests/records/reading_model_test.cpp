@@ -197,23 +197,24 @@ uint16_t modelDelimitedField(const Bytes &r, size_t &c, const Strings &s, ModelE
 }
 
 // The length of the token at c in a tagged record, 0 where it has none or
-// runs past the record.
+// runs past the record: the fixed tokens 192-199 have the lengths below,
+// 200-207 none, 127 and 208-255 are L + 4 bytes long, every other byte is a
+// token of its own.
 size_t taggedTokenLength(const Bytes &r, size_t c) {
-    size_t length = 1;
-    if (tokenClass(&r[c]) == TOKEN_FIXED) length = fixedTokenLength(&r[c]);
-    if (tokenClass(&r[c]) == TOKEN_VARIABLE) length = r.size() - c < 4 ? 0 : variableTokenLength(&r[c]);
+    const size_t fixed[] = {4, 9, 11, 3, 3, 5, 6, 7, 0, 0, 0, 0, 0, 0, 0, 0};
+    uint8_t b = r[c];
+    size_t length = b >= 192 && b < 208 ? fixed[b - 192] : 1;
+    if (b == 127 || b >= 208) length = r.size() - c < 4 ? 0 : 4 + (r[c + 2] | r[c + 3] << 8);
     return c + length <= r.size() ? length : 0;
 }
 
 uint16_t modelSkipLine(const Bytes &r, size_t &c) {
-    while (c < r.size()) {
+    while (c < r.size() && r[c] != 0) {
         uint8_t b = r[c];
-        uint8_t cls = tokenClass(&r[c]);
-        if (cls == TOKEN_END) return 0;
         size_t length = taggedTokenLength(r, c);
         if (length == 0) return ERR_FORMAT;
         c += length;
-        if ((cls == TOKEN_CONTROL && (b == 10 || b == 12)) || (cls == TOKEN_SINGLE && b == 140)) return 0;
+        if (b == 10 || b == 12 || b == 140) return 0;
     }
     return 0;
 }
@@ -222,15 +223,14 @@ uint16_t modelTaggedField(const Bytes &r, size_t &c, ModelEntry &entry) {
     ModelValue value(entry);
     for (bool ended = false; !ended && c < r.size() && r[c] != 0 && value.length < FIELD_VALUE_LIMIT;) {
         uint8_t b = r[c];
-        uint8_t cls = tokenClass(&r[c]);
-        bool functionEnd = cls == TOKEN_VARIABLE && r.size() - c >= 2 && b == FUNCTION_TOKEN &&
+        bool functionEnd = r.size() - c >= 2 && b == FUNCTION_TOKEN &&
                            (r[c + 1] == FUNCTION_FIELD_END || r[c + 1] == FUNCTION_RECORD_END);
         if (functionEnd) {
             ended = true;
-        } else if (cls == TOKEN_CONTROL && (b == MARK_FIELD_END || b == MARK_RECORD_END)) {
+        } else if (b == MARK_FIELD_END || b == MARK_RECORD_END) {
             ended = true;
             ++c;
-        } else if (cls == TOKEN_CONTROL || cls == TOKEN_CHAR || b == MARK_HYPHEN) {
+        } else if (b < 127 || b == MARK_HYPHEN) {  // a control byte or a character
             value.store(b == MARK_HYPHEN ? '-' : b);
             ++c;
         } else if (b == TOKEN_LEAD_EXTENDED_CHAR) {
@@ -453,11 +453,9 @@ Bytes modelTaggedScan(const Bytes &file, size_t at) {
     size_t p = at;
     for (int phase = 1; phase <= 2 && p < file.size();) {
         uint8_t b = file[p];
-        uint8_t cls = tokenClass(&file[p]);
-        bool ends = phase == 1 ? (cls == TOKEN_CONTROL && b == MARK_RECORD_END) ||
-                                     (cls == TOKEN_VARIABLE && file.size() - p >= 2 && b == FUNCTION_TOKEN &&
-                                      file[p + 1] == FUNCTION_RECORD_END)
-                               : cls == TOKEN_CONTROL && (b == MARK_LINE_END || b == MARK_RECORD_LINE_END);
+        bool ends = phase == 1 ? b == MARK_RECORD_END || (file.size() - p >= 2 && b == FUNCTION_TOKEN &&
+                                                          file[p + 1] == FUNCTION_RECORD_END)
+                               : b == MARK_LINE_END || b == MARK_RECORD_LINE_END;
         p += taggedTokenLength(file, p);
         phase += ends;
     }
