@@ -1,5 +1,5 @@
-// The walk over a database's tables, and the double-byte aware path functions
-// beneath it.
+// The walk over a database's tables, as a host sees it through
+// dbGetTableNamesMerge.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -7,17 +7,13 @@
 #include <set>
 #include <string>
 
-#include "catalogue/directory.h"
+#include "catalogue/database.h"
 #include "support/test_platform.h"
 #include "support/test_support.h"
-#include "platform/windows_api.h"
-#include "support/fault_env.h"
 
 namespace mergedb {
 namespace {
 
-using test::native;
-using test::SystemLocale;
 using test::TempDir;
 using Names = std::set<std::string>;
 
@@ -94,50 +90,6 @@ TEST(CatalogueWalk, NothingToListReadsAsTheEnd) {
     EXPECT_EQ(databaseLock(database)->find.walk, nullptr);
     EXPECT_EQ(walk(removed), Names{});
     for (uint32_t *slot : {&database, &removed}) dbCloseDBMerge(slot);
-}
-
-TEST(CataloguePaths, AppendAddsOneSeparatorWithinTheBuffer) {
-    auto append = [](const std::string &text, const char *name) {
-        char buffer[PATH_BUFFER_SIZE];
-        std::strcpy(buffer, text.c_str());
-        char *end = buffer + text.size();
-        uint16_t code = pathAppend(buffer, name, &end, languageClass(faultEnv()));
-        return code != 0 ? "error " + std::to_string(code) : buffer + ("|" + std::to_string(end - buffer));
-    };
-    const std::string full = "error " + std::to_string(WALK_NAME_TOO_LONG);
-    SystemLocale english("C");
-    EXPECT_EQ(append("dir", "x") + append(native("dir/"), "x") + append("", "x"), native("dir/x|5dir/x|5x|1"));
-    EXPECT_EQ(append(std::string(250, 'd'), "1234"), std::string(250, 'd') + native("/1234|255"));
-    EXPECT_EQ(append(std::string(250, 'd'), "12345") + append(std::string(255, 'd'), ""), full + full);
-    // Behind a double-byte character whose trail byte is the separator.
-    EXPECT_EQ(append(native("d\x81/"), "x"), native("d\x81/x|4"));
-    SystemLocale japanese("ja_JP.SJIS");
-    EXPECT_EQ(append(native("d\x81/"), "x"), native("d\x81//x|5"));
-}
-
-TEST(CataloguePaths, LeadBytesBindTheirTrailBytes) {
-    const std::string text = native("a/b\x81/c\xE0/");
-    const char *path = text.c_str();
-    EXPECT_EQ(nameStart(path, true, LANGUAGE_JAPANESE), native("b\x81/c\xE0/"));
-    EXPECT_EQ(nameStart(path, true, LANGUAGE_KOREAN), native("c\xE0/"));
-    EXPECT_STREQ(nameStart(path, true, LANGUAGE_OTHER), "");
-    // A colon ends a drive only where paths have drives.
-    EXPECT_STREQ(nameStart("a:b", true, LANGUAGE_OTHER), PATH_HAS_DRIVES ? "b" : "a:b");
-    EXPECT_EQ(lastChar(path, path + 8, LANGUAGE_JAPANESE), native("\xE0/"));
-    EXPECT_EQ(lastChar(path, path + 8, LANGUAGE_OTHER), native("/"));
-    EXPECT_EQ(lastChar(path, path + 5, LANGUAGE_SIMPLIFIED_CHINESE), native("\x81/c\xE0/"));
-    EXPECT_EQ(lastChar(path, path, LANGUAGE_JAPANESE), path);
-    const char cut[] = "\x81";
-    EXPECT_EQ(nextChar(cut, LANGUAGE_TRADITIONAL_CHINESE), cut + 1);
-    EXPECT_TRUE(isLeadByte(0x9F, LANGUAGE_JAPANESE) && isLeadByte(0xFC, LANGUAGE_JAPANESE));
-    EXPECT_FALSE(isLeadByte(0xA0, LANGUAGE_JAPANESE) || isLeadByte(0xFD, LANGUAGE_JAPANESE));
-
-    std::string classes;
-    for (const char *locale : {"ja_JP.UTF-8", "ko_KR", "zh_CN.GBK", "zh_SG", "zh_TW", "de_DE"}) {
-        SystemLocale set(locale);
-        classes += std::to_string(languageClass(faultEnv())) + " ";
-    }
-    EXPECT_EQ(classes, "26 27 6 7 7 14 ");
 }
 
 }  // namespace

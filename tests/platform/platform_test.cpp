@@ -8,6 +8,8 @@
 #include <string>
 
 #include "platform/windows_api.h"
+#include "support/fault_env.h"
+#include "support/test_platform.h"
 #include "support/test_support.h"
 #include "tablefile/file_service.h"
 
@@ -132,6 +134,18 @@ TEST(PlatformText, StringResources) {
     // it was; the Windows call may empty it).
     EXPECT_EQ(LoadStringA(module, 999, buffer, 8), 0);
     EXPECT_EQ(LoadStringA(nullptr, 4, buffer, 8), 0);
+}
+
+// The system's language follows the locale as Windows has it: zh_SG is
+// Chinese of Singapore, and a name it does not know is US English (the
+// languages of double-byte paths are the ones that count).
+TEST(PlatformText, TheSystemLanguageFollowsTheLocale) {
+    std::string ids;
+    for (const char *locale : {"ja_JP.UTF-8", "ko_KR", "zh_CN.GBK", "zh_SG", "zh_TW", "xx_YY"}) {
+        test::SystemLocale set(locale);
+        ids += std::to_string(faultEnv().systemLanguage()) + " ";
+    }
+    EXPECT_EQ(ids, "1041 1042 2052 4100 1028 1033 ");
 }
 
 // Every byte of both pages converts as on Windows, look-alikes (best fit)
