@@ -107,20 +107,6 @@ TEST(PlatformFiles, ExistsSeesFilesDirectoriesAndRoots) {
     EXPECT_EQ(fileExists(env, dir.file("missing/y.txt").c_str()), -1);
 }
 
-TEST(PlatformRuntime, SplitPath) {
-    char drive[_MAX_DRIVE], directory[_MAX_DIR], name[_MAX_FNAME], extension[_MAX_EXT];
-    // Only where paths have drives does "C:" count as one.
-    _splitpath(test::native("C:/data.old/a.b.txt").c_str(), drive, directory, name, extension);
-    EXPECT_STREQ(drive, PATH_HAS_DRIVES ? "C:" : "");
-    EXPECT_EQ(std::string(drive) + directory, test::native("C:/data.old/"));
-    EXPECT_STREQ(name, "a.b");
-    EXPECT_STREQ(extension, ".txt");
-    _splitpath("plain", drive, directory, name, extension);
-    EXPECT_STREQ(directory, "");
-    EXPECT_STREQ(name, "plain");
-    EXPECT_STREQ(extension, "");
-}
-
 // A text is cut to the buffer, and one that the module lacks gives 0.
 TEST(PlatformText, StringResources) {
     char buffer[8];
