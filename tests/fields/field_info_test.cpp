@@ -22,8 +22,7 @@ class FieldTable : public TableTest {
 protected:
     void SetUp() override {
         TableTest::SetUp();
-        dir.write("t.csv", "");
-        open("t.csv");
+        openWith("t.csv", "");
     }
     void add(const std::string &name, uint16_t firstInfo = 0) {
         MergeTable *record = tableLock(table);

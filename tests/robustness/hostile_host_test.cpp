@@ -7,16 +7,40 @@
 
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <memory>
+#include <tuple>
 
-#include "robustness/host_areas.h"
 #include "support/test_support.h"
 
 namespace mergedb {
 namespace {
 
-using test::fieldItemAreaSize;
-using test::valueAreaSize;
+// The areas a host must supply for what the exports write into them: a
+// value of each type (0 for the types that write nothing), and each item of
+// a field (items 1 to 5; the others write nothing).
+size_t valueAreaSize(uint16_t type) {
+    switch (type) {
+    case DB_TYPE_TEXT:
+    case DB_TYPE_TEXT_8:
+    case DB_TYPE_TEXT_10:
+    case DB_TYPE_TEXT_15: return 255;
+    case DB_TYPE_LONG_TEXT: return 32001;
+    case DB_TYPE_INT16: return 2;
+    case DB_TYPE_DOUBLE:
+    case DB_TYPE_DATE_TIME: return 8;
+    case DB_TYPE_INT32:
+    case DB_TYPE_FLOAT:
+    case DB_TYPE_DATE:
+    case DB_TYPE_TIME:
+    case DB_TYPE_LOGICAL: return 4;
+    default: return 0;
+    }
+}
+
+constexpr size_t FIELD_ITEM_AREA[] = {0, 40, 10, 2, 8, 31};
+
+size_t fieldItemAreaSize(uint16_t item) { return item < std::size(FIELD_ITEM_AREA) ? FIELD_ITEM_AREA[item] : 0; }
 
 constexpr uint8_t GUARD_BYTE = 0xA5;
 constexpr size_t GUARD_SIZE = 64;
@@ -87,6 +111,8 @@ TEST(HostileHost, SessionDatabaseAndCatalogueCallsKeepToTheirAreas) {
         EXPECT_TRUE(DB_RESULT_IS_ERROR(dbGetDBSubTypesMerge(database, nullptr, nullptr, first)));
         expectGuarded(31, [&](void *out) { return dbGetTypeNamesMerge(0, 0, static_cast<char *>(out), first); },
                       "type names", first);
+        char type[31] = "";
+        EXPECT_EQ(dbGetTypeNamesMerge(0, 0, type, first) == 0 ? std::string(type) : "end", first == 1 ? "Text" : "end");
         Area table(256);
         EXPECT_TRUE(defined(dbGetTableNamesMerge(database, table.text(), first)));
         EXPECT_TRUE(table.guarded());
@@ -96,18 +122,37 @@ TEST(HostileHost, SessionDatabaseAndCatalogueCallsKeepToTheirAreas) {
         expectGuarded(1, [&](void *out) { return dbGetSessionInfoMerge(0, static_cast<uint8_t *>(out), item); },
                       "session info", item);
     }
-    Area a(2), b(2), c(2), d(4);
+    // The answers of a driver with one data type and no indexes or locks;
+    // the type's information gives back the two numbers it was asked with.
+    Area a(2), b(2), c(2), d(4), flag(1);
     auto *a16 = static_cast<uint16_t *>(a.data());
     auto *b16 = static_cast<uint16_t *>(b.data());
     auto *c16 = static_cast<uint16_t *>(c.data());
     auto *d32 = static_cast<uint32_t *>(d.data());
     EXPECT_EQ(dbGetTypeInfoMerge(0, 0, 7, 9, 0, 0, a16, b16, c16, d32), 0u);
+    EXPECT_EQ(std::tuple(*a16, *b16, *c16, *d32), std::tuple(9, 0, 7, 0u));
     EXPECT_EQ(dbGetNameInfoMerge(0, 0, 0, 0, a16, b16, c16, d32), 0u);
+    EXPECT_EQ(std::tuple(*a16, *b16, *c16, *d32), std::tuple(1, 0xFFFF, 0, 0u));
     EXPECT_EQ(dbIsIndexedMerge(0, 0, 0, a16, d32), 0u);
+    EXPECT_EQ(std::tuple(*a16, *d32), std::tuple(0xFFFF, 0u));
     EXPECT_EQ(dbIsValidMapMerge(0, 0, 0, 0, 0, 0, d32), 0u);
+    EXPECT_EQ(*d32, 1u);
     EXPECT_EQ(dbRecLockMerge(0, d32), 0u);
+    EXPECT_EQ(*d32, 1u);
     EXPECT_EQ(dbRecUnlockMerge(0, d32), 0u);
-    EXPECT_TRUE(a.guarded() && b.guarded() && c.guarded() && d.guarded());
+    EXPECT_EQ(*d32, 0u);
+    EXPECT_EQ(dbGetSessionInfoMerge(0, static_cast<uint8_t *>(flag.data()), 1), 0u);
+    EXPECT_EQ(flag.at(0), 0);
+    EXPECT_EQ(dbGetSessionInfoMerge(0, static_cast<uint8_t *>(flag.data()), 2), DB_RESULT_ERROR(ERR_UNSUPPORTED));
+    EXPECT_EQ(dbGetTypeNamesMerge(0, 0, flag.text(), 2), DB_RESULT_END_OF_DATA);
+    EXPECT_TRUE(a.guarded() && b.guarded() && c.guarded() && d.guarded() && flag.guarded());
+    for (DbResult result : {dbGetTypeNamesMerge(0, 0, nullptr, 1), dbIsIndexedMerge(0, 0, 0, nullptr, d32),
+                            dbGetTypeInfoMerge(0, 0, 1, 1, 0, 0, a16, b16, c16, nullptr),
+                            dbGetNameInfoMerge(0, 0, 0, 0, a16, b16, c16, nullptr),
+                            dbIsValidMapMerge(0, 0, 0, 0, 0, 0, nullptr), dbRecLockMerge(0, nullptr),
+                            dbRecUnlockMerge(0, nullptr), dbGetSessionInfoMerge(0, nullptr, 1)}) {
+        EXPECT_EQ(result, DB_RESULT_ERROR(ERR_MEMORY));
+    }
     for (DbResult result : {dbExistsMerge(0, database, nullptr, d32), dbEraseMerge(0, database, nullptr),
                             dbEraseMerge(0, database, LONG_NAME.c_str()), dbBuildMerge(nullptr, "name"),
                             dbCreateMerge(database, nullptr, 0, 43),

@@ -69,6 +69,12 @@ TEST(ShareModes, HoldAcrossTwoProcesses) {
     EXPECT_EQ(open(0, 1), refused);
     EXPECT_EQ(open(1, 0), refused);
     ASSERT_EQ(ask(other, CLOSE), 0u);
+    // A table opened read only is shared with everyone, whatever exclusive
+    // says.
+    ASSERT_EQ(ask(other, openCommand(1, 1)), 0u);
+    ASSERT_EQ(open(0, 0), 0u);
+    ASSERT_EQ(dbCloseTableMerge(&table), 0u);
+    ASSERT_EQ(ask(other, CLOSE), 0u);
 
     ASSERT_EQ(open(0, 1), 0u);
     EXPECT_EQ(ask(other, openCommand(0, 0)), refused);
