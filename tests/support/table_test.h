@@ -71,6 +71,15 @@ protected:
         return std::string(text, length);
     }
 
+    // The names of the table's fields, by the host's name walk.
+    std::vector<std::string> fieldNames() {
+        std::vector<std::string> names;
+        char name[40];
+        uint16_t index = 0;
+        for (uint16_t mode = 1; dbGetFieldNamesMerge(table, name, &index, mode) == 0; mode = 0) names.push_back(name);
+        return names;
+    }
+
     // The current record's image.
     Bytes current() {
         const auto *node = blockLockAs<EditNode>(record().current);
