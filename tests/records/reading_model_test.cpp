@@ -5,6 +5,7 @@
 // the bytes apply and wherever they don't.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <string>
@@ -37,11 +38,8 @@ const Strings CONFIGS[] = {
 };
 
 bool standsAt(const Bytes &b, size_t at, const std::string &s) {
-    if (at + s.size() > b.size()) return false;
-    for (size_t i = 0; i < s.size(); ++i) {
-        if (b[at + i] != static_cast<uint8_t>(s[i])) return false;
-    }
-    return true;
+    auto same = [](char c, uint8_t byte) { return static_cast<uint8_t>(c) == byte; };
+    return at + s.size() <= b.size() && std::equal(s.begin(), s.end(), b.begin() + static_cast<ptrdiff_t>(at), same);
 }
 
 bool opens(const std::string &s, uint8_t byte) { return !s.empty() && static_cast<uint8_t>(s[0]) == byte; }
@@ -553,7 +551,8 @@ TEST_F(ReadingModel, ScannedTaggedRecordsSplitAsTheRulesSay) {
 TEST_F(ReadingModel, TheLongestRecordAndTheEndsOfAFile) {
     auto line = [](size_t size) { return std::string(size - 1, 'v') + "\n"; };
     const uint32_t longest = DB_LONGEST_RECORD;
-    ASSERT_NO_FATAL_FAILURE(openText(test::bytesOf(line(longest) + line(longest + 1) + "z\n\x1A"), {",", "\n", "", ""}));
+    Bytes file = test::bytesOf(line(longest) + line(longest + 1) + "z\n\x1A");
+    ASSERT_NO_FATAL_FAILURE(openText(file, {",", "\n", "", ""}));
     EXPECT_EQ(currentRecord(t())->dataLength, longest);
     for (uint32_t at : {longest, 2 * longest + 1, 2 * longest + 3}) {
         ASSERT_EQ(windowSeek(t(), at), 0);

@@ -86,9 +86,17 @@ TEST_F(HostileHost, SessionDatabaseAndCatalogueCallsKeepToTheirAreas) {
     dir.write(std::string(200, 't') + ".txt", "x\n");
     EXPECT_EQ(dbInitMerge(1, 0, 0, 0, nullptr, test::messagesModule()), 0u);
     EXPECT_EQ(dbExitMerge(nullptr), 0u);
-    for (uint32_t code : {0u, 6u, 23u, 24u, 50u, 100u, 0xFFFFu, DB_RESULT_END_OF_DATA, DB_RESULT_ERROR(9)}) {
+    // The low half of a code, taken as signed, picks the text; all but 0 to
+    // 23 share the general one.
+    const std::string general = "An error occurred in the database driver.";
+    const std::pair<uint32_t, std::string> messages[] = {
+        {0, "No error."}, {DB_RESULT_END_OF_DATA, "No error."}, {23, "The record is too long."},
+        {DB_RESULT_ERROR(6), "Not enough memory, or an invalid handle."}, {24, general}, {50, general},
+        {100, general}, {0xFFFF, general}, {0x03FE8000u, general}};
+    for (const auto &[code, text] : messages) {
         Area message(81);
         dbErrMsgMerge(code, message.text());
+        EXPECT_EQ(std::string(message.text()), text);
         EXPECT_TRUE(message.guarded()) << code;
         dbErrMsgMerge(code, nullptr);
     }
