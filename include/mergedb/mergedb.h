@@ -141,6 +141,12 @@ enum DbDatabaseItem {
     DB_DATABASE_ITEM_ANSI_OPTION = 15    /* u32, 1 where DB_OPTION_ANSI_TEXT works */
 };
 
+/* Limits that a host meets: a put stores at most DB_LONGEST_PUT bytes of
+ * text (its value block holds them and a NUL), and no record longer than
+ * DB_LONGEST_RECORD bytes, its terminator included, is read or written. */
+#define DB_LONGEST_PUT 31999u
+#define DB_LONGEST_RECORD 28672u
+
 /* dbGetSessionInfoMerge: the one item, a byte 0. */
 #define DB_SESSION_ITEM_FLAG 1
 

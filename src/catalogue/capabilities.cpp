@@ -194,12 +194,13 @@ extern "C" DbResult MERGEDB_CALL dbGetSessionInfoMerge(uint32_t, unsigned char *
 }
 
 // Option 1 makes a delimited table convert its text between the OEM and
-// ANSI pages from the next value on; other tables accept it and ignore it.
+// ANSI pages from the next value on; every table takes it, and the text
+// operations of tagged documents, whose characters are tokens, ignore it.
 extern "C" DbResult MERGEDB_CALL dbSetTableOptionMerge(uint32_t handle, uint16_t option) {
     MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
     if (option != DB_OPTION_ANSI_TEXT) return errorResult(ERR_UNSUPPORTED);
-    if (table->subtype == DB_SUBTYPE_DELIMITED) table->oemConversion = 1;
+    table->oemConversion = 1;
     return DB_RESULT_OK;
 }
 

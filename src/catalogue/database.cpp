@@ -15,17 +15,17 @@ extern "C" DbResult MERGEDB_CALL dbOpenDBMerge(uint16_t subtype, uint32_t, uint3
     BlockHandle handle = blockAlloc(sizeof(MergeDatabase), BlockKind::Database);
     auto *database = blockLockAs<MergeDatabase>(handle);
     if (database == nullptr) return errorResult(ERR_MEMORY);
+    database->env = &platformEnv();
     if (path != nullptr) {
         // The path is tested on the bytes as handed in; one that does not fit
         // the record cannot name a directory we could use.
         size_t length = strnlen(path, PATH_BUFFER_SIZE);
-        if (length >= PATH_BUFFER_SIZE || fileExists(platformEnv(), path) != 0) {
+        if (length >= PATH_BUFFER_SIZE || fileExists(*database->env, path) != 0) {
             blockFree(&handle);
             return errorResult(ERR_BAD_PATH);
         }
         std::memcpy(database->path, path, length + 1);
     }
-    database->env = &platformEnv();
     database->subtype = subtype;
     *databaseOut = handle;
     return DB_RESULT_OK;

@@ -11,6 +11,17 @@
 namespace mergedb {
 namespace {
 
+// Language classes, after the system's default language.
+constexpr int LANGUAGE_SIMPLIFIED_CHINESE = 6;
+constexpr int LANGUAGE_TRADITIONAL_CHINESE = 7;
+constexpr int LANGUAGE_OTHER = 14;
+constexpr int LANGUAGE_JAPANESE = 26;
+constexpr int LANGUAGE_KOREAN = 27;
+
+// What a step of a walk over a directory gives: an entry, the end of the
+// directory, a name too long for a path, or a directory that can't be read.
+enum WalkCode : uint16_t { WALK_ENTRY = 0, WALK_END, WALK_NAME_TOO_LONG, WALK_FAILED };
+
 // Normal files and archive files, and so every plain file; no directories.
 constexpr uint8_t TABLE_WALK_MASK = ATTRIBUTE_NORMAL;
 
@@ -38,6 +49,94 @@ constexpr LANGID LANGUAGE_CHINESE = 0x04;
 constexpr LANGID SUBLANGUAGE_SIMPLIFIED = 0x0800;
 constexpr LANGID LANGUAGE_JAPANESE_ID = 0x11;
 constexpr LANGID LANGUAGE_KOREAN_ID = 0x12;
+
+// The class of the system's language, as the Env tells it.
+int languageClass(const Env &env) {
+    LANGID id = env.systemLanguage();
+    switch (id & PRIMARY_LANGUAGE_BITS) {
+    case LANGUAGE_CHINESE:
+        return (id & SUBLANGUAGE_BITS) == SUBLANGUAGE_SIMPLIFIED ? LANGUAGE_SIMPLIFIED_CHINESE
+                                                                 : LANGUAGE_TRADITIONAL_CHINESE;
+    case LANGUAGE_JAPANESE_ID:
+        return LANGUAGE_JAPANESE;
+    case LANGUAGE_KOREAN_ID:
+        return LANGUAGE_KOREAN;
+    default:
+        return LANGUAGE_OTHER;
+    }
+}
+
+bool isLeadByte(uint8_t byte, int languageClass) {
+    return std::ranges::any_of(LEAD_BYTE_RANGES, [&](const LeadByteRange &range) {
+        return range.languageClass == languageClass && byte >= range.first && byte <= range.last;
+    });
+}
+
+// The character after the one at position; a lead byte is never taken
+// past the terminator.
+const char *nextChar(const char *position, int languageClass) {
+    bool pair = isLeadByte(static_cast<uint8_t>(position[0]), languageClass) && position[1] != '\0';
+    return position + (pair ? 2 : 1);
+}
+
+// The start of the last whole character in [start, end); start when the
+// range is empty. Reads no byte at or behind end.
+const char *lastChar(const char *start, const char *end, int languageClass) {
+    const char *last = start;
+    for (const char *position = start; position < end;) {
+        last = position;
+        position += isLeadByte(static_cast<uint8_t>(*position), languageClass) ? 2 : 1;
+    }
+    return last;
+}
+
+// Where the file name in path begins: behind its last separator (or drive
+// colon, when asked for and the platform has drives).
+const char *nameStart(const char *path, bool stopAtColon, int languageClass) {
+    const char *name = path;
+    for (const char *position = path; *position != '\0'; position = nextChar(position, languageClass)) {
+        // Separators are single bytes, never lead bytes.
+        bool separator = *position == PATH_SEPARATOR || (PATH_HAS_DRIVES && stopAtColon && *position == ':');
+        if (separator) name = position + 1;
+    }
+    return name;
+}
+
+// Appends name to the text of buffer that ends at end, with a separator
+// between them where the text lacks one, and moves end behind it. 0 or
+// WALK_NAME_TOO_LONG when the result would not fit the buffer.
+uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **end, int languageClass) {
+    char *position = *end;
+    if (position != buffer && *lastChar(buffer, position, languageClass) != PATH_SEPARATOR) {
+        // The separator needs room for itself and a terminator.
+        if (position - buffer + 2 > PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
+        *position++ = PATH_SEPARATOR;
+        *position = '\0';
+        *end = position;
+    }
+    size_t used = static_cast<size_t>(position - buffer);
+    size_t length = std::strlen(name);
+    if (used + length + 1 > PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
+    std::memcpy(position, name, length + 1);
+    *end = position + length;
+    return 0;
+}
+
+// Copies the file name part of path into out.
+void baseName(const char *path, char (&out)[PATH_BUFFER_SIZE], int languageClass) {
+    const char *name = nameStart(path, true, languageClass);
+    size_t length = strnlen(name, PATH_BUFFER_SIZE - 1);
+    std::memcpy(out, name, length);
+    out[length] = '\0';
+}
+
+// True for a path whose extension is one the table walk leaves out.
+bool isSkippedExtension(const char *path) {
+    const char *dot = std::strrchr(path, '.');
+    if (dot == nullptr || dot[1] == '\0') return false;
+    return std::ranges::any_of(SKIPPED_EXTENSIONS,
+                               [&](const char *extension) { return _stricmp(dot + 1, extension) == 0; });
+}
 
 uint16_t findNextEntry(const Env &env, FindState &find) {
     return env.walkNext(find.walk, &find.entry) ? WALK_ENTRY : WALK_END;
@@ -87,6 +186,40 @@ uint16_t takeEntry(const Env &env, const FindState &find, const char *directory,
     return WALK_ENTRY;
 }
 
+// Opens a walk over directory and finds its first entry that passes mask
+// (attribute bits; the normal bit 0x80 brings in archive, 0x20, and entries
+// without attributes). resultPath receives the directory joined with the
+// entry's name. A failure leaves no walk open.
+uint16_t dirFindFirst(const Env &env, const char *directory, uint8_t mask, FindState &find,
+                      char (&resultPath)[PATH_BUFFER_SIZE], uint8_t &attributesOut) {
+    find.walk = nullptr;
+    if (directory == nullptr) return WALK_FAILED;
+    if (strnlen(directory, PATH_BUFFER_SIZE) == PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
+    if ((mask & ATTRIBUTE_NORMAL) != 0) mask |= ATTRIBUTE_ARCHIVE;
+    find.walk = env.walkFirst(directory, &find.entry);
+    if (find.walk == nullptr) return WALK_FAILED;
+    uint16_t code = skipFiltered(env, find, mask, true);
+    if (code == 0) code = takeEntry(env, find, directory, resultPath, attributesOut);
+    if (code != 0) {
+        dirFindClose(env, find);
+        return code;
+    }
+    find.attributeMask = mask;
+    std::memcpy(find.dirPrefix, directory, std::strlen(directory) + 1);
+    return WALK_ENTRY;
+}
+
+// The next entry of the walk that passes its mask; the walk stays open on
+// failure.
+uint16_t dirFindNext(const Env &env, FindState &find, char (&resultPath)[PATH_BUFFER_SIZE],
+                     uint8_t &attributesOut) {
+    if (find.walk == nullptr) return WALK_END;
+    uint16_t code = findNextEntry(env, find);
+    if (code == 0) code = skipFiltered(env, find, find.attributeMask, false);
+    if (code == 0) code = takeEntry(env, find, find.dirPrefix, resultPath, attributesOut);
+    return code;
+}
+
 // One step of the table name walk: 0 with the entry in resultPath, or the
 // code that ended it.
 uint16_t tableWalkStep(MergeDatabase &database, uint16_t firstOrNext, char (&resultPath)[PATH_BUFFER_SIZE]) {
@@ -109,113 +242,9 @@ uint16_t tableWalkStep(MergeDatabase &database, uint16_t firstOrNext, char (&res
 
 }  // namespace
 
-uint16_t dirFindFirst(const Env &env, const char *directory, uint8_t mask, FindState &find,
-                      char (&resultPath)[PATH_BUFFER_SIZE], uint8_t &attributesOut) {
-    find.walk = nullptr;
-    if (directory == nullptr) return WALK_FAILED;
-    if (strnlen(directory, PATH_BUFFER_SIZE) == PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
-    if ((mask & ATTRIBUTE_NORMAL) != 0) mask |= ATTRIBUTE_ARCHIVE;
-    find.walk = env.walkFirst(directory, &find.entry);
-    if (find.walk == nullptr) return WALK_FAILED;
-    uint16_t code = skipFiltered(env, find, mask, true);
-    if (code == 0) code = takeEntry(env, find, directory, resultPath, attributesOut);
-    if (code != 0) {
-        dirFindClose(env, find);
-        return code;
-    }
-    find.attributeMask = mask;
-    std::memcpy(find.dirPrefix, directory, std::strlen(directory) + 1);
-    return WALK_ENTRY;
-}
-
-uint16_t dirFindNext(const Env &env, FindState &find, char (&resultPath)[PATH_BUFFER_SIZE],
-                     uint8_t &attributesOut) {
-    if (find.walk == nullptr) return WALK_END;
-    uint16_t code = findNextEntry(env, find);
-    if (code == 0) code = skipFiltered(env, find, find.attributeMask, false);
-    if (code == 0) code = takeEntry(env, find, find.dirPrefix, resultPath, attributesOut);
-    return code;
-}
-
 void dirFindClose(const Env &env, FindState &find) {
     if (find.walk != nullptr) env.walkClose(find.walk);
     find.walk = nullptr;
-}
-
-uint16_t pathAppend(char (&buffer)[PATH_BUFFER_SIZE], const char *name, char **end, int languageClass) {
-    char *position = *end;
-    if (position != buffer && *lastChar(buffer, position, languageClass) != PATH_SEPARATOR) {
-        // The separator needs room for itself and a terminator.
-        if (position - buffer + 2 > PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
-        *position++ = PATH_SEPARATOR;
-        *position = '\0';
-        *end = position;
-    }
-    size_t used = static_cast<size_t>(position - buffer);
-    size_t length = std::strlen(name);
-    if (used + length + 1 > PATH_BUFFER_SIZE) return WALK_NAME_TOO_LONG;
-    std::memcpy(position, name, length + 1);
-    *end = position + length;
-    return 0;
-}
-
-void baseName(const char *path, char (&out)[PATH_BUFFER_SIZE], int languageClass) {
-    const char *name = nameStart(path, true, languageClass);
-    size_t length = strnlen(name, PATH_BUFFER_SIZE - 1);
-    std::memcpy(out, name, length);
-    out[length] = '\0';
-}
-
-int languageClass(const Env &env) {
-    LANGID id = env.systemLanguage();
-    switch (id & PRIMARY_LANGUAGE_BITS) {
-    case LANGUAGE_CHINESE:
-        return (id & SUBLANGUAGE_BITS) == SUBLANGUAGE_SIMPLIFIED ? LANGUAGE_SIMPLIFIED_CHINESE
-                                                                 : LANGUAGE_TRADITIONAL_CHINESE;
-    case LANGUAGE_JAPANESE_ID:
-        return LANGUAGE_JAPANESE;
-    case LANGUAGE_KOREAN_ID:
-        return LANGUAGE_KOREAN;
-    default:
-        return LANGUAGE_OTHER;
-    }
-}
-
-bool isLeadByte(uint8_t byte, int languageClass) {
-    return std::ranges::any_of(LEAD_BYTE_RANGES, [&](const LeadByteRange &range) {
-        return range.languageClass == languageClass && byte >= range.first && byte <= range.last;
-    });
-}
-
-const char *nextChar(const char *position, int languageClass) {
-    bool pair = isLeadByte(static_cast<uint8_t>(position[0]), languageClass) && position[1] != '\0';
-    return position + (pair ? 2 : 1);
-}
-
-const char *lastChar(const char *start, const char *end, int languageClass) {
-    const char *last = start;
-    for (const char *position = start; position < end;) {
-        last = position;
-        position += isLeadByte(static_cast<uint8_t>(*position), languageClass) ? 2 : 1;
-    }
-    return last;
-}
-
-const char *nameStart(const char *path, bool stopAtColon, int languageClass) {
-    const char *name = path;
-    for (const char *position = path; *position != '\0'; position = nextChar(position, languageClass)) {
-        // Separators are single bytes, never lead bytes.
-        bool separator = *position == PATH_SEPARATOR || (PATH_HAS_DRIVES && stopAtColon && *position == ':');
-        if (separator) name = position + 1;
-    }
-    return name;
-}
-
-bool isSkippedExtension(const char *path) {
-    const char *dot = std::strrchr(path, '.');
-    if (dot == nullptr || dot[1] == '\0') return false;
-    return std::ranges::any_of(SKIPPED_EXTENSIONS,
-                               [&](const char *extension) { return _stricmp(dot + 1, extension) == 0; });
 }
 
 }  // namespace mergedb

@@ -68,28 +68,10 @@ uint16_t writeBytes(FileObject &file, std::span<const uint8_t> bytes) {
     return written == static_cast<int16_t>(bytes.size()) ? 0 : ERR_WRITE;
 }
 
-// What surrounds the names in the head record of each dialect.
-struct HeadMarks {
-    std::span<const uint8_t> start;
-    std::span<const uint8_t> beforeName;
-    std::span<const uint8_t> afterName;
-    std::span<const uint8_t> listEnd;  // before the record end
-};
-
-constexpr std::array<uint8_t, 1> NAME_SEPARATOR = {NAME_LIST_SEPARATOR};
-
-// Dialect 0 encloses each name in attribute tokens and ends the list with a
-// field end; dialect 1 ends each name with a tilde and the list with an
-// empty name.
-HeadMarks headMarks(uint16_t kind) {
-    if (kind == DB_KIND_TAGGED_1) return {HEAD_START_1, {}, NAME_SEPARATOR, NAME_SEPARATOR};
-    return {HEAD_START_0, NAME_ON, NAME_OFF, taggedFieldEnd(kind)};
-}
-
 // The whole file: header, prefix block and head record.
 uint16_t writeTaggedFile(FileObject &file, std::span<const NameSlot> names, uint16_t kind) {
     const auto header = createdHeader(kind);
-    const HeadMarks marks = headMarks(kind);
+    const TaggedHeadMarks marks = taggedHeadMarks(kind);
     for (std::span<const uint8_t> part :
          {std::span<const uint8_t>(header), std::span<const uint8_t>(CREATED_PREFIX_BLOCK), marks.start}) {
         if (uint16_t code = writeBytes(file, part)) return code;

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "frame/blocks.h"
+#include "mergedb/mergedb.h"
 #include "platform/windows_api.h"
 #include "tablefile/table.h"
 
@@ -15,8 +16,8 @@ inline constexpr uint16_t FIELD_NAME_SIZE = 40;
 inline constexpr int16_t FIELD_LIMIT = 1000;
 inline constexpr uint16_t FIELD_VALUE_BLOCK = 4096;
 // The most bytes of text a value holds, and that a host reads or puts at
-// once: the driver's largest transfer.
-inline constexpr uint16_t FIELD_VALUE_LIMIT = 32000;
+// once, a put's NUL included: the driver's largest transfer.
+inline constexpr uint16_t FIELD_VALUE_LIMIT = DB_LONGEST_PUT + 1;
 
 struct FieldEntry {
     char name[FIELD_NAME_SIZE];

@@ -1,7 +1,6 @@
 #include "formats/tagged_format.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "mergedb/mergedb.h"
 
@@ -14,27 +13,14 @@ constexpr std::array<uint8_t, 9> FIELD_END_1 = {
     FUNCTION_TOKEN, FUNCTION_FIELD_END, 4, 0, 4, 0, FUNCTION_FIELD_END, FUNCTION_TOKEN, MARK_LINE_END};
 constexpr std::array<uint8_t, 11> RECORD_END_1 = {FUNCTION_TOKEN, FUNCTION_RECORD_END, 6, 0, 0, 0, 6, 0,
                                                   FUNCTION_RECORD_END, FUNCTION_TOKEN, MARK_RECORD_LINE_END};
-
-void writeU16(uint8_t *p, uint16_t value) {
-    p[0] = static_cast<uint8_t>(value);
-    p[1] = static_cast<uint8_t>(value >> 8);
-}
+constexpr std::array<uint8_t, 2> HEAD_START_0 = {MARK_HEAD_START, MARK_LINE_END};
+constexpr std::array<uint8_t, 3> NAME_ON = {TOKEN_LEAD_ATTR_ON, ATTR_FIELD_NAME, TOKEN_LEAD_ATTR_ON};
+constexpr std::array<uint8_t, 4> NAME_OFF = {TOKEN_LEAD_ATTR_OFF, ATTR_FIELD_NAME, TOKEN_LEAD_ATTR_OFF, MARK_LINE_END};
+constexpr std::array<uint8_t, 9> HEAD_START_1 = {
+    FUNCTION_TOKEN, FUNCTION_NAME_LIST, 4, 0, 4, 0, FUNCTION_NAME_LIST, FUNCTION_TOKEN, MARK_LINE_END};
+constexpr std::array<uint8_t, 1> NAME_END_1 = {NAME_LIST_SEPARATOR};
 
 }  // namespace
-
-size_t writeVariableToken(std::span<uint8_t> dst, uint8_t first, uint8_t subCode, std::span<const uint8_t> body) {
-    size_t lengthWord = body.size() + TOKEN_VARIABLE_EMPTY_L;
-    if (lengthWord > UINT16_MAX || dst.size() < lengthWord + 4) return 0;
-    uint8_t *p = dst.data();
-    p[0] = first;
-    p[1] = subCode;
-    writeU16(p + 2, static_cast<uint16_t>(lengthWord));
-    if (!body.empty()) std::memcpy(p + TOKEN_VARIABLE_HEAD_SIZE, body.data(), body.size());
-    writeU16(p + lengthWord, static_cast<uint16_t>(lengthWord));
-    p[lengthWord + 2] = subCode;
-    p[lengthWord + 3] = first;
-    return lengthWord + 4;
-}
 
 std::span<const uint8_t> taggedFieldEnd(uint16_t kind) {
     if (kind == DB_KIND_TAGGED_1) return FIELD_END_1;
@@ -44,6 +30,11 @@ std::span<const uint8_t> taggedFieldEnd(uint16_t kind) {
 std::span<const uint8_t> taggedRecordEnd(uint16_t kind) {
     if (kind == DB_KIND_TAGGED_1) return RECORD_END_1;
     return RECORD_END_0;
+}
+
+TaggedHeadMarks taggedHeadMarks(uint16_t kind) {
+    if (kind == DB_KIND_TAGGED_1) return {HEAD_START_1, {}, NAME_END_1, NAME_END_1};
+    return {HEAD_START_0, NAME_ON, NAME_OFF, FIELD_END_0};
 }
 
 bool isTaggedMagic(const uint8_t *header) {

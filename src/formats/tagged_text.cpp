@@ -5,10 +5,13 @@
 #include <cstring>
 
 #include "formats/byte_runs.h"
-#include "formats/tagged_format.h"
+#include "formats/tagged_tokens.h"
 
 namespace mergedb {
 namespace {
+
+// The OEM byte of an extended character that the character table lacks.
+constexpr uint8_t UNMAPPED_CHARACTER = 0xFE;
 
 struct CharacterEntry {
     uint16_t key;  // set * 256 + number
@@ -93,74 +96,19 @@ static_assert(CHARACTER_TABLE[0].key == 0);
 
 const uint8_t *bytesOf(std::span<const char> text) { return reinterpret_cast<const uint8_t *>(text.data()); }
 
-// Length of the token at position, or 0 where the text ends there.
-size_t tokenLengthIn(std::span<const char> text, size_t position) {
-    if (position >= text.size()) return 0;
-    const uint8_t *base = bytesOf(text);
-    TokenStep step = tokenStepAt(base + position, base + text.size());
-    return step.kind == TOKEN_STEP_OK ? step.length : 0;
+// The walk over the tokens of text from position on; the text ends at the
+// first token that is not whole in it, a NUL among them.
+TokenWalk walkFrom(std::span<const char> text, size_t position) {
+    return TokenWalk(bytesOf(text) + position, bytesOf(text) + text.size());
 }
 
-// The shared loop of both conversions; raw looks keys up by number alone
-// and starts on src's first token as it stands.
-void convertToOem(std::span<const char> src, std::span<char> dst, bool raw) {
-    if (dst.empty()) return;
-    size_t position = raw ? 0 : textSkipToChar(src, 0);
-    size_t written = 0;
-    while (written + 1 < dst.size() && tokenLengthIn(src, position) != 0) {
-        const uint8_t *token = bytesOf(src) + position;
-        uint8_t tokenKind = tokenClass(token);
-        if (tokenKind == TOKEN_CHAR) {
-            dst[written++] = static_cast<char>(*token);
-            position += 1;
-        } else if (tokenKind == TOKEN_FIXED) {
-            if (src.size() - position < TOKEN_EXTENDED_CHAR_SIZE) break;
-            uint16_t key = raw ? token[1] : static_cast<uint16_t>(token[1] | token[2] << 8);
-            dst[written++] = static_cast<char>(mapCharacter(key));
-            position += TOKEN_EXTENDED_CHAR_SIZE;
-        }
-        position = textNextChar(src, position);
-    }
-    dst[written] = '\0';
+// Passes over the tokens that yield no character: on to the first printable
+// or extended character, or the text's end.
+void skipToCharacter(TokenWalk &walk) {
+    while (walk.whole() && !isCharacter(walk.token()) && !isExtendedChar(walk.token())) walk.next();
 }
 
-}  // namespace
-
-uint16_t textLength(std::span<const char> text) {
-    size_t position = 0;
-    while (size_t length = tokenLengthIn(text, position)) position += length;
-    return static_cast<uint16_t>(position);
-}
-
-void textCopy(std::span<char> dst, std::span<const char> src) {
-    if (dst.empty()) return;
-    size_t position = 0;
-    size_t length = 0;
-    while ((length = tokenLengthIn(src, position)) != 0 && position + length < dst.size()) {
-        std::memcpy(dst.data() + position, src.data() + position, length);
-        position += length;
-    }
-    dst[position] = '\0';
-}
-
-void textToOem(std::span<const char> src, std::span<char> dst) { convertToOem(src, dst, false); }
-
-void textToOemRaw(std::span<const char> src, std::span<char> dst) { convertToOem(src, dst, true); }
-
-size_t textSkipToChar(std::span<const char> text, size_t position) {
-    for (size_t length; (length = tokenLengthIn(text, position)) != 0; position += length) {
-        const uint8_t *token = bytesOf(text) + position;
-        if (tokenClass(token) == TOKEN_CHAR || isExtendedChar(token)) break;
-    }
-    return position;
-}
-
-size_t textNextChar(std::span<const char> text, size_t position) {
-    if (position < text.size() && tokenClass(bytesOf(text) + position) == TOKEN_VARIABLE)
-        position += tokenLengthIn(text, position);
-    return textSkipToChar(text, position);
-}
-
+// The OEM byte of an extended character's key, set * 256 + number.
 uint8_t mapCharacter(uint16_t key) {
     uint16_t low = 0;
     uint16_t high = static_cast<uint16_t>(CHARACTER_TABLE.size() - 1);
@@ -176,6 +124,54 @@ uint8_t mapCharacter(uint16_t key) {
     while (middle > 0 && CHARACTER_TABLE[middle - 1].key == key) --middle;
     return CHARACTER_TABLE[middle].value;
 }
+
+// The shared loop of both conversions; raw looks keys up by number alone
+// and starts on src's first token as it stands, where a fixed token counts
+// as a character of 4 bytes, as an extended character does.
+void convertToOem(std::span<const char> src, std::span<char> dst, bool raw) {
+    if (dst.empty()) return;
+    TokenWalk walk = walkFrom(src, 0);
+    if (!raw) skipToCharacter(walk);
+    size_t written = 0;
+    while (written + 1 < dst.size() && walk.whole()) {
+        const uint8_t *token = walk.position();
+        if (isCharacter(walk.token())) {
+            dst[written++] = static_cast<char>(*token);
+            walk.next();
+        } else if (isFixedToken(walk.token())) {
+            auto position = static_cast<size_t>(token - bytesOf(src));
+            if (src.size() - position < TOKEN_EXTENDED_CHAR_SIZE) break;
+            uint16_t key = raw ? token[1] : static_cast<uint16_t>(token[1] | token[2] << 8);
+            dst[written++] = static_cast<char>(mapCharacter(key));
+            walk = walkFrom(src, position + TOKEN_EXTENDED_CHAR_SIZE);
+        }
+        skipToCharacter(walk);
+    }
+    dst[written] = '\0';
+}
+
+}  // namespace
+
+uint16_t textLength(std::span<const char> text) {
+    TokenWalk walk = walkFrom(text, 0);
+    while (walk.whole()) walk.next();
+    return static_cast<uint16_t>(walk.position() - bytesOf(text));
+}
+
+void textCopy(std::span<char> dst, std::span<const char> src) {
+    if (dst.empty()) return;
+    size_t position = 0;
+    for (TokenWalk walk = walkFrom(src, 0); walk.whole() && position + walk.token().step.length < dst.size();
+         walk.next()) {
+        std::memcpy(dst.data() + position, src.data() + position, walk.token().step.length);
+        position += walk.token().step.length;
+    }
+    dst[position] = '\0';
+}
+
+void textToOem(std::span<const char> src, std::span<char> dst) { convertToOem(src, dst, false); }
+
+void textToOemRaw(std::span<const char> src, std::span<char> dst) { convertToOem(src, dst, true); }
 
 uint16_t taggedTextToHost(std::span<const char> value, char *buffer, size_t limit, bool) {
     size_t measured = std::min(value.size(), limit);

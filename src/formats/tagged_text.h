@@ -10,12 +10,8 @@
 #include <cstring>
 #include <span>
 
-#include "formats/tagged_format.h"
 
 namespace mergedb {
-
-// What mapCharacter gives for a key the character table lacks.
-inline constexpr uint8_t UNMAPPED_CHARACTER = 0xFE;
 
 // Bytes of the text up to its end, each token at its whole length; 16 bits.
 uint16_t textLength(std::span<const char> text);
@@ -32,16 +28,6 @@ void textToOem(std::span<const char> src, std::span<char> dst);
 // As textToOem, but an extended character is looked up by its number alone,
 // as if of set 0, and a fixed token first in src counts as one.
 void textToOemRaw(std::span<const char> src, std::span<char> dst);
-
-// Position of the first token at or behind position that yields a
-// character, or of the text's end.
-size_t textSkipToChar(std::span<const char> text, size_t position);
-
-// textSkipToChar behind a variable token that stands at position.
-size_t textNextChar(std::span<const char> text, size_t position);
-
-// The OEM byte of an extended character's key, set * 256 + number.
-uint8_t mapCharacter(uint16_t key);
 
 // A value's tagged text for the host: at most limit bytes of OEM text and
 // a NUL in buffer. Gives the length.

@@ -34,7 +34,6 @@ constexpr uint32_t ROOM_STEP = 32;
 uint32_t slotRoom = 0;  // slots allocated, of which slotCount are in use
 uint32_t freeHead = NO_SLOT;
 uint32_t freeTail = NO_SLOT;
-uint32_t live = 0;
 
 // The bytes of an allocation behind the block's size are no part of it:
 // AddressSanitizer reports a touch of them as it would outside the block.
@@ -137,7 +136,6 @@ BlockHandle blockAlloc(uint16_t size, BlockKind kind) {
     slot.size = size;
     slot.kind = kind;
     markSize(slot);
-    live++;
     return handleOf(index);
 }
 
@@ -160,11 +158,8 @@ void blockFree(BlockHandle *slotRef) {
         unmarkSize(*slot);
         std::free(slot->address);
         releaseSlot(*slotRef & INDEX_MASK);
-        live--;
     }
     *slotRef = 0;
 }
-
-uint32_t blockLiveCount() { return live; }
 
 }  // namespace mergedb

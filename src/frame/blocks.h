@@ -149,7 +149,4 @@ T *blockResizeLock(BlockRef block, uint16_t newSize, uint16_t written) {
 // Frees the block in the slot, if any, and leaves 0 in the slot.
 void blockFree(BlockHandle *slot);
 
-// Number of live blocks; tests use it to find leaks.
-uint32_t blockLiveCount();
-
 }  // namespace mergedb

@@ -13,9 +13,6 @@ inline constexpr int SUBTYPE_NAME_SIZE = 30;
 inline constexpr int TYPE_NAME_SIZE = 31;
 inline constexpr int KIND_NAME_SIZE = 256;
 
-// The module handed to the first dbInitMerge; null before it.
-HINSTANCE resourceModule();
-
 // Loads text id into a local buffer of bufferSize bytes and converts it to
 // the OEM page into out. Gives the count that LoadStringA gave; out is left
 // alone when the text is missing.

@@ -13,8 +13,6 @@ constexpr int LAST_CODE_WITH_TEXT = 23;
 
 }  // namespace
 
-HINSTANCE resourceModule() { return moduleWord; }
-
 int loadOemText(UINT id, int bufferSize, char *out) {
     char buffer[KIND_NAME_SIZE];
     int count = LoadStringA(moduleWord, id, buffer, bufferSize);

@@ -26,13 +26,11 @@ struct EnvLock;
 
 enum class ShareMode : uint8_t { None, Read, ReadWrite };
 
-// How an open treats a file that is there or not: the Windows dispositions.
+// How an open treats a file that is there or not: the two Windows
+// dispositions that the driver opens with.
 enum class Disposition : uint8_t {
-    OpenExisting,      // the file must exist
-    TruncateExisting,  // the file must exist, and loses its bytes
-    CreateNew,         // the file must not exist
-    CreateAlways,      // a file that exists loses its bytes
-    OpenAlways,        // a file that does not exist is made
+    OpenExisting,  // the file must exist
+    CreateAlways,  // a file that exists loses its bytes, a missing one is made
 };
 
 struct OpenRequest {

@@ -111,33 +111,22 @@ bool isOpen(const std::string &path) {
 
 bool isReadOnlyAttribute(const struct stat &info) { return (info.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0; }
 
-bool mustExist(Disposition disposition) {
-    return disposition == Disposition::OpenExisting || disposition == Disposition::TruncateExisting;
-}
-
-bool truncates(Disposition disposition) {
-    return disposition == Disposition::CreateAlways || disposition == Disposition::TruncateExisting;
-}
+bool makesAnew(Disposition disposition) { return disposition == Disposition::CreateAlways; }
 
 // What Windows checks before it touches the file: what the disposition
 // demands of an existing or missing file, directories and the read-only
 // attribute.
 bool mayOpen(const std::string &path, OpenRequest request) {
     struct stat info;
-    if (stat(path.c_str(), &info) != 0) return !mustExist(request.disposition) && errno == ENOENT;
-    if (request.disposition == Disposition::CreateNew || S_ISDIR(info.st_mode)) return false;
-    bool writes = request.write || truncates(request.disposition);
+    if (stat(path.c_str(), &info) != 0) return makesAnew(request.disposition) && errno == ENOENT;
+    if (S_ISDIR(info.st_mode)) return false;
+    bool writes = request.write || makesAnew(request.disposition);
     return !(writes && isReadOnlyAttribute(info));
 }
 
 int openFlags(OpenRequest request) {
     int flags = request.write ? O_RDWR : O_RDONLY;
-    switch (request.disposition) {
-    case Disposition::CreateNew: return flags | O_CREAT | O_EXCL;
-    case Disposition::CreateAlways:
-    case Disposition::OpenAlways: return flags | O_CREAT;
-    default: return flags;
-    }
+    return makesAnew(request.disposition) ? flags | O_CREAT : flags;
 }
 
 bool isRegularFile(int fd) {
@@ -152,7 +141,7 @@ EnvFile *openFile(const char *ansiPath, OpenRequest request) {
     int fd = openWithoutWaiting(path, openFlags(request), 0666);
     if (fd < 0) return nullptr;
     bool opened = isRegularFile(fd) && takeShareLocks(fd, request) &&
-                  (!truncates(request.disposition) || ftruncate(fd, 0) == 0);
+                  (!makesAnew(request.disposition) || ftruncate(fd, 0) == 0);
     if (!opened) {
         close(fd);
         return nullptr;

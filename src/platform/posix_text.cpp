@@ -75,17 +75,23 @@ void appendUtf8(std::string &out, char32_t character) {
 }
 
 // The character of a UTF-8 sequence at position, which moves behind it; a
-// byte that begins no whole sequence gives nothing and moves by one.
+// byte that begins no whole, valid sequence gives nothing and moves by one.
+// An overlong form ("\xC0\x80" for U+0000), a surrogate and a character past
+// the last plane are no valid sequence.
 std::optional<char32_t> nextCharacter(std::string_view text, size_t &position) {
     auto lead = static_cast<unsigned char>(text[position++]);
     if (lead < 0x80) return lead;
-    size_t trailing = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC0 ? 1 : 0;
+    size_t trailing = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC2 ? 1 : 0;
     if (trailing == 0 || lead > 0xF4 || position + trailing > text.size()) return std::nullopt;
     char32_t character = lead & (0x3F >> trailing);
     for (size_t i = 0; i < trailing; ++i) {
         auto next = static_cast<unsigned char>(text[position + i]);
         if ((next & 0xC0) != 0x80) return std::nullopt;
         character = (character << 6) | (next & 0x3F);
+    }
+    constexpr char32_t SMALLEST[4] = {0, 0x80, 0x800, 0x10000};
+    if (character < SMALLEST[trailing] || (character >= 0xD800 && character < 0xE000) || character > 0x10FFFF) {
+        return std::nullopt;
     }
     position += trailing;
     return character;

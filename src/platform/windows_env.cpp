@@ -34,13 +34,7 @@ DWORD shareFlags(ShareMode share) {
 }
 
 DWORD dispositionOf(Disposition disposition) {
-    switch (disposition) {
-    case Disposition::OpenExisting: return OPEN_EXISTING;
-    case Disposition::TruncateExisting: return TRUNCATE_EXISTING;
-    case Disposition::CreateNew: return CREATE_NEW;
-    case Disposition::CreateAlways: return CREATE_ALWAYS;
-    default: return OPEN_ALWAYS;
-    }
+    return disposition == Disposition::OpenExisting ? OPEN_EXISTING : CREATE_ALWAYS;
 }
 
 // A device (CON, NUL, a serial port) or a pipe opens under a file's name,

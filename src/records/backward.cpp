@@ -1,11 +1,10 @@
 #include "records/backward.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "formats/byte_runs.h"
 #include "formats/delimited_format.h"
-#include "formats/tagged_format.h"
+#include "formats/tagged_tokens.h"
 #include "mergedb/mergedb.h"
 #include "records/record_format.h"
 #include "tablefile/window.h"
@@ -39,43 +38,10 @@ uint16_t moveBack(WindowCursor &window, uint32_t count) {
     return 0;
 }
 
-bool isOneByteToken(uint8_t byte) {
-    uint8_t cls = tokenClass(&byte);
-    return cls == TOKEN_CONTROL || cls == TOKEN_SINGLE || cls == TOKEN_CHAR;
-}
-
 // Moves back by length, but never below firstRecordOffset.
 uint16_t backToFloor(WindowCursor &window, uint32_t length) {
     uint32_t room = window.position() - window.table.firstRecordOffset;
     return moveBack(window, std::min(length, room));
-}
-
-uint16_t skipFixedBack(WindowCursor &window) {
-    uint8_t length = fixedTokenLength(window.cursor);
-    if (length == 0) return ERR_FORMAT;
-    return backToFloor(window, length);
-}
-
-// The variable token that ends at the window's position, read from its own
-// last four bytes (the trailing L, the sub-code and the first byte), also
-// when they lie across the window's start. Gives in isRecordEnd whether it
-// was FUNCTION_RECORD_END.
-uint16_t skipVariableBack(WindowCursor &window, bool &isRecordEnd) {
-    isRecordEnd = false;
-    if (window.position() - window.table.firstRecordOffset < SMALLEST_VARIABLE_TOKEN - 1) {
-        return backToFloor(window, SMALLEST_VARIABLE_TOKEN);
-    }
-    uint8_t tail[4];
-    if (window.cursor - window.base >= 3) {
-        std::memcpy(tail, window.cursor - 3, sizeof tail);
-    } else {
-        uint16_t code = moveBack(window, 3);
-        if (code == 0) code = window.read(tail, sizeof tail);
-        if (code == 0) code = moveBack(window, 1);
-        if (code != 0) return code;
-    }
-    isRecordEnd = isFunctionEnd(tail + 3, FUNCTION_RECORD_END);
-    return backToFloor(window, (tail[0] | (tail[1] << 8)) + 4u);
 }
 
 // Steps back over a run of one-byte tokens that end nothing, within the
@@ -93,77 +59,62 @@ uint16_t backOverRun(WindowCursor &window) {
     return 0;
 }
 
+// One step back over the token that ends at the window's position, or over
+// a run of one-byte tokens; crossed tells whether it was a record's end. A
+// variable token is read from its last four bytes, which a step across the
+// window's start first brings into the window; one that ends fewer than 8
+// bytes behind the first record starts in front of it, and the step lands
+// there.
+uint16_t stepBack(WindowCursor &window, bool &crossed) {
+    Token token = tokenEndingAt(window.cursor, window.base);
+    if (token.step.length == 1) {
+        crossed = endsRecord(token);
+        return crossed ? moveBack(window, 1) : backOverRun(window);
+    }
+    if (token.step.kind == TOKEN_STEP_NONE) return ERR_FORMAT;
+    uint32_t room = window.position() - window.table.firstRecordOffset;
+    if (isVariableToken(token) && room < SMALLEST_VARIABLE_TOKEN - 1) {
+        return backToFloor(window, SMALLEST_VARIABLE_TOKEN);
+    }
+    if (token.step.length == 0) {
+        if (uint16_t code = moveBack(window, TOKEN_VARIABLE_HEAD_SIZE - 1)) return code;
+        window.cursor += TOKEN_VARIABLE_HEAD_SIZE - 1;
+        token = tokenEndingAt(window.cursor, window.base);
+    }
+    crossed = endsRecord(token);
+    return moveBack(window, std::min(token.step.length, room));
+}
+
 // Backward over tokens until an end-of-record mark was crossed, or to the
 // first data record. The window ends on the last byte of the token in
 // front of the mark.
 uint16_t walkBackToMark(WindowCursor &window) {
-    for (;;) {
+    for (bool crossed = false; !crossed;) {
         if (window.position() == window.table.firstRecordOffset) return 0;
-        uint8_t byte = *window.cursor;
-        uint16_t code = 0;
-        switch (tokenClass(window.cursor)) {
-        case TOKEN_END: return ERR_FORMAT;
-        case TOKEN_FIXED: code = skipFixedBack(window); break;
-        case TOKEN_VARIABLE: {
-            bool isRecordEnd = false;
-            code = skipVariableBack(window, isRecordEnd);
-            if (code == 0 && isRecordEnd) return 0;
-            break;
-        }
-        default:
-            if (byte == MARK_RECORD_END) {
-                code = moveBack(window, 1);
-                if (code == 0) return 0;
-            } else {
-                code = backOverRun(window);
-            }
-            break;
-        }
-        if (code != 0) return code;
+        if (uint16_t code = stepBack(window, crossed)) return code;
     }
+    return 0;
 }
 
 enum class ForwardTarget { RecordEnd, LineEnd };
 
-uint16_t skipVariableForward(WindowCursor &window, bool &isRecordEnd) {
-    uint8_t lead[2];
-    uint8_t length[2];
-    uint16_t code = window.read(lead, sizeof lead);
-    if (code == 0) code = window.read(length, sizeof length);
-    if (code == 0) code = window.skip(static_cast<uint32_t>(length[0] | (length[1] << 8)));
-    isRecordEnd = isFunction(lead, FUNCTION_RECORD_END);
-    return code;
-}
-
 // Forward over tokens to just behind the end-of-record mark, or behind the
-// line end that follows it.
+// line end that follows it. A variable token whose head lies across the
+// window's end is read after a fill.
 uint16_t walkForwardTo(WindowCursor &window, ForwardTarget target) {
     for (;;) {
         if (window.cursor == window.end) {
             if (uint16_t code = window.refill()) return code;
         }
-        uint8_t byte = *window.cursor;
-        uint16_t code = 0;
-        bool ended = false;
-        switch (tokenClass(window.cursor)) {
-        case TOKEN_END: return ERR_FORMAT;
-        case TOKEN_FIXED: {
-            uint8_t length = fixedTokenLength(window.cursor);
-            code = length == 0 ? uint16_t{ERR_FORMAT} : window.skip(length);
-            break;
+        Token token = tokenAt(window.cursor, window.end);
+        if (token.step.kind == TOKEN_STEP_NONE) return ERR_FORMAT;
+        if (token.step.length == 0) {
+            if (uint16_t code = window.refill()) return code;
+            continue;
         }
-        case TOKEN_VARIABLE:
-            code = skipVariableForward(window, ended);
-            ended = ended && target == ForwardTarget::RecordEnd;
-            break;
-        case TOKEN_CONTROL:
-            ended = target == ForwardTarget::RecordEnd ? byte == MARK_RECORD_END
-                                                       : byte == MARK_LINE_END || byte == MARK_RECORD_LINE_END;
-            code = window.skip(1);
-            break;
-        default: code = window.skip(1); break;
-        }
-        if (code != 0 || ended) return code;
+        bool ended = target == ForwardTarget::RecordEnd ? endsRecord(token) : endsLine(token);
+        if (uint16_t code = window.skip(token.step.length)) return code;
+        if (ended) return 0;
     }
 }
 

@@ -60,7 +60,9 @@ uint16_t countAtCursor(MergeTable &table, ParseCursor &record, const DelimitedSt
 
 }  // namespace
 
+// A table on an empty file has no fields until a put makes them.
 uint16_t discoverDelimitedFields(MergeTable &table) {
+    if (table.fileSize == 0) return 0;
     if (uint16_t code = readFirstRecord(table)) return code;
     EditNode copy = *currentRecord(table);
     ParseCursor record(copy);

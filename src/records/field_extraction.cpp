@@ -6,7 +6,7 @@
 
 #include "formats/byte_runs.h"
 #include "formats/delimited_format.h"
-#include "formats/tagged_format.h"
+#include "formats/tagged_tokens.h"
 #include "mergedb/mergedb.h"
 #include "records/field_map.h"
 #include "records/record_format.h"
@@ -151,34 +151,27 @@ uint16_t copyRun(ValueBuilder &value, const uint8_t *stop) {
     return 0;
 }
 
-// A tagged token at the cursor that is neither text nor a byte 0.
+// A tagged token at the cursor that is neither text nor a byte 0. A field
+// or record end ends the value: the byte is passed, the function token
+// stays under the cursor for skipLine. A hyphen is text; an extended
+// character stays whole in the value, with a byte spare behind it; every
+// other token is passed over.
 uint16_t taggedToken(ValueBuilder &value, bool &ended) {
     ParseCursor &record = value.record;
-    Token token = tokenAt(record.cursor, record.limit);
-    switch (token.cls) {
-    case TOKEN_CONTROL:  // only the two field ends are no text
+    Token token = record.token();
+    if (endsField(token) || endsRecord(token)) {
         ended = true;
-        return record.advance(1);
-    case TOKEN_SINGLE:
-        if (token.first == MARK_HYPHEN) {
-            if (uint16_t code = append(value, &HYPHEN, 1)) return code;
-        }
-        return record.advance(1);
-    case TOKEN_FIXED:
-        if (token.first != TOKEN_LEAD_EXTENDED_CHAR) return record.skipFixed();
-        // The whole token stays in the value, with a byte spare behind it.
+        return token.step.length == 1 ? record.pass(token) : 0;
+    }
+    if (isExtendedChar(token)) {
         if (uint16_t code = reserve(value, value.length + TOKEN_EXTENDED_CHAR_SIZE + 1)) return code;
-        if (record.remaining() < TOKEN_EXTENDED_CHAR_SIZE) return ERR_FORMAT;
+        if (token.step.kind != TOKEN_STEP_OK) return ERR_FORMAT;
         std::memcpy(value.building + value.length, record.cursor, TOKEN_EXTENDED_CHAR_SIZE);
         value.length += TOKEN_EXTENDED_CHAR_SIZE;
-        return record.advance(TOKEN_EXTENDED_CHAR_SIZE);
-    default:  // TOKEN_VARIABLE: the function ends stay under the cursor for skipLine
-        if (endsField(token) || endsRecord(token)) {
-            ended = true;
-            return 0;
-        }
-        return record.skipVariable();
+    } else if (token.first == MARK_HYPHEN) {
+        if (uint16_t code = append(value, &HYPHEN, 1)) return code;
     }
+    return record.pass(token);
 }
 
 // The inside of a quoted stretch, from behind its opening quote up to the
@@ -271,19 +264,17 @@ bool takeWholeDelimited(ValueBuilder &value, DelimitedSplit &split) {
 
 // The common shape of a tagged value: text up to a field or record end, a
 // byte 0 or the record's end. Takes the value, leaving the cursor where the
-// steps would, for parseSkipLine; false, with nothing moved, otherwise.
+// steps would, for skipLine; false, with nothing moved, otherwise.
 bool takeWholeTagged(ValueBuilder &value, StopScan &stops) {
     uint8_t *cursor = value.record.cursor;
     const uint8_t *limit = value.record.limit;
     const uint8_t *end = nextStop(stops, cursor);
     if (end - cursor >= FIELD_VALUE_LIMIT) return false;
     uint8_t *behind = cursor + (end - cursor);
-    if (end < limit && *end != 0) {
-        if (*end == MARK_FIELD_END || *end == MARK_RECORD_END) {
-            ++behind;
-        } else if (limit - end < 2 || !(isFunction(end, FUNCTION_FIELD_END) || isFunction(end, FUNCTION_RECORD_END))) {
-            return false;
-        }
+    // A byte 0 and the record's end end the value where they stand.
+    if (Token token = tokenAt(end, limit); token.first != 0) {
+        if (!endsField(token) && !endsRecord(token)) return false;
+        if (token.step.length == 1) ++behind;
     }
     takeStretch(value, cursor, end);
     value.record.cursor = behind;

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "formats/byte_runs.h"
-#include "formats/tagged_format.h"
+#include "formats/tagged_tokens.h"
 
 namespace mergedb {
 namespace {
@@ -163,18 +163,19 @@ namespace {
 
 // The field or record end at p, when a value of the common shape ends
 // there: its length, and whether it ends the record. Length 0 for anything
-// else, or an end that does not lie whole before end.
+// else, and for a function token that does not lie whole before end with a
+// byte behind it; the byte behind a one-byte end may stand at end.
 struct TaggedEnd {
     uint32_t length;
     bool endsRecord;
 };
 
 TaggedEnd taggedEndAt(const uint8_t *p, const uint8_t *end) {
-    if (*p == MARK_FIELD_END || *p == MARK_RECORD_END) return {1, *p == MARK_RECORD_END};
-    bool field = isFunction(p, FUNCTION_FIELD_END);
-    if (!field && !isFunction(p, FUNCTION_RECORD_END)) return {0, false};
-    uint32_t length = variableTokenLength(p);
-    return {static_cast<uint32_t>(end - p) > length ? length : 0, !field};
+    Token token = tokenAt(p, end);
+    bool field = endsField(token);
+    if (!field && !endsRecord(token)) return {0, false};
+    bool whole = token.step.length == 1 || static_cast<uint32_t>(end - p) > token.step.length;
+    return {whole ? token.step.length : 0, !field};
 }
 
 // Whether the byte behind a field's end ends its line, as extraction's

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "formats/tagged_format.h"
 
 namespace mergedb {
 namespace {
@@ -21,32 +20,11 @@ ParseCursor::ParseCursor(EditNode &node) : owner(node), base(blockLockAs<uint8_t
     limit = base + length;
 }
 
-uint16_t ParseCursor::skipVariable() {
-    Token token = tokenAt(cursor, limit);
-    if (token.step.kind != TOKEN_STEP_OK || token.cls != TOKEN_VARIABLE) return ERR_FORMAT;
-    return advance(static_cast<int32_t>(token.step.length));
-}
-
-uint16_t ParseCursor::skipFixed() {
-    Token token = tokenAt(cursor, limit);
-    if (token.step.kind != TOKEN_STEP_OK || token.cls != TOKEN_FIXED) return ERR_FORMAT;
-    return advance(static_cast<int32_t>(token.step.length));
-}
-
 uint16_t ParseCursor::skipLine() {
-    while (cursor < limit) {
-        Token token = tokenAt(cursor, limit);
-        uint16_t code = 0;
-        switch (token.cls) {
-        case TOKEN_END: return 0;
-        case TOKEN_FIXED: code = skipFixed(); break;
-        case TOKEN_VARIABLE: code = skipVariable(); break;
-        default:
-            code = advance(1);
-            if (code == 0 && (endsLine(token) || isSoftLineEnd(token))) return 0;
-            break;
-        }
-        if (code != 0) return code;
+    while (cursor < limit && *cursor != 0) {
+        Token at = token();
+        if (uint16_t code = pass(at)) return code;
+        if (endsLine(at) || isSoftLineEnd(at)) return 0;
     }
     return 0;
 }

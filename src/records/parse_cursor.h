@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "formats/tagged_tokens.h"
 #include "mergedb/mergedb.h"
 #include "records/record.h"
 
@@ -27,12 +28,16 @@ public:
         cursor = base + position;
         return 0;
     }
-    // Steps over the variable or fixed token at the cursor; ERR_FORMAT when
-    // there is none or it runs past the limit.
-    uint16_t skipVariable();
-    uint16_t skipFixed();
+    // The tagged token at the cursor (formats/tagged_tokens.h), and the step
+    // over it, which gives ERR_FORMAT for a token that is not whole before
+    // the limit.
+    Token token() const { return tokenAt(cursor, limit); }
+    uint16_t pass(const Token &token) {
+        if (token.step.kind != TOKEN_STEP_OK) return ERR_FORMAT;
+        return advance(static_cast<int32_t>(token.step.length));
+    }
     // Steps to behind the end of the current line (a byte 10, 12 or 140),
-    // seeing through tokens; stops on a byte 0 and at the limit.
+    // over whole tokens; stops on a byte 0 and at the limit.
     uint16_t skipLine();
     // Reads a number ended by a comma into out (its low 16 bits), and steps
     // over the comma.

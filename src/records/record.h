@@ -7,6 +7,7 @@
 
 #include "fields/field_array.h"
 #include "frame/blocks.h"
+#include "mergedb/mergedb.h"
 #include "tablefile/table.h"
 
 namespace mergedb {
@@ -18,6 +19,7 @@ inline constexpr uint16_t RECORD_BLOCK_STEP = 4096;
 inline constexpr uint32_t RECORD_GROWTH_LIMIT = FIELD_VALUE_LIMIT;
 inline constexpr uint32_t LONGEST_RECORD = RECORD_GROWTH_LIMIT / RECORD_BLOCK_STEP * RECORD_BLOCK_STEP;
 static_assert(LONGEST_RECORD <= TABLE_SCRATCH_SIZE, "a record is gathered in the table's scratch");
+static_assert(LONGEST_RECORD == DB_LONGEST_RECORD, "the public header tells the host this limit");
 
 // Flags of an edited record: ORed in, so a record can hold both, and then it
 // counts as deleted.

@@ -7,7 +7,7 @@
 
 #include "formats/byte_runs.h"
 #include "formats/delimited_format.h"
-#include "formats/tagged_format.h"
+#include "formats/tagged_tokens.h"
 #include "mergedb/mergedb.h"
 #include "records/field_map.h"
 #include "records/record_format.h"
@@ -34,17 +34,6 @@ uint16_t sinkWrite(WindowCursor &window, RecordSink &sink, uint32_t count) {
     }
     sink.cursor += count;
     return 0;
-}
-
-// Copies a variable token in three writes: lead and sub-code, L, and the L
-// bytes behind L, so that each part may come with a fill of the window.
-// Gives in isRecordEnd whether it was FUNCTION_RECORD_END.
-uint16_t sinkVariableToken(WindowCursor &window, RecordSink &sink, bool &isRecordEnd) {
-    if (uint16_t code = sinkWrite(window, sink, 2)) return code;
-    isRecordEnd = isFunction(sink.cursor - 2, FUNCTION_RECORD_END);
-    if (uint16_t code = sinkWrite(window, sink, 2)) return code;
-    auto length = static_cast<uint16_t>(sink.cursor[-2] | (sink.cursor[-1] << 8));
-    return sinkWrite(window, sink, length);
 }
 
 // Refills a drained window. Gives the code of a refill that brought nothing.
@@ -291,12 +280,14 @@ TaggedPhase nextPhase(TaggedPhase phase) {
     return phase == TaggedPhase::FindRecordEnd ? TaggedPhase::FindLineEnd : TaggedPhase::Done;
 }
 
+// Whether the token ends what the phase looks for.
+bool endsPhase(TaggedPhase phase, const Token &token) {
+    return phase == TaggedPhase::FindRecordEnd ? endsRecord(token) : endsLine(token);
+}
+
 // A one-byte token that ends nothing in this phase.
 bool isOrdinary(TaggedPhase phase, uint8_t b) {
-    uint8_t cls = TOKEN_CLASSES[b];
-    if (cls != TOKEN_CONTROL) return cls == TOKEN_SINGLE || cls == TOKEN_CHAR;
-    return phase == TaggedPhase::FindRecordEnd ? b != MARK_RECORD_END
-                                               : b != MARK_LINE_END && b != MARK_RECORD_LINE_END;
+    return isOneByteToken(b) && !endsPhase(phase, Token{b, 0, {TOKEN_STEP_OK, 1}});
 }
 
 // The bytes that are no ordinary one-byte token in each phase: a byte 0,
@@ -313,37 +304,29 @@ StopBytes phaseStops(TaggedPhase phase) {
 const StopBytes RECORD_END_STOPS = phaseStops(TaggedPhase::FindRecordEnd);
 const StopBytes LINE_END_STOPS = phaseStops(TaggedPhase::FindLineEnd);
 
-// Whether the token ends what the phase looks for.
-bool endsPhase(TaggedPhase phase, const Token &token) {
-    return phase == TaggedPhase::FindRecordEnd ? endsRecord(token) : endsLine(token);
+// A variable token whose head lies across the window's end: copied in three
+// writes, lead and sub-code, L, and the L bytes behind L, so that each part
+// may come with a fill of the window, and read from the copied head.
+uint16_t sinkTokenAcrossEnd(WindowCursor &window, RecordSink &sink, TaggedPhase phase, bool &ended) {
+    if (uint16_t code = sinkWrite(window, sink, 2)) return code;
+    if (uint16_t code = sinkWrite(window, sink, 2)) return code;
+    Token token = tokenAt(sink.cursor - TOKEN_VARIABLE_HEAD_SIZE, sink.cursor);
+    ended = endsPhase(phase, token);
+    return sinkWrite(window, sink, token.step.length - TOKEN_VARIABLE_HEAD_SIZE);
 }
 
-// One token of a tagged record: copied whole. Gives in ended whether it was
-// the end the phase looks for.
+// One token of a tagged record, copied whole, or a run of one-byte tokens
+// that end nothing, in one copy. Gives in ended whether it was the end the
+// phase looks for.
 uint16_t sinkTaggedToken(WindowCursor &window, RecordSink &sink, TaggedPhase phase, bool &ended) {
     Token token = tokenAt(window.cursor, window.end);
-    switch (token.cls) {
-    case TOKEN_END: return ERR_FORMAT;
-    case TOKEN_FIXED:
-        if (token.step.kind == TOKEN_STEP_NONE) return ERR_FORMAT;
-        return sinkWrite(window, sink, token.step.length);
-    case TOKEN_VARIABLE: {
-        bool isRecordEnd = false;
-        uint16_t code = sinkVariableToken(window, sink, isRecordEnd);
-        ended = phase == TaggedPhase::FindRecordEnd && isRecordEnd;
-        return code;
-    }
-    case TOKEN_CONTROL:
-        if (endsPhase(phase, token)) {
-            ended = true;
-            return sinkWrite(window, sink, 1);
-        }
-        [[fallthrough]];
-    default: {
-        // A run of one-byte tokens that end nothing moves in one copy.
+    if (token.step.kind == TOKEN_STEP_NONE) return ERR_FORMAT;
+    if (token.step.length == 0) return sinkTokenAcrossEnd(window, sink, phase, ended);
+    ended = endsPhase(phase, token);
+    if (token.step.length == 1 && !ended) {
         return sinkRun(window, sink, [phase](uint8_t b) { return isOrdinary(phase, b); });
     }
-    }
+    return sinkWrite(window, sink, token.step.length);
 }
 
 // The lane's stop scans, one for each phase.
@@ -356,23 +339,14 @@ struct TaggedLaneStops {
 // it, or null when the token would reach end or is left to the exact steps.
 const uint8_t *taggedLanePass(TaggedLaneStops &stops, const uint8_t *p, const uint8_t *end, TaggedPhase &phase) {
     Token token = tokenAt(p, end);
-    switch (token.cls) {
-    case TOKEN_END: return nullptr;
-    case TOKEN_FIXED:
-    case TOKEN_VARIABLE:
-        if (token.step.kind != TOKEN_STEP_OK) return nullptr;
-        if (endsPhase(phase, token)) phase = nextPhase(phase);
+    if (token.step.kind != TOKEN_STEP_OK) return nullptr;
+    if (endsPhase(phase, token)) {
+        phase = nextPhase(phase);
         return p + token.step.length;
-    case TOKEN_CONTROL:
-        if (endsPhase(phase, token)) {
-            phase = nextPhase(phase);
-            return p + 1;
-        }
-        [[fallthrough]];
-    default:
-        p = nextStop(phase == TaggedPhase::FindRecordEnd ? stops.recordEnd : stops.lineEnd, p);
-        return p < end ? p : nullptr;
     }
+    if (token.step.length > 1) return p + token.step.length;
+    p = nextStop(phase == TaggedPhase::FindRecordEnd ? stops.recordEnd : stops.lineEnd, p);
+    return p < end ? p : nullptr;
 }
 
 TaggedPhase taggedLane(WindowCursor &window, RecordSink &sink, TaggedPhase phase, uint16_t &code) {

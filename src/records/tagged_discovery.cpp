@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "fields/field_array.h"
-#include "formats/tagged_format.h"
 #include "formats/tagged_text.h"
 #include "mergedb/mergedb.h"
 #include "records/discovery.h"
@@ -13,9 +12,8 @@
 namespace mergedb {
 namespace {
 
-// Raw bytes of a name in the head, tokens included, and its end.
+// Raw bytes of a name in the head, tokens included.
 constexpr size_t NAME_BUFFER_SIZE = 164;
-constexpr uint8_t NAME_LIST_END = '~';
 
 enum class NameForm { Dialect0, Dialect1 };
 
@@ -24,19 +22,6 @@ struct HeadSearch {
     bool numbered = false;
     NameForm form = NameForm::Dialect0;
 };
-
-Token tokenAtCursor(const ParseCursor &record) { return tokenAt(record.cursor, record.limit); }
-
-// The two-byte tests look at the byte behind the cursor too.
-bool functionAtCursor(const ParseCursor &record, uint8_t code) {
-    return isFunctionToken(tokenAtCursor(record), code);
-}
-bool attrOnAtCursor(const ParseCursor &record) {
-    return record.remaining() >= 2 && isAttrOn(record.cursor, ATTR_FIELD_NAME);
-}
-bool attrOffAtCursor(const ParseCursor &record) {
-    return record.remaining() >= 2 && isAttrOff(record.cursor, ATTR_FIELD_NAME);
-}
 
 // A name being collected; bytes past its room are passed over unstored,
 // and a token is stored whole or not at all.
@@ -82,45 +67,21 @@ uint16_t parseFieldNumbers(ParseCursor &record, MergeTable &table, int index) {
     return parseFieldNumbers(record, array[index]);
 }
 
-// Steps over the token at the cursor, whatever its class.
-uint16_t skipToken(ParseCursor &record) {
-    switch (tokenAtCursor(record).cls) {
-    case TOKEN_END: return ERR_FORMAT;
-    case TOKEN_FIXED: return record.skipFixed();
-    case TOKEN_VARIABLE: return record.skipVariable();
-    default: return record.advance(1);
-    }
-}
-
 // A head whose stream starts with neither mark: look for a byte 14 or the
-// name list token, before any text and before the record's end.
-uint16_t plainSearch(ParseCursor &record, MergeTable &table, HeadSearch &search) {
+// name list token, before any text and before a byte 18 or the record's
+// end.
+uint16_t plainSearch(ParseCursor &record, HeadSearch &search) {
     while (!record.atLimit()) {
-        uint8_t byte = *record.cursor;
-        switch (tokenAtCursor(record).cls) {
-        case TOKEN_END: return ERR_FORMAT;
-        case TOKEN_CHAR: return 0;
-        case TOKEN_CONTROL:
-            if (byte == MARK_HEAD_START) {
-                search.found = true;
-                search.form = NameForm::Dialect0;
-                table.hasFieldNames = 1;
-                return 0;
-            }
-            if (byte == MARK_FIELD_END) return 0;
-            break;
-        case TOKEN_VARIABLE:
-            if (functionAtCursor(record, FUNCTION_NAME_LIST)) {
-                search.found = true;
-                search.form = NameForm::Dialect1;
-                table.hasFieldNames = 1;
-                return record.skipVariable();
-            }
-            if (functionAtCursor(record, FUNCTION_RECORD_END)) return record.skipVariable();
-            break;
-        default: break;
+        Token token = record.token();
+        if (isCharacter(token) || token.first == MARK_FIELD_END) return 0;
+        bool list = isFunctionToken(token, FUNCTION_NAME_LIST);
+        if (token.first == MARK_HEAD_START || list) {
+            search.found = true;
+            search.form = list ? NameForm::Dialect1 : NameForm::Dialect0;
+            return list ? record.pass(token) : 0;
         }
-        if (uint16_t code = skipToken(record)) return code;
+        if (uint16_t code = record.pass(token)) return code;
+        if (isFunctionToken(token, FUNCTION_RECORD_END)) return 0;
     }
     return 0;
 }
@@ -128,29 +89,27 @@ uint16_t plainSearch(ParseCursor &record, MergeTable &table, HeadSearch &search)
 // A numbered head: the first name token tells the form.
 uint16_t numberedSearch(ParseCursor &record, HeadSearch &search) {
     for (;;) {
-        if (record.atLimit() || tokenAtCursor(record).cls == TOKEN_END) return ERR_FORMAT;
-        if (attrOnAtCursor(record)) {
-            search.form = NameForm::Dialect0;
+        Token token = record.token();
+        if (isAttrOn(token, ATTR_FIELD_NAME) || isFunctionToken(token, FUNCTION_NAME_LIST)) {
+            search.form = isAttrOn(token, ATTR_FIELD_NAME) ? NameForm::Dialect0 : NameForm::Dialect1;
             return 0;
         }
-        if (functionAtCursor(record, FUNCTION_NAME_LIST)) {
-            search.form = NameForm::Dialect1;
-            return 0;
-        }
-        if (uint16_t code = skipToken(record)) return code;
+        if (uint16_t code = record.pass(token)) return code;
     }
 }
 
-// One name line of dialect 0, the cursor on its attribute-on token.
+// One name line of dialect 0, the cursor on its attribute-on token: the
+// name's bytes as they stand up to the attribute-off token, then, in a
+// numbered head, the four numbers, then the rest of the line.
 uint16_t readNameDialect0(ParseCursor &record, MergeTable &table, bool numbered) {
-    if (uint16_t code = record.skipFixed()) return code;
+    if (uint16_t code = record.pass(record.token())) return code;
     NameBuffer name;
-    while (!attrOffAtCursor(record)) {
+    while (!isAttrOff(record.token(), ATTR_FIELD_NAME)) {
         if (record.atLimit()) return ERR_FORMAT;
         name.append(record.cursor, 1);
         if (uint16_t code = record.advance(1)) return code;
     }
-    if (uint16_t code = record.skipFixed()) return code;
+    if (uint16_t code = record.pass(record.token())) return code;
     if (uint16_t code = addNamedField(table, name)) return code;
     if (numbered && !record.atLimit() && *record.cursor != MARK_LINE_END) {
         if (uint16_t code = parseFieldNumbers(record, table, table.fieldCount - 1)) return code;
@@ -158,44 +117,17 @@ uint16_t readNameDialect0(ParseCursor &record, MergeTable &table, bool numbered)
     return record.skipLine();
 }
 
-uint16_t readNamesDialect0(ParseCursor &record, MergeTable &table, bool numbered) {
-    for (;;) {
-        if (record.atLimit()) return ERR_FORMAT;
-        uint8_t byte = *record.cursor;
-        uint16_t code = 0;
-        switch (tokenAtCursor(record).cls) {
-        case TOKEN_END: return ERR_FORMAT;
-        case TOKEN_CONTROL:
-            code = record.advance(1);
-            if (code == 0 && byte == MARK_FIELD_END) return 0;
-            break;
-        case TOKEN_FIXED: code = attrOnAtCursor(record) ? readNameDialect0(record, table, numbered) : record.skipFixed(); break;
-        default: code = skipToken(record); break;
-        }
-        if (code != 0) return code;
-    }
-}
-
 // One name of dialect 1, up to its tilde; tokens are kept whole.
 uint16_t collectNameDialect1(ParseCursor &record, NameBuffer &name) {
-    if (!record.atLimit() && *record.cursor == MARK_LINE_END) {
+    if (record.token().first == MARK_LINE_END) {
         if (uint16_t code = record.advance(1)) return code;
     }
     for (;;) {
-        if (record.atLimit()) return ERR_FORMAT;
-        uint8_t cls = tokenAtCursor(record).cls;
-        if (cls == TOKEN_END) return ERR_FORMAT;
-        if (cls == TOKEN_FIXED || cls == TOKEN_VARIABLE) {
-            TokenStep step = tokenStepAt(record.cursor, record.limit);
-            if (step.kind != TOKEN_STEP_OK) return ERR_FORMAT;
-            name.append(record.cursor, step.length);
-            if (uint16_t code = record.advance(static_cast<int32_t>(step.length))) return code;
-            continue;
-        }
-        uint8_t byte = *record.cursor;
-        if (uint16_t code = record.advance(1)) return code;
-        if (byte == NAME_LIST_END) return 0;
-        name.append(&byte, 1);
+        Token token = record.token();
+        if (token.step.kind != TOKEN_STEP_OK) return ERR_FORMAT;
+        if (token.first == NAME_LIST_SEPARATOR) return record.pass(token);
+        name.append(record.cursor, token.step.length);
+        if (uint16_t code = record.pass(token)) return code;
     }
 }
 
@@ -208,7 +140,7 @@ uint16_t readNameList(ParseCursor &record, MergeTable &table, bool numbered) {
         if (textLength(name.text()) == 0) break;
         if (uint16_t code = addNamedField(table, name)) return code;
     }
-    if (!numbered || functionAtCursor(record, FUNCTION_RECORD_END)) return 0;
+    if (!numbered || isFunctionToken(record.token(), FUNCTION_RECORD_END)) return 0;
     for (int index = 0; index < table.fieldCount; ++index) {
         if (uint16_t code = record.skipLine()) return code;
         if (uint16_t code = parseFieldNumbers(record, table, index)) return code;
@@ -216,28 +148,23 @@ uint16_t readNameList(ParseCursor &record, MergeTable &table, bool numbered) {
     return 0;
 }
 
-uint16_t readNamesDialect1(ParseCursor &record, MergeTable &table, bool numbered) {
+// The names of the head, token by token from its first byte: dialect 0
+// reads a name line at each attribute-on token of the field name and ends
+// behind a byte 18; dialect 1 reads the list behind each name list token
+// and ends behind a field or record end.
+uint16_t readNames(ParseCursor &record, MergeTable &table, const HeadSearch &search) {
+    bool dialect0 = search.form == NameForm::Dialect0;
     for (;;) {
-        if (record.atLimit()) return ERR_FORMAT;
-        uint8_t byte = *record.cursor;
-        uint16_t code = 0;
-        switch (tokenAtCursor(record).cls) {
-        case TOKEN_END: return ERR_FORMAT;
-        case TOKEN_CONTROL:
-            code = record.advance(1);
-            if (code == 0 && (byte == MARK_RECORD_END || byte == MARK_FIELD_END)) return 0;
-            break;
-        case TOKEN_VARIABLE: {
-            bool ends = functionAtCursor(record, FUNCTION_FIELD_END) || functionAtCursor(record, FUNCTION_RECORD_END);
-            bool list = functionAtCursor(record, FUNCTION_NAME_LIST);
-            code = record.skipVariable();
-            if (code == 0 && ends) return 0;
-            if (code == 0 && list) code = readNameList(record, table, numbered);
-            break;
+        Token token = record.token();
+        if (dialect0 && isAttrOn(token, ATTR_FIELD_NAME)) {
+            if (uint16_t code = readNameDialect0(record, table, search.numbered)) return code;
+            continue;
         }
-        default: code = skipToken(record); break;
+        if (uint16_t code = record.pass(token)) return code;
+        if (dialect0 ? token.first == MARK_FIELD_END : endsField(token) || endsRecord(token)) return 0;
+        if (!dialect0 && isFunctionToken(token, FUNCTION_NAME_LIST)) {
+            if (uint16_t code = readNameList(record, table, search.numbered)) return code;
         }
-        if (code != 0) return code;
     }
 }
 
@@ -256,21 +183,18 @@ uint16_t discoverTaggedFields(MergeTable &table) {
     EditNode head = *currentRecord(table);
     HeadSearch search;
     uint16_t code = walkHead(head, [&](ParseCursor &record) {
-        if ((!record.atLimit() && *record.cursor == MARK_HEAD_START) ||
-            functionAtCursor(record, FUNCTION_NUMBERED_HEAD)) {
+        Token first = record.token();
+        if (first.first == MARK_HEAD_START || isFunctionToken(first, FUNCTION_NUMBERED_HEAD)) {
             search.found = true;
             search.numbered = true;
-            table.hasFieldNames = 1;
             return numberedSearch(record, search);
         }
-        return plainSearch(record, table, search);
+        return plainSearch(record, search);
     });
     if (code != 0) return code;
     if (!search.found) return ERR_FORMAT;
-    return walkHead(head, [&](ParseCursor &record) {
-        return search.form == NameForm::Dialect0 ? readNamesDialect0(record, table, search.numbered)
-                                                 : readNamesDialect1(record, table, search.numbered);
-    });
+    table.hasFieldNames = 1;
+    return walkHead(head, [&](ParseCursor &record) { return readNames(record, table, search); });
 }
 
 }  // namespace mergedb

@@ -18,7 +18,8 @@ MergeTable closedTable() { return MergeTable{}; }
 
 // Commits and reopens the table behind its unchanged handle. The reopened
 // table is shared for reading and open for writing, whatever the host chose
-// at the first open; it keeps the table's code page option.
+// at the first open; it keeps the table's code page option, and its
+// delimited strings, which a tagged table has empty and does not read.
 DbResult compactTable(uint32_t handle) {
     MergeTable *table = tableLock(handle);
     if (table == nullptr) return errorResult(ERR_MEMORY);
@@ -35,12 +36,9 @@ DbResult compactTable(uint32_t handle) {
         blockFree(&copySlot);
         return result;
     }
-    bool delimited = table->subtype == DB_SUBTYPE_DELIMITED;
     uint32_t reopened = 0;
     DbResult result = dbOpenTableMerge(table->subtype, table->database, table->fileName, 0, 0, &reopened,
-                                       delimited ? table->fieldDelimiter : nullptr,
-                                       delimited ? table->recordDelimiter : nullptr,
-                                       delimited ? table->quote : nullptr, delimited ? table->ignore : nullptr, 0);
+                                       table->fieldDelimiter, table->recordDelimiter, table->quote, table->ignore, 0);
     if (result != DB_RESULT_OK) {
         *table = closedTable();
         return result;

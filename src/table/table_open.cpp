@@ -56,12 +56,10 @@ uint16_t chooseFormat(MergeTable &table, uint16_t subtype) {
     return 0;
 }
 
-// The steps after tableFileOpen that the open unwinds on failure. A
-// delimited table on an empty file has no fields until a put makes them.
+// The steps after tableFileOpen that the open unwinds on failure.
 uint16_t openContents(MergeTable &table, uint16_t subtype) {
     if (uint16_t code = chooseFormat(table, subtype)) return code;
     table.firstRecordOffset = table.format->dataStart(table);
-    if (table.fileSize == 0 && subtype == DB_SUBTYPE_DELIMITED) return 0;
     if (uint16_t code = table.format->discover(table)) return code;
     if (table.hasFieldNames) table.firstRecordOffset = windowTell(table);
     return 0;

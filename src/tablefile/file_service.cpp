@@ -29,13 +29,6 @@ ShareMode shareOf(uint32_t mode, bool asExisting) {
     return (bits & MODE_SHARE_READ) ? ShareMode::Read : ShareMode::None;
 }
 
-Disposition dispositionOf(uint32_t mode, bool asExisting) {
-    if (asExisting) return (mode & MODE_TRUNCATE) ? Disposition::TruncateExisting : Disposition::OpenExisting;
-    if (mode & MODE_NEW_ONLY) return Disposition::CreateNew;
-    if (mode & MODE_TRUNCATE) return Disposition::CreateAlways;
-    return Disposition::OpenAlways;
-}
-
 // The open of both fileOpen and fileCreate: the mode's create bit decides.
 // A file is made only for reading and writing.
 bool openByMode(const Env &env, const char *path, uint32_t mode, FileObject *file, LockHeld held) {
@@ -45,7 +38,7 @@ bool openByMode(const Env &env, const char *path, uint32_t mode, FileObject *fil
     bool asExisting = (mode & MODE_CREATE) == 0;
     if (!asExisting && (mode & MODE_READ_ONLY)) return false;
     OpenRequest request{!(asExisting && (mode & MODE_READ_ONLY)), shareOf(mode, asExisting),
-                        dispositionOf(mode, asExisting)};
+                        asExisting ? Disposition::OpenExisting : Disposition::CreateAlways};
     if (held == LockHeld::Yes) {
         file->handle = env.open(ansi, request);
     } else {
@@ -104,23 +97,9 @@ int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count) {
 }
 
 uint32_t fileSeek(FileObject *file, uint32_t offset, uint16_t origin) {
-    int64_t base = 0;
-    int64_t distance = static_cast<int32_t>(offset);
-    if (origin == 0) {
-        distance = offset;
-    } else if (origin == 1) {
-        base = static_cast<int64_t>(file->position);
-    } else if (origin == 2) {
-        uint64_t size = 0;
-        if (!file->env->size(file->handle, &size)) return FILE_FAILURE;
-        base = static_cast<int64_t>(size);
-    } else {
-        return FILE_FAILURE;
-    }
-    int64_t target = base + distance;
-    if (target < 0 || target > int64_t{LARGEST_FILE}) return FILE_FAILURE;
-    file->position = static_cast<uint64_t>(target);
-    return static_cast<uint32_t>(target);
+    if (origin != 0 || offset > LARGEST_FILE) return FILE_FAILURE;
+    file->position = offset;
+    return offset;
 }
 
 uint32_t fileTell(const FileObject *file) {

@@ -20,7 +20,6 @@ inline constexpr uint32_t MODE_READ_ONLY = 0x01;
 inline constexpr uint32_t MODE_READ_WRITE = 0x02;
 inline constexpr uint32_t MODE_CREATE = 0x04;
 inline constexpr uint32_t MODE_TRUNCATE = 0x08;
-inline constexpr uint32_t MODE_NEW_ONLY = 0x10;
 inline constexpr uint32_t MODE_BASE = 0x20;
 inline constexpr uint32_t MODE_SHARE_NONE = 0x100;
 inline constexpr uint32_t MODE_SHARE_READ = 0x200;
@@ -65,9 +64,10 @@ private:
 // Whether the caller of an open holds the directory's lock already.
 enum class LockHeld : bool { No, Yes };
 
-// Opens an existing file, or with MODE_CREATE makes one, with the access and
-// share mode of the mode word: 0, or ERR_OPEN and ERR_CREATE. A failed open
-// leaves no file in the object.
+// Opens an existing file, or with MODE_CREATE makes one anew (an old file of
+// the name loses its bytes), with the access and share mode of the mode
+// word: 0, or ERR_OPEN and ERR_CREATE. A failed open leaves no file in the
+// object.
 uint16_t fileOpen(const Env &env, const char *path, uint32_t mode, FileObject *file, LockHeld held = LockHeld::No);
 uint16_t fileCreate(const Env &env, const char *path, uint32_t mode, FileObject *file,
                     LockHeld held = LockHeld::No);
@@ -81,8 +81,8 @@ int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count);
 // The two for the large pieces of a copy, whose counts need 32 bits.
 int64_t fileReadLarge(FileObject *file, void *buffer, uint32_t count);
 int64_t fileWriteLarge(FileObject *file, const void *buffer, uint32_t count);
-// Moves the position: origin 0 to offset, 1 and 2 by offset taken as signed
-// from the position and from the end. The new position, or FILE_FAILURE.
+// Moves the position to offset from the file's start, the one origin (0)
+// there is; any other origin fails. The new position, or FILE_FAILURE.
 uint32_t fileSeek(FileObject *file, uint32_t offset, uint16_t origin);
 uint32_t fileTell(const FileObject *file);
 // The file's size, or FILE_FAILURE, also for a file beyond LARGEST_FILE.

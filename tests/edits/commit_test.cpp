@@ -28,8 +28,7 @@ protected:
 
     // Opens a fresh table, and updates and deletes a record.
     void editFreshTable() {
-        dir.write("t.txt", ORIGINAL);
-        open("t.txt");
+        openWith("t.txt", ORIGINAL);
         putAll({"A", "1"});
         ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
         moveTo(1);
@@ -86,8 +85,7 @@ TEST_F(CommitTest, TheNewFileKeepsTheModeAndTheOwner) {
 TEST_F(CommitTest, TheTwoHundredthDeleteCompactsBehindTheSameHandle) {
     std::string text;
     for (int i = 0; i < 250; ++i) text += std::to_string(i) + ",x\n";
-    dir.write("c.txt", text);
-    open("c.txt");
+    openWith("c.txt", text);
     uint32_t handle = table;
     ASSERT_EQ(dbFirstMerge(table), 0u);
     for (int i = 0; i < 199; ++i) {

@@ -1,7 +1,5 @@
 // Inserts, updates and deletes: the exact bytes they leave in the file, and
 // tables that read back after close as the walk showed them before.
-#include <random>
-
 #include "support/table_test.h"
 #include "support/fault_env.h"
 
@@ -15,8 +13,7 @@ using test::join;
 class RecordEditsTest : public test::TableTest {};
 
 TEST_F(RecordEditsTest, DelimitedInsertUpdateDeleteLeaveExactBytes) {
-    dir.write("t.txt", "a,b\nc,d\ne,f\n\x1A");
-    open("t.txt");
+    openWith("t.txt", "a,b\nc,d\ne,f\n\x1A");
     // The insert writes over the final byte 26 at once.
     putAll({"x", "y,z"});
     uint32_t mark = 0;
@@ -40,8 +37,7 @@ TEST_F(RecordEditsTest, DelimitedInsertUpdateDeleteLeaveExactBytes) {
 // record of its own.
 TEST_F(RecordEditsTest, AnAppendThatFailsLeavesTheFileAsItWas) {
     const Bytes before = bytesOf("a,b\n\x1A");
-    dir.write("t.txt", before);
-    open("t.txt");
+    openWith("t.txt", before);
     putAll({std::string(3000, 'x'), "y"});
     faultArm(FaultKind::ShortWrite, 1);
     EXPECT_EQ(dbInsertMerge(table, 0, nullptr), DB_RESULT_ERROR(ERR_WRITE));
@@ -58,8 +54,7 @@ TEST_F(RecordEditsTest, TaggedEditsKeepHeaderPrefixAndHead) {
         auto record = [&](const std::string &a, const std::string &b) { return test::taggedRecord(minor, {a, b}); };
         Bytes prefix = test::taggedDocument(minor, test::taggedHead(minor, {"A", "B"}));
         Bytes original = join({prefix, record("1", "one"), record("2", "two"), record("3", "three")});
-        dir.write("t.doc", original);
-        open("t.doc");
+        openWith("t.doc", original);
         moveTo(1);
         put(1, "TWO\x01\xC0");  // control and high bytes do not reach a tagged table
         ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
@@ -75,8 +70,7 @@ TEST_F(RecordEditsTest, TaggedEditsKeepHeaderPrefixAndHead) {
 }
 
 TEST_F(RecordEditsTest, OddOrdersLoseNothing) {
-    dir.write("t.txt", "a,1\nb,2\nc,3\n");
-    open("t.txt");
+    openWith("t.txt", "a,1\nb,2\nc,3\n");
     // Update right after the open: the current record is the first one.
     putAll({"A", "1"});
     ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
@@ -110,41 +104,6 @@ TEST_F(RecordEditsTest, OddOrdersLoseNothing) {
     EXPECT_EQ(dbInsertMerge(table, 0, nullptr), DB_RESULT_ERROR(ERR_RECORD_TOO_LONG));
     close();
     EXPECT_EQ(dir.read("t.txt"), bytesOf("\"A\",\"1\"\n\"C\",\"3\"\n\"D\",\"4\"\n"));
-}
-
-// Random edits in any order: after close and reopen the table reads back
-// as the walk showed it before the close.
-TEST_F(RecordEditsTest, RandomEditsRoundTrip) {
-    std::mt19937 random(3);
-    for (const std::string name : {"r.txt", "r.doc"}) {
-        dir.write(name, name == "r.txt" ? bytesOf("0,0\n") : test::taggedDocument(1, test::taggedHead(1, {"A", "B"})));
-        open(name);
-        for (int step = 0; step < 300; ++step) {
-            std::vector<Bytes> records = walk();
-            int count = static_cast<int>(records.size());
-            std::string value = std::to_string(step) + std::string(random() % 40, 'v');
-            switch (count == 0 ? 0 : random() % 3) {
-            case 0:
-                putAll({value, "i"});
-                ASSERT_EQ(dbInsertMerge(table, 0, nullptr), 0u);
-                break;
-            case 1:
-                moveTo(static_cast<int>(random() % count));
-                putAll({value, "u"});
-                ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
-                break;
-            default:
-                moveTo(static_cast<int>(random() % count));
-                ASSERT_EQ(dbDeleteMerge(table), 0u);
-                break;
-            }
-            if (step % 50 == 49) {
-                std::vector<Bytes> before = walk();
-                open(name);
-                ASSERT_EQ(walk(), before) << name << " after step " << step;
-            }
-        }
-    }
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 #include "frame/blocks.h"
 #include "support/fault_env.h"
-#include "support/test_support.h"
+#include "support/table_test.h"
 
 namespace mergedb {
 namespace {
@@ -26,36 +26,32 @@ uint32_t buildList(const Names &names) {
     return list;
 }
 
-class CreateTest : public ::testing::Test {
+// Tables are made in a database of tagged documents, and in the delimited
+// one of the fixture.
+class CreateTest : public test::TableTest {
 protected:
     void TearDown() override {
         faultReset();
-        dbCloseDBMerge(&database);
+        dbCloseDBMerge(&tagged);
+        TableTest::TearDown();
     }
 
     // The field names of a new tagged table, which has no records.
-    Names fieldNames(const std::string &table) {
-        uint32_t handle = 0;
-        EXPECT_EQ(test::openTagged(database, table, &handle), 0u);
-        Names names;
-        char name[40];
-        uint16_t index = 0;
-        for (uint16_t mode = 1; dbGetFieldNamesMerge(handle, name, &index, mode) == 0; mode = 0) names.push_back(name);
-        EXPECT_EQ(dbFirstMerge(handle), DB_RESULT_END_OF_DATA);
-        dbCloseTableMerge(&handle);
-        return names;
+    Names namesOf(const std::string &name) {
+        open(name);
+        EXPECT_EQ(dbFirstMerge(table), DB_RESULT_END_OF_DATA);
+        return fieldNames();
     }
 
-    test::TempDir dir;
-    uint32_t database = test::openDatabase(dir, DB_SUBTYPE_TAGGED);
+    uint32_t tagged = test::openDatabase(dir, DB_SUBTYPE_TAGGED);
 };
 
 TEST_F(CreateTest, TaggedKindsHaveExactBytesAndOpenWithTheirFields) {
     dir.write("t1.doc", "an old file of the name, longer than the new one, is replaced by it");
-    uint32_t liveBefore = blockLiveCount();
-    ASSERT_EQ(dbCreateMerge(database, "t0.doc", buildList({"Name", "City"}), DB_KIND_TAGGED_0), 0u);
-    ASSERT_EQ(dbCreateMerge(database, "t1.doc", buildList({"Name", "City"}), DB_KIND_TAGGED_1), 0u);
-    EXPECT_EQ(blockLiveCount(), liveBefore);
+    uint32_t liveBefore = test::liveBlocks();
+    ASSERT_EQ(dbCreateMerge(tagged, "t0.doc", buildList({"Name", "City"}), DB_KIND_TAGGED_0), 0u);
+    ASSERT_EQ(dbCreateMerge(tagged, "t1.doc", buildList({"Name", "City"}), DB_KIND_TAGGED_1), 0u);
+    EXPECT_EQ(test::liveBlocks(), liveBefore);
     test::Bytes lead = leadBeforeHead(dir.read("t0.doc"), "0E 0A C3 0C C3 4E 61 6D 65 C4 0C C4 0A C3 0C C3 43 69 74 79 "
                                                           "C4 0C C4 0A 12 0A 05 0A");
     // The kinds differ in the minor version at byte 11 alone.
@@ -65,18 +61,18 @@ TEST_F(CreateTest, TaggedKindsHaveExactBytesAndOpenWithTheirFields) {
     EXPECT_EQ(leadBeforeHead(dir.read("t1.doc"), "DE 62 04 00 04 00 62 DE 0A 4E 61 6D 65 7E 43 69 74 79 7E 7E "
                                                  "DE 34 06 00 00 00 06 00 34 DE 0C"),
               lead);
-    EXPECT_EQ(fieldNames("t0.doc"), (Names{"Name", "City"}));
-    EXPECT_EQ(fieldNames("t1.doc"), (Names{"Name", "City"}));
+    EXPECT_EQ(namesOf("t0.doc"), (Names{"Name", "City"}));
+    EXPECT_EQ(namesOf("t1.doc"), (Names{"Name", "City"}));
 
     // An extended character goes in by its number alone: 0x41 is "A", 0x17
     // is 0xFE, which then counts as a variable token over three zeros. Tab
     // and single bytes drop out.
     uint32_t list = buildList({"x\xC0\x41\x01\xC0\t\x85y", "Stra\xC0\x17\x01\xC0"});
-    ASSERT_EQ(dbCreateMerge(database, "ext.doc", list, DB_KIND_TAGGED_1), 0u);
+    ASSERT_EQ(dbCreateMerge(tagged, "ext.doc", list, DB_KIND_TAGGED_1), 0u);
     EXPECT_EQ(leadBeforeHead(dir.read("ext.doc"), "DE 62 04 00 04 00 62 DE 0A 78 41 79 7E 53 74 72 61 FE 00 00 00 "
                                                   "7E 7E DE 34 06 00 00 00 06 00 34 DE 0C"),
               lead);
-    EXPECT_EQ(fieldNames("ext.doc"), (Names{"xAy", "Stra"}));
+    EXPECT_EQ(namesOf("ext.doc"), (Names{"xAy", "Stra"}));
 }
 
 TEST_F(CreateTest, FieldListLimits) {
@@ -86,23 +82,23 @@ TEST_F(CreateTest, FieldListLimits) {
     EXPECT_EQ(list, 0u);
     for (int i = 0; i < 1001; ++i) ASSERT_EQ(dbBuildMerge(&list, std::string(39, 'n').c_str()), 0u);
     EXPECT_EQ(dbBuildMerge(&list, "one too many"), DB_RESULT_ERROR(ERR_TOO_MANY_FIELDS));
-    uint32_t liveBefore = blockLiveCount();
-    EXPECT_EQ(dbCreateMerge(database, "big.doc", list, DB_KIND_TAGGED_0), DB_RESULT_ERROR(ERR_TOO_MANY_FIELDS));
-    EXPECT_EQ(blockLiveCount(), liveBefore - 1);
+    uint32_t liveBefore = test::liveBlocks();
+    EXPECT_EQ(dbCreateMerge(tagged, "big.doc", list, DB_KIND_TAGGED_0), DB_RESULT_ERROR(ERR_TOO_MANY_FIELDS));
+    EXPECT_EQ(test::liveBlocks(), liveBefore - 1);
     EXPECT_FALSE(dir.exists("big.doc"));
 
     Names names;
     for (int i = 0; i < 1000; ++i) names.push_back("F" + std::to_string(i));
     list = buildList(names);
-    ASSERT_EQ(dbCreateMerge(database, "full.doc", list, DB_KIND_TAGGED_0), 0u);
-    EXPECT_EQ(fieldNames("full.doc"), names);
+    ASSERT_EQ(dbCreateMerge(tagged, "full.doc", list, DB_KIND_TAGGED_0), 0u);
+    EXPECT_EQ(namesOf("full.doc"), names);
 }
 
 TEST_F(CreateTest, FailuresLeaveNoFile) {
     dir.write("kept.doc", "old");
-    uint32_t liveBefore = blockLiveCount();
+    uint32_t liveBefore = test::liveBlocks();
     auto create = [this](const char *name, uint16_t kind) {
-        return dbCreateMerge(database, name, buildList({"N"}), kind);
+        return dbCreateMerge(tagged, name, buildList({"N"}), kind);
     };
     EXPECT_EQ(create("kept.doc", DB_KIND_DELIMITED), DB_RESULT_ERROR(ERR_FORMAT));
     EXPECT_EQ(create("missing/t.doc", DB_KIND_TAGGED_0), DB_RESULT_ERROR(ERR_CREATE));
@@ -110,19 +106,17 @@ TEST_F(CreateTest, FailuresLeaveNoFile) {
     EXPECT_EQ(create(std::string(300, 'n').c_str(), DB_KIND_TAGGED_0), DB_RESULT_ERROR(ERR_CREATE));
     faultArm(FaultKind::ShortWrite, 3);
     EXPECT_EQ(create("short.doc", DB_KIND_TAGGED_0), DB_RESULT_ERROR(ERR_WRITE));
-    EXPECT_EQ(blockLiveCount(), liveBefore);  // the lists of tagged databases are freed
+    EXPECT_EQ(test::liveBlocks(), liveBefore);  // the lists of tagged databases are freed
     EXPECT_EQ(dir.read("kept.doc"), test::bytesOf("old"));
     EXPECT_FALSE(dir.exists("short.doc"));
 }
 
 TEST_F(CreateTest, DelimitedTableIsAnEmptyFileAndKeepsTheList) {
-    uint32_t delimited = test::openDatabase(dir, DB_SUBTYPE_DELIMITED);
     uint32_t list = buildList({"Name"});
-    ASSERT_EQ(dbCreateMerge(delimited, "t.txt", list, 99), 0u);
+    ASSERT_EQ(dbCreateMerge(database, "t.txt", list, 99), 0u);
     EXPECT_EQ(dir.read("t.txt"), test::Bytes{});
     EXPECT_EQ(dbBuildMerge(&list, "City"), 0u);
     blockFree(&list);
-    dbCloseDBMerge(&delimited);
 }
 
 }  // namespace

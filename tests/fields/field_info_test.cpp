@@ -22,8 +22,7 @@ class FieldTable : public TableTest {
 protected:
     void SetUp() override {
         TableTest::SetUp();
-        dir.write("t.csv", "");
-        open("t.csv");
+        openWith("t.csv", "");
     }
     void add(const std::string &name, uint16_t firstInfo = 0) {
         MergeTable *record = tableLock(table);
@@ -110,24 +109,6 @@ TEST_F(FieldTable, LookupsInOrderAndAgainFindTheFirstOfEqualNames) {
     EXPECT_EQ(find("B"), 5);
     EXPECT_EQ(find("a"), 0);
     EXPECT_EQ(find("c"), -1);
-}
-
-// The limit of a thousand fields is tested through discovery.
-TEST(FieldArray, SortsByNumber) {
-    uint32_t blocksBefore = blockLiveCount();
-    BlockHandle array = 0;
-    int16_t count = 0;
-    for (int i = 0; i < 5; ++i) ASSERT_EQ(fieldsAdd(&array, &count), 0);
-    auto *entries = blockLockAs<FieldEntry>(array);
-    std::vector<std::string> names{"10", "2", "abc", "-3", "1"};
-    for (int i = 0; i < 5; ++i) std::strcpy(entries[i].name, names[i].c_str());
-    BlockHandle valueOfTen = entries[0].value;
-    fieldsSortNumeric(entries, 5);
-    for (int i = 0; i < 5; ++i) names[i] = entries[i].name;
-    EXPECT_EQ(names, (std::vector<std::string>{"-3", "abc", "1", "2", "10"}));
-    EXPECT_EQ(entries[4].value, valueOfTen);
-    fieldsFree(&array, &count);
-    EXPECT_EQ(blockLiveCount(), blocksBefore);
 }
 
 }  // namespace

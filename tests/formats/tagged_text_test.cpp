@@ -1,12 +1,10 @@
-// Tagged text: measuring, copying and converting it by whole tokens, and
-// plain text beside it.
+// Tagged text: measuring, copying and converting it by whole tokens.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "formats/delimited_format.h"
 #include "formats/tagged_text.h"
 
 namespace mergedb {
@@ -40,11 +38,6 @@ TEST(TextTokens, LengthAndCopyStepOverWholeTokens) {
     EXPECT_EQ(textLength(text("a\xDE\x05\xFC\xFF" "bcdefgh\0"sv)), 1);
     EXPECT_EQ(copyOf(setZero, 16), setZero.substr(0, 6));
     EXPECT_EQ(copyOf(setZero, 5), "a");  // a token that does not fit is left out whole
-    // Plain text is measured up to its NUL, even inside a token, and cut.
-    EXPECT_EQ(plainLength(text(setZero)), 3u);
-    std::vector<char> dst(4, 'Z');
-    plainCopy(dst, text("abcdef"sv));
-    EXPECT_EQ(std::string(dst.data(), 4), "abc\0"sv);
 }
 
 TEST(TextTokens, BrokenTokensAtTheBufferEndEndTheText) {

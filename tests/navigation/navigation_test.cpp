@@ -16,22 +16,9 @@ using test::Bytes;
 using test::bytesOf;
 using Records = std::vector<Bytes>;
 
-
 class NavigationTest : public test::TableTest {
 protected:
-    // The table open before is closed first: Windows lets no one write
-    // over a file that a table holds.
-    void openText(const Bytes &bytes) {
-        if (table != 0) close();
-        dir.write("t.txt", bytes);
-        open("t.txt", "\r\n");
-    }
-
-    void openDocument(uint8_t minor, const Bytes &stream) {
-        if (table != 0) close();
-        dir.write("d.doc", test::taggedDocument(minor, stream));
-        open("d.doc");
-    }
+    void openText(const Bytes &bytes) { openWith("t.txt", bytes, "\r\n"); }
 
     // The records of a walk; moves that fail to split still count.
     Records walkAll(bool forward) {
@@ -51,18 +38,6 @@ protected:
     }
 };
 
-// The walk back over random records, wherever the fills fall, is judged
-// by the reading model; here its ends.
-TEST_F(NavigationTest, DelimitedWalksMeetInReverse) {
-    // A file that opens with a record delimiter, quoted delimiters, and an
-    // unterminated tail.
-    Records records = {bytesOf("\r\n"), bytesOf("a\r\n"), bytesOf("b,\"\r\n\"\r\n")};
-    Bytes withTail = test::join(records);
-    withTail.insert(withTail.end(), {'t', 'a', 'i', 'l'});
-    openText(withTail);
-    expectWalks(records);
-}
-
 TEST_F(NavigationTest, TaggedWalksMeetInReverseWhereverTheFillsFall) {
     // An extended character, and a variable token with a byte 5 inside.
     const std::string tokens("\xC0\x29\x01\xC0\xD3\0\x06\0\x05\xDE\x06\0\0\xD3", 14);
@@ -78,13 +53,13 @@ TEST_F(NavigationTest, TaggedWalksMeetInReverseWhereverTheFillsFall) {
             Bytes stream = test::taggedHead(minor, {"A"});
             Bytes body = test::join(records);
             stream.insert(stream.end(), body.begin(), body.end());
-            openDocument(minor, stream);
+            openWith("d.doc", test::taggedDocument(minor, stream));
             SCOPED_TRACE(testing::Message() << "dialect " << int(minor) << " shift " << shift);
             expectWalks(records);
         }
     }
     // A document with only its head has no records either way.
-    openDocument(1, test::taggedHead(1, {"A"}));
+    openWith("d.doc", test::taggedDocument(1, test::taggedHead(1, {"A"})));
     expectWalks({});
 }
 
@@ -153,6 +128,44 @@ TEST_F(NavigationTest, TheChangeListIsMergedBothWays) {
     ASSERT_EQ(dbGetRecordMerge(table, 0, nullptr, offsets[3]), 0u);
     ASSERT_EQ(dbPrevMerge(table, 0, nullptr), 0u);
     EXPECT_EQ(current(), longer);
+}
+
+// Found by the fuzz targets. After an insert the list's cursor stood on an edit far in front of the
+// new record, so the move back missed the delete of the record before it:
+// the deleted record came back, and the next delete hit it again.
+TEST_F(NavigationTest, AMoveBackFromAnInsertedRecordSeesTheDeleteInFrontOfIt) {
+    openWith("t.txt", bytesOf("a\nb\n"));
+    moveTo(1);
+    ASSERT_EQ(dbDeleteMerge(table), 0u);
+    ASSERT_EQ(dbFirstMerge(table), 0u);
+    put(0, "a2");
+    ASSERT_EQ(dbUpdateMerge(table, 0, nullptr), 0u);
+    put(0, "c");
+    ASSERT_EQ(dbInsertMerge(table, 0, nullptr), 0u);
+    ASSERT_EQ(dbPrevMerge(table, 0, nullptr), 0u);
+    EXPECT_EQ(value(0), "a2");
+    ASSERT_EQ(dbDeleteMerge(table), 0u);
+    close();
+    EXPECT_EQ(dir.read("t.txt"), bytesOf("\"c\"\n"));
+}
+
+// Found by the fuzz targets. A variable token whose sub-code reads 52 from its end but not from its
+// front is a record end to the walk back and none to the walk forward, so
+// the record before the second record was found to be the second record
+// itself, and the walk back never ended.
+TEST_F(NavigationTest, AWalkBackThatFindsNoEarlierRecordEnds) {
+    const Bytes fieldEnd = {222, 49, 4, 0, 4, 0, 49, 222, 10};
+    const Bytes recordEnd = {222, 52, 6, 0, 0, 0, 6, 0, 52, 222, 12};
+    const Bytes halfRecordEnd = {222, 155, 6, 0, 0, 0, 6, 0, 52, 222, 12};
+    openWith("t.doc", test::taggedDocument(1, test::join({test::taggedHead(1, {"A"}), bytesOf("x"), fieldEnd,
+                                                          halfRecordEnd, fieldEnd, recordEnd, bytesOf("y"), fieldEnd,
+                                                          recordEnd})));
+    ASSERT_EQ(dbFirstMerge(table), 0u);
+    EXPECT_EQ(value(0), "x");
+    ASSERT_EQ(dbNextMerge(table, 0, nullptr), 0u);
+    EXPECT_EQ(value(0), "y");
+    EXPECT_EQ(dbPrevMerge(table, 0, nullptr), DB_RESULT_END_OF_DATA);
+    EXPECT_EQ(value(0), "y");
 }
 
 }  // namespace

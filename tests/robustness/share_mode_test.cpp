@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "robustness/child_process.h"
-#include "support/test_support.h"
+#include "support/table_test.h"
 
 namespace mergedb {
 namespace {
@@ -53,12 +53,12 @@ DbResult ask(ChildProcess &other, uint32_t command) {
     return result;
 }
 
-TEST(ShareModes, HoldAcrossTwoProcesses) {
-    test::TempDir dir;
+// The fixture opens no file before a child is forked.
+class ShareModes : public test::TableTest {};
+
+TEST_F(ShareModes, HoldAcrossTwoProcesses) {
     dir.write("t.txt", "a,b\nc,d\n");
     ChildProcess other([&](ChildProcess &self) { return otherProcess(self, dir.path()); });
-    uint32_t database = test::openDatabase(dir);
-    uint32_t table = 0;
     auto open = [&](uint16_t access, uint16_t exclusive) {
         return test::openDelimited(database, "t.txt", &table, ",", "\n", "", "", access, exclusive);
     };
@@ -68,6 +68,12 @@ TEST(ShareModes, HoldAcrossTwoProcesses) {
     EXPECT_EQ(open(0, 0), refused);
     EXPECT_EQ(open(0, 1), refused);
     EXPECT_EQ(open(1, 0), refused);
+    ASSERT_EQ(ask(other, CLOSE), 0u);
+    // A table opened read only is shared with everyone, whatever exclusive
+    // says.
+    ASSERT_EQ(ask(other, openCommand(1, 1)), 0u);
+    ASSERT_EQ(open(0, 0), 0u);
+    ASSERT_EQ(dbCloseTableMerge(&table), 0u);
     ASSERT_EQ(ask(other, CLOSE), 0u);
 
     ASSERT_EQ(open(0, 1), 0u);
@@ -90,8 +96,6 @@ TEST(ShareModes, HoldAcrossTwoProcesses) {
     EXPECT_EQ(open(1, 0), refused);
     other.kill();
     ASSERT_EQ(open(0, 1), 0u);
-    EXPECT_EQ(dbCloseTableMerge(&table), 0u);
-    dbCloseDBMerge(&database);
 }
 
 // What an editing process reports: an insert that was done, with its
@@ -144,23 +148,7 @@ int editor(ChildProcess &self, const std::string &dir, uint32_t first) {
     return 0;
 }
 
-// The first field of every record of the table.
-std::multiset<std::string> firstFields(uint32_t database) {
-    std::multiset<std::string> names;
-    uint32_t table = 0;
-    EXPECT_EQ(test::openDelimited(database, "t.txt", &table, ",", "\n", "", "", 1), 0u);
-    for (DbResult r = dbFirstMerge(table); r == 0; r = dbNextMerge(table, 0, nullptr)) {
-        char value[64] = {};
-        uint16_t length = 0;
-        EXPECT_EQ(dbGetFieldValueHMerge(table, 0, value, DB_TYPE_TEXT, &length), 0u);
-        names.insert(value);
-    }
-    EXPECT_EQ(dbCloseTableMerge(&table), 0u);
-    return names;
-}
-
-TEST(ShareModes, ThreeProcessesEditingOneTableLoseNothingReportedDone) {
-    test::TempDir dir;
+TEST_F(ShareModes, ThreeProcessesEditingOneTableLoseNothingReportedDone) {
     std::string text;
     for (int r = 0; r < FIRST_RECORDS; ++r) text += "r" + std::to_string(r) + ",old\n";
     dir.write("t.txt", text);
@@ -185,14 +173,14 @@ TEST(ShareModes, ThreeProcessesEditingOneTableLoseNothingReportedDone) {
         EXPECT_EQ(child->wait(), 0);
     }
     EXPECT_FALSE(dir.exists("t.bk"));
-    uint32_t database = test::openDatabase(dir);
-    std::multiset<std::string> names = firstFields(database);
+    std::multiset<std::string> names;
+    open("t.txt");
+    for (DbResult r = dbFirstMerge(table); r == 0; r = dbNextMerge(table, 0, nullptr)) names.insert(value(0));
     for (const std::string &name : done) EXPECT_EQ(names.count(name), 1u) << name;
     for (int r = 0; r < FIRST_RECORDS; ++r) EXPECT_EQ(names.count("r" + std::to_string(r)), 1u) << r;
     EXPECT_EQ(failures[EDIT_FAILED] + failures[CLOSE_FAILED], 0);
     std::printf("three editors: %zu of %d rounds done, %d never got the table\n", done.size(), 3 * ROUNDS,
                 failures[OPEN_REFUSED]);
-    dbCloseDBMerge(&database);
 }
 
 }  // namespace

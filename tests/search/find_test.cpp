@@ -17,18 +17,11 @@ protected:
     }
     DbResult findNext() { return dbFindRecordMerge(table, 0, 0, 0, 0, 0); }
 
-    std::string field(uint16_t number) {
-        char buffer[256];
-        uint16_t length = 0;
-        EXPECT_EQ(dbGetFieldValueHMerge(table, number, buffer, DB_TYPE_TEXT, &length), 0u);
-        return std::string(buffer, length);
-    }
-
     // The first fields of the records that a search walks through.
     std::vector<std::string> allFound(const std::vector<std::pair<uint16_t, std::string>> &example,
                                       uint32_t blankRule = 0) {
         std::vector<std::string> found;
-        for (DbResult r = find(example, blankRule); r == 0; r = findNext()) found.push_back(field(0));
+        for (DbResult r = find(example, blankRule); r == 0; r = findNext()) found.push_back(value(0));
         return found;
     }
 };
@@ -36,8 +29,7 @@ protected:
 using Names = std::vector<std::string>;
 
 TEST_F(FindTest, ExactAndPrefixCriteriaIgnoreCase) {
-    dir.write("f.txt", "ab,1\nAB,2\nabc,3\na,4\nable,5\n,6\n");
-    open("f.txt");
+    openWith("f.txt", "ab,1\nAB,2\nabc,3\na,4\nable,5\n,6\n");
     EXPECT_EQ(allFound({{0, "ab*"}}), (Names{"ab", "AB", "abc", "able"}));
     EXPECT_EQ(allFound({{0, "ab"}}), (Names{"ab", "AB"}));
     EXPECT_EQ(allFound({{0, "*"}}), (Names{"ab", "AB", "abc", "a", "able", ""}));
@@ -47,28 +39,26 @@ TEST_F(FindTest, ExactAndPrefixCriteriaIgnoreCase) {
 
     // A miss is the end of the data, and the last record stays current.
     EXPECT_EQ(find({{0, "zz"}}), DB_RESULT_END_OF_DATA);
-    EXPECT_EQ(field(1), "6");
+    EXPECT_EQ(value(1), "6");
     EXPECT_EQ(findNext(), DB_RESULT_END_OF_DATA);
 }
 
 TEST_F(FindTest, BlankFieldsCountOnlyWithTheBlankRule) {
-    dir.write("b.txt", "a,x,1\nb,,2\nc,y,3\nd,,4\n");
-    open("b.txt");
+    openWith("b.txt", "a,x,1\nb,,2\nc,y,3\nd,,4\n");
     ASSERT_EQ(dbFirstMerge(table), 0u);
     ASSERT_EQ(dbClearRecordMerge(table), 0u);
     ASSERT_EQ(dbPutFieldValueHMerge(table, 1, "", DB_TYPE_TEXT, 0), 0u);
     ASSERT_EQ(dbFindRecordMerge(table, 0, 0, 0, 1, 1), 0u);
-    EXPECT_EQ(field(0), "b");
+    EXPECT_EQ(value(0), "b");
     ASSERT_EQ(dbFindRecordMerge(table, 0, 0, 0, 0, 1), 0u);
-    EXPECT_EQ(field(0), "d");
+    EXPECT_EQ(value(0), "d");
     // Without the rule, or cleared but not put, a blank field fits any value.
     EXPECT_EQ(allFound({{1, ""}}, 0).size(), 4u);
     EXPECT_EQ(allFound({}, 1).size(), 4u);
 }
 
 TEST_F(FindTest, SearchesSeeTheTableAsTheWalkShowsIt) {
-    dir.write("e.txt", "a,1\nb,2\nc,3\nb,4\n");
-    open("e.txt");
+    openWith("e.txt", "a,1\nb,2\nc,3\nb,4\n");
     // An update is found in its new form, a deleted record not at all.
     moveTo(2);
     putAll({"b", "33"});
@@ -76,11 +66,11 @@ TEST_F(FindTest, SearchesSeeTheTableAsTheWalkShowsIt) {
     moveTo(3);
     ASSERT_EQ(dbDeleteMerge(table), 0u);
     ASSERT_EQ(find({{0, "B"}}), 0u);
-    EXPECT_EQ(field(1), "2");
+    EXPECT_EQ(value(1), "2");
     // Deleting the record found, the search goes on to its neighbour.
     ASSERT_EQ(dbDeleteMerge(table), 0u);
     ASSERT_EQ(findNext(), 0u);
-    EXPECT_EQ(field(1), "33");
+    EXPECT_EQ(value(1), "33");
     EXPECT_EQ(findNext(), DB_RESULT_END_OF_DATA);
 
     // A tagged table compares the same way, on the stored text.
@@ -94,7 +84,7 @@ TEST_F(FindTest, SearchesSeeTheTableAsTheWalkShowsIt) {
     open("t.doc");
     ASSERT_EQ(dbFirstMerge(table), 0u);
     ASSERT_EQ(findNext(), 0u);
-    EXPECT_EQ(field(0), "ki");
+    EXPECT_EQ(value(0), "ki");
 }
 
 }  // namespace

@@ -36,6 +36,15 @@ protected:
         ASSERT_EQ(result, 0u) << name;
     }
 
+    // Writes the file and opens it; the table open before is closed first,
+    // since Windows lets no one write over a file that a table holds.
+    void openWith(const std::string &name, const Bytes &bytes, const char *record = "\n") {
+        if (table != 0) close();
+        dir.write(name, bytes);
+        open(name, record);
+    }
+    void openWith(const std::string &name, const std::string &text) { openWith(name, bytesOf(text)); }
+
     void close() {
         ASSERT_EQ(dbCloseTableMerge(&table), 0u);
         table = 0;
@@ -52,6 +61,23 @@ protected:
     // Puts the values into fields 0, 1, ...
     void putAll(const std::vector<std::string> &values) {
         for (size_t i = 0; i < values.size(); ++i) put(static_cast<uint16_t>(i), values[i]);
+    }
+
+    // The text of a field of the current record, read as the host reads it.
+    std::string value(uint16_t number) {
+        char text[256] = {};
+        uint16_t length = 0;
+        EXPECT_EQ(dbGetFieldValueHMerge(table, number, text, DB_TYPE_TEXT, &length), 0u);
+        return std::string(text, length);
+    }
+
+    // The names of the table's fields, by the host's name walk.
+    std::vector<std::string> fieldNames() {
+        std::vector<std::string> names;
+        char name[40];
+        uint16_t index = 0;
+        for (uint16_t mode = 1; dbGetFieldNamesMerge(table, name, &index, mode) == 0; mode = 0) names.push_back(name);
+        return names;
     }
 
     // The current record's image.

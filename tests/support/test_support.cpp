@@ -78,6 +78,12 @@ std::string TempDir::file(const std::string &name) const { return path_ + native
 
 bool TempDir::exists(const std::string &name) const { return std::filesystem::exists(file(name)); }
 
+uint32_t liveBlocks() {
+    uint32_t live = 0;
+    for (uint32_t i = 0; i < blockregistry::slotCount; ++i) live += blockregistry::slots[i].address != nullptr;
+    return live;
+}
+
 void *messagesModule() {
     static void *module = loadModule(MERGEDB_MESSAGES_MODULE);
     return module;
@@ -113,46 +119,33 @@ const Bytes FIELD_END_0 = {0x12, 0x0A};
 const Bytes RECORD_END_0 = {0x05, 0x0A};
 const Bytes FIELD_END_1 = {0xDE, 0x31, 4, 0, 4, 0, 0x31, 0xDE, 0x0A};
 const Bytes RECORD_END_1 = {0xDE, 0x34, 6, 0, 0, 0, 6, 0, 0x34, 0xDE, 0x0C};
-
-void append(Bytes &to, const Bytes &bytes) { to.insert(to.end(), bytes.begin(), bytes.end()); }
+const Bytes NAME_ON = {0xC3, 0x0C, 0xC3};
+const Bytes NAME_OFF = {0xC4, 0x0C, 0xC4, 0x0A};
 
 }  // namespace
 
 Bytes taggedHead(uint8_t minorVersion, const std::vector<std::string> &names) {
     if (minorVersion == 1) {
         Bytes head = {0xDE, 0x62, 4, 0, 4, 0, 0x62, 0xDE, 0x0A};
-        for (const std::string &name : names) append(head, bytesOf(name + "~"));
-        head.push_back('~');
-        append(head, RECORD_END_1);
-        return head;
+        for (const std::string &name : names) head = join({head, bytesOf(name + "~")});
+        return join({head, bytesOf("~"), RECORD_END_1});
     }
     Bytes head = {0x0E, 0x0A};
-    for (const std::string &name : names) {
-        append(head, {0xC3, 0x0C, 0xC3});
-        append(head, bytesOf(name));
-        append(head, {0xC4, 0x0C, 0xC4, 0x0A});
-    }
-    append(head, FIELD_END_0);
-    append(head, RECORD_END_0);
-    return head;
+    for (const std::string &name : names) head = join({head, NAME_ON, bytesOf(name), NAME_OFF});
+    return join({head, FIELD_END_0, RECORD_END_0});
 }
 
 Bytes taggedRecord(uint8_t minorVersion, const std::vector<std::string> &values) {
+    const bool dialect1 = minorVersion == 1;
     Bytes record;
     for (const std::string &value : values) {
-        append(record, bytesOf(value));
-        append(record, minorVersion == 1 ? FIELD_END_1 : FIELD_END_0);
+        record = join({record, bytesOf(value), dialect1 ? FIELD_END_1 : FIELD_END_0});
     }
-    append(record, minorVersion == 1 ? RECORD_END_1 : RECORD_END_0);
-    return record;
+    return join({record, dialect1 ? RECORD_END_1 : RECORD_END_0});
 }
 
 Bytes taggedDocument(uint8_t minorVersion, const Bytes &stream) {
-    const uint8_t header[16] = {0xFF, 'Z', 'R', 'N', 16, 0, 0, 0, 1, 10, 0, minorVersion, 0, 0, 0, 0};
-    Bytes bytes(sizeof header + stream.size());
-    std::copy(std::begin(header), std::end(header), bytes.begin());
-    std::copy(stream.begin(), stream.end(), bytes.begin() + sizeof header);
-    return bytes;
+    return join({{0xFF, 'Z', 'R', 'N', 16, 0, 0, 0, 1, 10, 0, minorVersion, 0, 0, 0, 0}, stream});
 }
 
 }  // namespace mergedb::test

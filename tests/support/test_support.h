@@ -44,6 +44,9 @@ private:
     std::string path_;
 };
 
+// How many blocks the registry holds, for the tests that look for leaks.
+uint32_t liveBlocks();
+
 // The English resource module, loaded once and handed to dbInitMerge.
 void *messagesModule();
 

@@ -20,7 +20,7 @@
 namespace mergedb::host {
 
 // The longest record that the driver reads, in bytes.
-inline constexpr uint64_t LONGEST_RECORD = 28672;
+inline constexpr uint64_t LONGEST_RECORD = DB_LONGEST_RECORD;
 
 // A tagged record ends with its mark, byte 5 or the function token 52
 // (whose lead byte is 222), and then at the next line end, byte 10 or 12.

@@ -7,7 +7,7 @@
 namespace mergedb::host {
 namespace {
 
-constexpr size_t LONGEST_VALUE = 31999;  // the text that one put can store
+constexpr size_t LONGEST_VALUE = DB_LONGEST_PUT;
 constexpr size_t LONGEST_FIELD_NAME = 39;
 constexpr size_t TAGGED_CHARACTER_BYTES = 4;  // an extended character's token
 // What the driver writes around each field and at the end of a record.

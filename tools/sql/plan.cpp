@@ -13,7 +13,7 @@ constexpr double JUMP_COST = 10;
 constexpr double FIND_SHARE = 0.25;  // a find costs less than a walk: no call per field and record
 constexpr double EQUAL_SHARE = 0.01;  // of the records that an example of = lets through
 constexpr double PREFIX_SHARE = 0.1;
-constexpr size_t LONGEST_CRITERION = 31999;
+constexpr size_t LONGEST_CRITERION = DB_LONGEST_PUT;
 
 constexpr char EQUAL = '=';
 constexpr char LIKE = '~';
