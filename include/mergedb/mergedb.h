@@ -97,10 +97,6 @@ enum DbValueType {
 #define DB_WALK_FIRST 1
 #define DB_WALK_NEXT 0
 
-/* The largest table file, in bytes, that dbOpenTableMerge opens: offsets
- * are 32 bits wide, and a position of all ones stands for a failure. */
-#define DB_LARGEST_TABLE_FILE 0xFFFFFFFEu
-
 /* The access and exclusive arguments of dbOpenTableMerge. A table opened
  * read only is shared with everyone, whatever exclusive says. */
 #define DB_ACCESS_READ_ONLY 1
@@ -146,6 +142,10 @@ enum DbDatabaseItem {
  * DB_LONGEST_RECORD bytes, its terminator included, is read or written. */
 #define DB_LONGEST_PUT 31999u
 #define DB_LONGEST_RECORD 28672u
+
+/* The largest table file, in bytes, that dbOpenTableMerge opens: offsets
+ * are 32 bits wide, and a position of all ones stands for a failure. */
+#define DB_LARGEST_TABLE_FILE 0xFFFFFFFEu
 
 /* dbGetSessionInfoMerge: the one item, a byte 0. */
 #define DB_SESSION_ITEM_FLAG 1

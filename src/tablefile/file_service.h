@@ -9,6 +9,7 @@
 
 #include <cstdint>
 
+#include "mergedb/mergedb.h"
 #include "platform/env.h"
 
 namespace mergedb {
@@ -36,6 +37,7 @@ inline constexpr uint32_t MODE_CREATE_REPLACE =
 // has one byte less.
 inline constexpr uint32_t FILE_FAILURE = 0xFFFFFFFFu;
 inline constexpr uint32_t LARGEST_FILE = FILE_FAILURE - 1;
+static_assert(LARGEST_FILE == DB_LARGEST_TABLE_FILE, "the public header tells the host this limit");
 
 // One open file: the Env it goes through and the position where the next
 // read or write goes, which only the calls here move.
