@@ -62,7 +62,7 @@ private:
     static constexpr uint32_t SHORT_STRETCH = COPY_BUFFER / 4;
 
     uint32_t readAt(uint32_t offset, uint8_t *destination, uint32_t count, uint16_t *code) {
-        if (fileSeek(&file_, offset, 0) == FILE_FAILURE) {
+        if (fileSeek(&file_, offset) == FILE_FAILURE) {
             *code = ERR_SEEK;
             return 0;
         }

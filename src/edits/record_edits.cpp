@@ -57,7 +57,7 @@ uint16_t startImage(EditNode &node) {
 // comes back, so that the next append does not follow a fragment.
 void restoreEnd(MergeTable &table, uint32_t oldSize) {
     if (fileTruncate(&table.file, oldSize) != 0 || oldSize == table.fileSize) return;
-    if (fileSeek(&table.file, table.fileSize, 0) != FILE_FAILURE) fileWrite(&table.file, &END_OF_FILE_MARK, 1);
+    if (fileSeek(&table.file, table.fileSize) != FILE_FAILURE) fileWrite(&table.file, &END_OF_FILE_MARK, 1);
 }
 
 // Writes the image at fileSize, over a final byte 26. A file that would
@@ -65,7 +65,7 @@ void restoreEnd(MergeTable &table, uint32_t oldSize) {
 uint16_t appendImage(MergeTable &table, const EditNode &node) {
     uint32_t oldSize = fileSize(&table.file);
     if (oldSize == FILE_FAILURE || node.dataLength > LARGEST_FILE - table.fileSize) return ERR_WRITE;
-    if (fileSeek(&table.file, table.fileSize, 0) == FILE_FAILURE) return ERR_SEEK;
+    if (fileSeek(&table.file, table.fileSize) == FILE_FAILURE) return ERR_SEEK;
     const auto *image = blockLockAs<uint8_t>(node.data);
     if (fileWrite(&table.file, image, static_cast<uint16_t>(node.dataLength)) != static_cast<int16_t>(node.dataLength)) {
         restoreEnd(table, oldSize);

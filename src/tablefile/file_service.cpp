@@ -96,8 +96,8 @@ int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count) {
     return static_cast<int16_t>(fileWriteLarge(file, buffer, count));
 }
 
-uint32_t fileSeek(FileObject *file, uint32_t offset, uint16_t origin) {
-    if (origin != 0 || offset > LARGEST_FILE) return FILE_FAILURE;
+uint32_t fileSeek(FileObject *file, uint32_t offset) {
+    if (offset > LARGEST_FILE) return FILE_FAILURE;
     file->position = offset;
     return offset;
 }

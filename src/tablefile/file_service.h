@@ -83,9 +83,9 @@ int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count);
 // The two for the large pieces of a copy, whose counts need 32 bits.
 int64_t fileReadLarge(FileObject *file, void *buffer, uint32_t count);
 int64_t fileWriteLarge(FileObject *file, const void *buffer, uint32_t count);
-// Moves the position to offset from the file's start, the one origin (0)
-// there is; any other origin fails. The new position, or FILE_FAILURE.
-uint32_t fileSeek(FileObject *file, uint32_t offset, uint16_t origin);
+// Moves the position to offset from the file's start. The new position,
+// or FILE_FAILURE.
+uint32_t fileSeek(FileObject *file, uint32_t offset);
 uint32_t fileTell(const FileObject *file);
 // The file's size, or FILE_FAILURE, also for a file beyond LARGEST_FILE.
 uint32_t fileSize(FileObject *file);

@@ -19,11 +19,11 @@ uint16_t measureFile(MergeTable &table) {
     if (table.fileSize == FILE_FAILURE) return ERR_OPEN;
     if (table.fileSize != 0) {
         uint8_t last = 0;
-        if (fileSeek(&table.file, table.fileSize - 1, 0) == FILE_FAILURE) return ERR_SEEK;
+        if (fileSeek(&table.file, table.fileSize - 1) == FILE_FAILURE) return ERR_SEEK;
         if (fileRead(&table.file, &last, 1) != 1) return ERR_READ;
         if (last == END_OF_FILE_MARK) table.fileSize--;
     }
-    return fileSeek(&table.file, 0, 0) == FILE_FAILURE ? ERR_SEEK : 0;
+    return fileSeek(&table.file, 0) == FILE_FAILURE ? ERR_SEEK : 0;
 }
 
 // The first fill of a new window; an empty file leaves it empty.

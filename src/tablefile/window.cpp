@@ -82,7 +82,7 @@ uint16_t WindowCursor::seek(uint32_t offset) {
         cursor = base + (offset - start);
         return 0;
     }
-    if (fileSeek(&table.file, offset, 0) == FILE_FAILURE) return ERR_SEEK;
+    if (fileSeek(&table.file, offset) == FILE_FAILURE) return ERR_SEEK;
     cursor = end;
     return refill();
 }
