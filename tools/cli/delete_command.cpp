@@ -92,9 +92,8 @@ void checkRewritten(OpenTable &open, const Digest &kept, const host::TableFile &
 
 void deleteByRewrite(OpenTable &open, DeletePlan &plan) {
     host::keepByteOrderMark(plan.extents, open.format.bomLength);
-    host::rebuildWithout(open.file, plan.dataEnd, plan.extents,
-                         [&](const host::TableFile &rewritten) { checkRewritten(open, plan.kept, rewritten); });
-    open.table.close();
+    host::rebuildHeld(open.table, open.file, plan.dataEnd, plan.extents,
+                      [&](const host::TableFile &rewritten) { checkRewritten(open, plan.kept, rewritten); });
 }
 
 }  // namespace

@@ -109,8 +109,8 @@ void keepByteOrderMark(std::vector<Extent> &dropped, size_t bomLength) {
     dropped.front().length -= bomLength;
 }
 
-void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
-                    const std::function<void(const TableFile &rebuilt)> &check) {
+void rebuildHeld(Table &held, const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
+                 const std::function<void(const TableFile &rebuilt)> &check) {
     NewFile rebuilt(file);
     copyKept(file, dataEnd, dropped, rebuilt.fd());
     check(locateTable(rebuilt.path().string()));
@@ -120,11 +120,6 @@ void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<E
     }
     rebuilt.placed();
     syncDirectory(file.directory(), file.label);
-}
-
-void rebuildHeld(Table &held, const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
-                 const std::function<void(const TableFile &rebuilt)> &check) {
-    rebuildWithout(file, dataEnd, dropped, check);
     held.close();
 }
 

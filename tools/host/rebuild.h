@@ -31,14 +31,12 @@ struct Extent {
 // them, its owner and group, reach the disk, and replace the table in one
 // rename. Throws a Failure when anything fails; the table is then as it
 // was, and the new file gone.
-void rebuildWithout(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
-                    const std::function<void(const TableFile &rebuilt)> &check);
-
-// The same, for a host that holds the table open for writing through the
-// driver (held), from before it read what it drops until now: no other
-// program's edit of the table (an insert too) can come between that read
-// and the rename and be lost with the old file. held is closed once the new
-// file has taken the table's place.
+//
+// The host holds the table open for writing through the driver (held),
+// from before it read what it drops until now, so that no other program's
+// edit of the table (an insert too) can come between that read and the
+// rename and be lost with the old file. held is closed once the new file
+// has taken the table's place.
 void rebuildHeld(Table &held, const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped,
                  const std::function<void(const TableFile &rebuilt)> &check);
 
