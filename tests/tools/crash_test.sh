@@ -62,6 +62,24 @@ for kind in csv doc; do
     mv t.$kind $data.new.$kind
     ! cmp -s $data.$kind $data.new.$kind || fail "$kind $data: no old and new to tell apart"
   done
+  # recover while a commit is writing changes nothing: the commit ends as if
+  # no recover had been run.
+  for ((i = 0; i < 3; i++)); do
+    cp alike.$kind t.$kind
+    # shellcheck disable=SC2046
+    LD_PRELOAD=$slow_writes "$tool" $(update_of alike $kind) >/dev/null 2>&1 &
+    pid=$!
+    until [ -e t.bk ] || ! kill -0 $pid 2>/dev/null; do :; done
+    said=$("$tool" recover t.$kind 2>&1)
+    wait $pid || fail "$kind: the update under a recover failed"
+    case $said in
+    *"a commit is writing the table now"* | "nothing to recover"*) ;;
+    *) fail "$kind: recover during a commit said: $said" ;;
+    esac
+    cmp -s t.$kind alike.new.$kind && [ ! -e t.bk ] && [ ! -e t.$kind.partial ] ||
+      fail "$kind: a recover during a commit changed its outcome: $(ls)"
+    rm -f t.$kind
+  done
   in_commit=0 kept_new=0
   for ((i = 0; i < kills_per_kind; i++)); do
     data=random

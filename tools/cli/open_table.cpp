@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 
+#include "backup.h"
 #include "output.h"
 #include "record_scan.h"
 #include "spool.h"
@@ -104,10 +105,7 @@ void enterDirectory(const TableFile &file) {
 }
 
 void mindBackup(const TableFile &file, Access access) {
-    if (!file.backupPresent || access == Access::Write) return;
-    std::string stem = file.name.substr(0, file.name.find('.'));
-    note(file.label, "note: " + file.backupName + " lies beside it, left by a commit of it (or of another " + stem +
-                         ".* table) that did not finish; see mergedb recover " + file.label);
+    if (file.backupPresent && access == Access::Read) note(file.label, "note: " + host::backupMeaning(file));
 }
 
 void mindLeftovers(const std::filesystem::path &directory, const std::string &label) {

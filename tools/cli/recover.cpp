@@ -12,6 +12,7 @@
 #include <fstream>
 #include <vector>
 
+#include "backup.h"
 #include "commands.h"
 #include "open_table.h"
 #include "output.h"
@@ -101,27 +102,6 @@ bool wholeResult(const Invocation &invocation, const TableFile &table, const std
     return wholeRecords(invocation, table) && writtenThrough(table.path) && endAlike(table.path, backup);
 }
 
-// Whether a commit is writing the table now: from its rename to its end a
-// commit holds the backup open and shares it with nobody, so the driver
-// can't open it even for reading, though the file can be read.
-bool commitRunning(const TableFile &table) {
-    int fd = ::open(table.backupPath().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return false;
-    ::close(fd);
-    try {
-        host::Session session;
-        host::Database database(session, DB_SUBTYPE_DELIMITED, "");
-        host::Table probe(database, host::driverName(table.backupName, table.label), table.label,
-                          DB_SUBTYPE_DELIMITED, host::Delimiters{}, host::Access::Read);
-        probe.close();
-    } catch (const host::DriverError &error) {
-        return error.code() == ERR_OPEN;
-    } catch (const Failure &) {
-        // Open, but not as text: nobody holds it.
-    }
-    return false;
-}
-
 // A commit cut off before it wrote the table's first four bytes leaves
 // them out or zero, and they show no kind.
 bool showsKind(const TableFile &table) {
@@ -195,7 +175,7 @@ int runRecover(const Invocation &invocation) {
         return 0;
     }
     bool backupTagged = host::beginsTagged(backup);
-    if (commitRunning(table)) {
+    if (host::commitRunning(table)) {
         throw Failure(table.label, "a commit is writing the table now (it holds " + table.backupName +
                                        "); wait for it to end, and run recover again if the backup is still there. " +
                                        "Nothing was changed.");

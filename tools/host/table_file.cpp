@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "backup.h"
 #include "codepage.h"
 #include "descriptor.h"
 #include "failure.h"
@@ -103,6 +104,10 @@ void requireEditable(const TableFile &file) {
     if (file.backupName == file.name) {
         throw Failure(file.label, "is named like the driver's backup of a table " + stem +
                                       ".*, so a commit would write over it; copy it to another name to change it");
+    }
+    if (file.backupPresent && commitRunning(file)) {
+        throw Failure(file.label, "another process is committing it now (it holds " + file.backupName +
+                                      "); nothing was changed. Try again when that commit is done");
     }
     if (file.backupPresent) {
         throw Failure(file.label, file.backupName + " lies beside it, left by a commit of it (or of another " + stem +
