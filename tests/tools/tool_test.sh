@@ -207,9 +207,9 @@ test_Whole() {
 # Files that are no tables, links, sizes, names and standard input.
 test_Files() {
   mkfifo pipe.txt
-  timeout 10 "$tool" dump pipe.txt >"$out" 2>"$err"
+  timeout -s KILL 10 "$tool" dump pipe.txt >"$out" 2>"$err"
   [ $? -eq 1 ] && told 'pipe.txt: is a FIFO (a named pipe), not a table file'
-  timeout 10 "$tool" tables --long . >"$out" 2>"$err"
+  timeout -s KILL 10 "$tool" tables --long . >"$out" 2>"$err"
   grep -qxF "$(printf 'pipe.txt\tnot a table: is a FIFO (a named pipe), not a table file')" "$out" || fail "tables: $(cat "$out" "$err")"
   rm pipe.txt
   mkdir -p 'dir with spaces/real.d'
@@ -239,13 +239,19 @@ test_Files() {
   # tool ends, by a signal too.
   mkdir spool && mkfifo in.fifo
   TMPDIR=/nonexistent expect_error 1 "standard input: can't be kept in a file in TMPDIR (/nonexistent)" dump - <contacts.txt
-  TMPDIR=$PWD/spool "$tool" dump - <in.fifo >/dev/null 2>&1 &
+  # The shell that runs this may have been handed SIGTERM ignored or
+  # blocked, and would pass that on: python3 gives the tool the default.
+  TMPDIR=$PWD/spool python3 -c 'import os, signal, sys
+signal.pthread_sigmask(signal.SIG_UNBLOCK, [signal.SIGTERM])
+signal.signal(signal.SIGTERM, signal.SIG_DFL)
+os.execv(sys.argv[1], sys.argv[1:])' "$tool" dump - <in.fifo >/dev/null 2>&1 &
   local spooler=$!
   exec 4>in.fifo
   until [ -n "$(ls spool)" ] || ! kill -0 "$spooler" 2>/dev/null; do sleep 0.1; done
   kill -TERM "$spooler"
+  exec 4>&-  # the end of its input ends the tool should the signal not
   wait "$spooler"
-  exec 4>&-
+  [ $? -eq 143 ] || fail "the tool reading standard input did not end by SIGTERM"
   [ -z "$(ls spool)" ] || fail "standard input was left in $(ls spool)"
   # A commit keeps the table's permission bits, and so does a rewrite.
   cp contacts.txt private.txt && chmod 600 private.txt
@@ -266,7 +272,7 @@ test_Files() {
   read -r _ <started
   expect_error 1 'held.txt: The table file could not be opened. The table is held by another process' \
     update held.txt --where 1=1 --set 2=x
-  kill "$reader"
+  kill -KILL "$reader"
   wait
 }
 
@@ -400,7 +406,7 @@ test_Recover() {
   same contacts.txt sub.d/contacts.txt
   rm sub.d/contacts.bk
   mkfifo sub.d/contacts.bk
-  timeout 10 "$tool" recover sub.d/contacts.txt >"$out" 2>"$err"
+  timeout -s KILL 10 "$tool" recover sub.d/contacts.txt >"$out" 2>"$err"
   [ $? -eq 1 ] && told 'contacts.bk: is a FIFO (a named pipe), not a table file'
   rm sub.d/contacts.bk
   # A table that is the whole result of its commit ends as its backup does.
