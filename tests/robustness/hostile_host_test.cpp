@@ -11,36 +11,14 @@
 #include <memory>
 #include <tuple>
 
+#include "robustness/host_areas.h"
 #include "support/table_test.h"
 
 namespace mergedb {
 namespace {
 
-// The areas a host must supply for what the exports write into them: a
-// value of each type (0 for the types that write nothing), and each item of
-// a field (items 1 to 5; the others write nothing).
-size_t valueAreaSize(uint16_t type) {
-    switch (type) {
-    case DB_TYPE_TEXT:
-    case DB_TYPE_TEXT_8:
-    case DB_TYPE_TEXT_10:
-    case DB_TYPE_TEXT_15: return 255;
-    case DB_TYPE_LONG_TEXT: return 32001;
-    case DB_TYPE_INT16: return 2;
-    case DB_TYPE_DOUBLE:
-    case DB_TYPE_DATE_TIME: return 8;
-    case DB_TYPE_INT32:
-    case DB_TYPE_FLOAT:
-    case DB_TYPE_DATE:
-    case DB_TYPE_TIME:
-    case DB_TYPE_LOGICAL: return 4;
-    default: return 0;
-    }
-}
-
-constexpr size_t FIELD_ITEM_AREA[] = {0, 40, 10, 2, 8, 31};
-
-size_t fieldItemAreaSize(uint16_t item) { return item < std::size(FIELD_ITEM_AREA) ? FIELD_ITEM_AREA[item] : 0; }
+using test::fieldItemAreaSize;
+using test::valueAreaSize;
 
 constexpr uint8_t GUARD_BYTE = 0xA5;
 constexpr size_t GUARD_SIZE = 64;
@@ -384,7 +362,7 @@ TEST_P(HostileTable, MovesPutsEditsAndSearchesTakeAnyArgument) {
     }
     const uint8_t number[8] = {1, 2, 3, 4, 5, 6, 7, 8};
     for (uint16_t type : NUMBERS) {
-        const void *value = valueAreaSize(type) >= 255 ? static_cast<const void *>("text") : number;
+        const void *value = test::isTextType(type) ? static_cast<const void *>("text") : number;
         for (uint16_t index : {0, 1, 65535}) {
             EXPECT_TRUE(defined(dbPutFieldValueHMerge(table, index, value, type, 8)));
             EXPECT_TRUE(defined(dbPutFieldValueHMerge(table, index, nullptr, type, 8)));
