@@ -37,7 +37,6 @@ bool copyFile(const std::string &from, const std::string &to);
 struct ChildRun {
     bool exitedCleanly = false;  // exit status 0
     double seconds = 0;          // wall time from start to exit
-    uint64_t peakKiB = 0;        // the child's peak resident set
     std::string output;          // what it wrote to standard output
 };
 
