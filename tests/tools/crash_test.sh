@@ -54,6 +54,16 @@ update_of() {
   esac
 }
 
+# start_slow_update DATA KIND: the update of t.KIND with slowed writes, in
+# the background (its process in pid), once its commit has begun or it
+# has ended.
+start_slow_update() {
+  # shellcheck disable=SC2046
+  LD_PRELOAD=$slow_writes "$tool" $(update_of "$1" "$2") >/dev/null 2>&1 &
+  pid=$!
+  until [ -e t.bk ] || ! kill -0 $pid 2>/dev/null; do sleep 0.002; done
+}
+
 for kind in csv doc; do
   for data in random alike; do
     cp $data.$kind t.$kind
@@ -66,10 +76,7 @@ for kind in csv doc; do
   # no recover had been run.
   for ((i = 0; i < 3; i++)); do
     cp alike.$kind t.$kind
-    # shellcheck disable=SC2046
-    LD_PRELOAD=$slow_writes "$tool" $(update_of alike $kind) >/dev/null 2>&1 &
-    pid=$!
-    until [ -e t.bk ] || ! kill -0 $pid 2>/dev/null; do :; done
+    start_slow_update alike $kind
     said=$("$tool" recover t.$kind 2>&1)
     wait $pid || fail "$kind: the update under a recover failed"
     case $said in
@@ -85,10 +92,7 @@ for kind in csv doc; do
     data=random
     ((i % 2)) && data=alike
     cp $data.$kind t.$kind
-    # shellcheck disable=SC2046
-    LD_PRELOAD=$slow_writes "$tool" $(update_of $data $kind) >/dev/null 2>&1 &
-    pid=$!
-    until [ -e t.bk ] || ! kill -0 $pid 2>/dev/null; do :; done
+    start_slow_update $data $kind
     sleep "$(printf '0.%03d' $((RANDOM % 150)))"
     kill -9 $pid 2>/dev/null
     wait $pid 2>/dev/null
