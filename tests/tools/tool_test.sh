@@ -416,6 +416,11 @@ test_Recover() {
   expect 0 'sub.d/big.txt is the whole result of its commit (it reads whole and ends as big.bk does); removed big.bk, the old table\n' \
     recover sub.d/big.txt
   [ ! -e sub.d/big.bk ] && grep -q changed sub.d/big.txt || fail "a whole result was not kept"
+  # The same where the backup's whole path is longer than the driver takes.
+  local long=sub.d/$(printf 'd%.0s' {1..80})/$(printf 'n%.0s' {1..170})
+  mkdir "${long%/*}" && cp sub.d/big.txt "$long.txt" && cp big.txt "$long.bk"
+  run recover "$long.txt"
+  [ "$status" -eq 0 ] && [ ! -e "$long.bk" ] || fail "recover of a long path: $(cat "$err")"
 }
 
 test_Usage() {
