@@ -1,8 +1,8 @@
 """Another program on the same table: a host of the library (through ctypes)
 that inserts records into TABLE while a commit of the SQL layer rewrites it,
 from the moment the rewrite's new file appears in the directory until it is
-gone (or the file STOP is there). Prints the records whose insert and close
-both succeeded.
+gone (or the file STOP is there). Prints how many inserts it tried, then the
+records whose insert and close both succeeded.
 
     inserter.py LIBRARY TABLE STOP
 """
@@ -18,7 +18,7 @@ assert library.dbOpenDBMerge(4, 0, 0, os.getcwd().encode(), ctypes.byref(db)) ==
 
 
 def rewriting():
-    return any(name.endswith(".tmp") for name in os.listdir("."))
+    return any(name.startswith("mergedb-tmp-") for name in os.listdir("."))
 
 
 def insert(name):
@@ -40,4 +40,5 @@ while rewriting() and not os.path.exists(stop):
     name = b"new%d" % attempt
     if insert(name):
         inserted.append(name.decode())
+print("tried", attempt)
 print(" ".join(inserted))
