@@ -58,6 +58,7 @@ struct Cursor : sqlite3_vtab_cursor {
     std::unique_ptr<Source> ownSource;  // the function's table
     Source *source = nullptr;
     std::vector<std::string> arguments;  // the function's, by hidden column
+    std::vector<std::string> recordKeys;  // the function's record column's, as JSON
     std::unique_ptr<FileScan> scan;
     bool backward = false;
     bool jump = false;
@@ -214,6 +215,7 @@ void startFunction(Cursor &cursor, int given, int argc, sqlite3_value **argv) {
     cursor.ownSource = std::make_unique<Source>(
         parseOptions(path, std::span<const std::string>(arguments).subspan(arguments.empty() ? 0 : 1)));
     cursor.source = cursor.ownSource.get();
+    cursor.recordKeys = host::jsonKeys(cursor.source->columnNames());
     cursor.scan = forwardScan(*cursor.source);
 }
 
@@ -307,10 +309,9 @@ int column(sqlite3_vtab_cursor *base, sqlite3_context *context, int column) {
         if (cursor.table().source) {
             text = valueOf(cursor, column);
         } else if (column == FUNCTION_RECORD) {
-            std::vector<std::string> keys = host::jsonKeys(cursor.source->columnNames());
             std::vector<std::string> values;
             for (uint16_t i = 0; i < cursor.source->fieldCount(); ++i) values.push_back(valueOf(cursor, i));
-            text = host::jsonObject(keys, values);
+            text = host::jsonObject(cursor.recordKeys, values);
         } else {
             text = cursor.arguments[static_cast<size_t>(column)];
         }
