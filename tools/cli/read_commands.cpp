@@ -232,10 +232,7 @@ int runTables(const Invocation &invocation) {
     if (error) throw Failure(directory, "can't be entered: " + error.message());
     host::Session session;
     host::Database database(session, DB_SUBTYPE_DELIMITED, "");
-    std::vector<std::string> names;
-    for (const std::string &name : database.tableNames()) {
-        if (!host::isTemporaryName(name)) names.push_back(host::toUtf8(name, host::Encoding::Cp437));
-    }
+    std::vector<std::string> names = host::tableNamesInUtf8(database);
     std::sort(names.begin(), names.end());
     mindLeftovers(std::filesystem::current_path(), directory);
     for (const std::string &name : names) {

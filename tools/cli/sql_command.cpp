@@ -89,10 +89,7 @@ public:
         if (!std::filesystem::is_directory(directory, error)) throw Failure(directory, "there is no such directory");
         host::Session session;
         host::Database database(session, DB_SUBTYPE_DELIMITED, host::driverName(directory, directory));
-        std::vector<std::string> files;
-        for (const std::string &name : database.tableNames()) {
-            if (!host::isTemporaryName(name)) files.push_back(host::toUtf8(name, host::Encoding::Cp437));
-        }
+        std::vector<std::string> files = host::tableNamesInUtf8(database);
         std::string options = moduleOptions(invocation);
         for (const auto &[name, file] : sqlNames(files)) {
             std::string path = invocation.has("--db") ? (std::filesystem::path(directory) / file).string() : file;

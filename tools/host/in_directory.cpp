@@ -7,16 +7,15 @@
 #include <cstring>
 
 #include "failure.h"
+#include "temporary_name.h"
 
 namespace mergedb::host {
 namespace {
 
 // The longest path that the driver takes, and room for the names that a
 // commit gives a table's file: a temporary file's beside it, the table's
-// name behind a prefix (temporary_name.h), and ".bk" behind a name without
-// a '.'.
+// name behind a prefix, and ".bk" behind a name without a '.'.
 constexpr size_t LONGEST_PATH = 255;
-constexpr size_t TEMPORARY_PREFIX = 32;
 constexpr size_t BACKUP_SUFFIX = 3;
 
 // A directory kept to come back to needs no permission to be read.
@@ -37,7 +36,7 @@ std::optional<std::string> driverDirectory(const TableFile &file) {
     } catch (const Failure &) {
         return std::nullopt;  // a character that the driver's code pages lack
     }
-    size_t name = TEMPORARY_PREFIX + file.driverName.size() + BACKUP_SUFFIX;
+    size_t name = TEMPORARY_PREFIX_LONGEST + file.driverName.size() + BACKUP_SUFFIX;
     if (inPage.size() + 1 + name > LONGEST_PATH) return std::nullopt;
     return inPage;
 }

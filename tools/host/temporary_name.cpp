@@ -10,6 +10,7 @@
 #include <cstring>
 #include <optional>
 
+#include "codepage.h"
 #include "failure.h"
 
 namespace mergedb::host {
@@ -17,6 +18,9 @@ namespace {
 
 constexpr std::string_view PREFIX = "mergedb-tmp-";
 constexpr int NAME_ATTEMPTS = 1000;
+// "mergedb-tmp-", a pid of up to 10 digits, '-', a number below
+// NAME_ATTEMPTS and the '.' in front of the table's name.
+static_assert(PREFIX.size() + 10 + 1 + 3 + 1 <= TEMPORARY_PREFIX_LONGEST);
 
 // The process named in a temporary name, or nothing for another name.
 std::optional<pid_t> processOf(std::string_view name) {
@@ -24,7 +28,7 @@ std::optional<pid_t> processOf(std::string_view name) {
     name.remove_prefix(PREFIX.size());
     pid_t pid = 0;
     auto [dash, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
-    if (error != std::errc() || dash == name.data() + name.size() || *dash != '-') return std::nullopt;
+    if (error != std::errc() || pid <= 0 || dash == name.data() + name.size() || *dash != '-') return std::nullopt;
     const char *end = name.data() + name.size();
     unsigned number = 0;
     auto [after, numberError] = std::from_chars(dash + 1, end, number);
@@ -62,6 +66,14 @@ TemporaryName takeTemporaryName(const TableFile &table, mode_t mode) {
 }
 
 bool isTemporaryName(std::string_view name) { return processOf(name).has_value(); }
+
+std::vector<std::string> tableNamesInUtf8(const Database &database) {
+    std::vector<std::string> names;
+    for (const std::string &name : database.tableNames()) {
+        if (!isTemporaryName(name)) names.push_back(toUtf8(name, Encoding::Cp437));
+    }
+    return names;
+}
 
 std::vector<std::string> leftoverTemporaries(const std::filesystem::path &directory) {
     std::vector<std::string> names;

@@ -17,9 +17,13 @@
 #include <string_view>
 #include <vector>
 
+#include "driver.h"
 #include "table_file.h"
 
 namespace mergedb::host {
+
+// The most bytes that such a name puts in front of the table's name.
+inline constexpr size_t TEMPORARY_PREFIX_LONGEST = 32;
 
 struct TemporaryName {
     std::filesystem::path path;  // absolute, in the table's directory
@@ -33,6 +37,9 @@ TemporaryName takeTemporaryName(const TableFile &table, mode_t mode);
 
 // Whether a file name (UTF-8 or code page 437) is one of these names.
 bool isTemporaryName(std::string_view name);
+
+// The names of database's tables in UTF-8, such files left out.
+std::vector<std::string> tableNamesInUtf8(const Database &database);
 
 // The names of such files in directory whose process is gone, sorted: left
 // by a rewrite or convert that was cut short, and free to be removed.
