@@ -119,8 +119,8 @@ void rebuildHeld(Table &held, const TableFile &file, uint64_t dataEnd, const std
         failed(file.label, "the new table could not take its place");
     }
     rebuilt.placed();
-    syncDirectory(file.directory(), file.label);
     held.close();
+    syncDirectory(file.directory(), file.label);
 }
 
 }  // namespace mergedb::host

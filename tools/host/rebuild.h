@@ -30,7 +30,9 @@ struct Extent {
 // new file get the table's permission bits and, where the process may set
 // them, its owner and group, reach the disk, and replace the table in one
 // rename. Throws a Failure when anything fails; the table is then as it
-// was, and the new file gone.
+// was, and the new file gone, except where the directory could not be
+// synced after the rename: the new table is in place then, not yet sure
+// to stay there across a power cut.
 //
 // The host holds the table open for writing through the driver (held),
 // from before it read what it drops until now, so that no other program's

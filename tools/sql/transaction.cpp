@@ -53,7 +53,9 @@ void Transaction::commit(TableChanges &table) {
         applyChanges(*table.source, *table.held, table.pending, *table.base);
     } catch (const std::exception &failure) {
         table.held.reset();
-        throw std::runtime_error(failure.what() + outcome());
+        std::string committed = outcome();
+        if (committed.empty()) throw;
+        throw std::runtime_error(failure.what() + committed);
     }
     table.held.reset();
     table.committed = true;
