@@ -188,6 +188,8 @@ test_Whole() {
   told "ragged.csv: record 2 at byte 4: has 3 fields, the table 2; the driver reads only the first 2" \
     "ragged.csv: record 3 at byte 10: has 1 field, the table 2; it is left out" \
     "ragged.csv: was not read whole (2 problems, told above); --partial accepts what was read"
+  expect 1 'g,h\nc,d\na,b\n' dump --reverse ragged.csv
+  told "ragged.csv: was not read whole (2 problems, told above); --partial accepts what was read"
   run convert ragged.csv no.doc --kind tagged0
   [ "$status" -eq 1 ] && [ ! -s "$out" ] && [ ! -e no.doc ] || fail "a convert of a ragged table: $(ls; cat "$err")"
   # A damaged record in the middle of a tagged document ends the driver's

@@ -193,7 +193,7 @@ size_t scanTable(const TableFile &file, const TableFormat &format, uint16_t fiel
         if (stop.stop_requested()) break;
         ++records;
         std::string problem = recordProblem(*record, format, fieldCount, scanner.dataEnd());
-        if (!problem.empty() && sink) sink({whereText(*record, records, header), problem});
+        if (!problem.empty() && sink) sink({whereText(*record, records, header), problem, record->offset});
         bool data = !leftOut(*record, fieldCount, format.tagged) && !(header && records == 1);
         if (data && offsets != nullptr) offsets->push_back(record->offset);
         read += data;

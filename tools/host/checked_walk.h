@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <stop_token>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +29,7 @@ namespace mergedb::host {
 struct Issue {
     std::string where;  // "record 5 at byte 1234"
     std::string what;
+    std::optional<uint64_t> offset = std::nullopt;  // of the record the scan tells of
 };
 
 using IssueSink = std::function<void(const Issue &)>;
