@@ -15,8 +15,6 @@ namespace {
 
 using host::Failure;
 
-constexpr char END_OF_TEXT = '\x1A';  // a final byte 26 is no data
-
 bool writeAll(int fd, std::string_view bytes, uint64_t at) {
     return ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)) == static_cast<ssize_t>(bytes.size());
 }
@@ -34,7 +32,7 @@ void LineEnd::mind(host::TableFile &file, const host::TableFormat &format, bool 
         throw Failure(file.label, "its end could not be read: " + std::string(std::strerror(errno)));
     }
     uint64_t dataEnd = file.size;
-    if (tail.back() == END_OF_TEXT) {
+    if (static_cast<unsigned char>(tail.back()) == host::END_OF_DATA_MARK) {
         tail.pop_back();
         --dataEnd;
     }
@@ -44,11 +42,8 @@ void LineEnd::mind(host::TableFile &file, const host::TableFormat &format, bool 
                                       ") behind it, so the new record would join it; --fix-end adds the delimiter " +
                                       "first. Nothing was changed");
     }
-    path_ = file.path.string();
     label_ = file.label;
-    size_ = file.size;
-    dataEnd_ = dataEnd;
-    mended_ = true;
+    before_.emplace(file, dataEnd);
     uint64_t mendedSize = dataEnd + delimiter.size();
     if (!writeAll(fd.get(), delimiter, dataEnd) || ::ftruncate(fd.get(), static_cast<off_t>(mendedSize)) != 0 ||
         ::fsync(fd.get()) != 0) {
@@ -58,15 +53,9 @@ void LineEnd::mind(host::TableFile &file, const host::TableFormat &format, bool 
 }
 
 LineEnd::~LineEnd() {
-    if (!mended_) return;
-    host::Descriptor fd(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
-    bool back = fd.get() >= 0 && ::ftruncate(fd.get(), static_cast<off_t>(dataEnd_)) == 0 &&
-                (size_ == dataEnd_ || writeAll(fd.get(), std::string_view(&END_OF_TEXT, 1), dataEnd_)) &&
-                ::fsync(fd.get()) == 0;
-    int error = errno;
-    if (back) return;
+    if (!before_ || before_->restore()) return;
     note(label_, "the record delimiter that --fix-end added behind the last record could not be taken back (" +
-                     std::string(std::strerror(error)) + "); it stays, and nothing else was changed");
+                     std::string(std::strerror(errno)) + "); it stays, and nothing else was changed");
 }
 
 }  // namespace mergedb::cli

@@ -6,9 +6,10 @@
 // is taken back when the insert does not happen.
 #pragma once
 
-#include <cstdint>
+#include <optional>
 #include <string>
 
+#include "file_end.h"
 #include "table_file.h"
 #include "table_format.h"
 
@@ -23,20 +24,17 @@ public:
     LineEnd &operator=(const LineEnd &) = delete;
 
     // Refuses a delimited file whose data does not end with its record
-    // delimiter (a final byte 26 is no data), or with fix adds the
-    // delimiter there. Nothing is written unless the end needs it and fix
-    // asks for it; file then has its new size.
+    // delimiter, or with fix adds the delimiter there. Nothing is written
+    // unless the end needs it and fix asks for it; file then has its new
+    // size.
     void mind(host::TableFile &file, const host::TableFormat &format, bool fix);
 
     // The insert happened: the mend stays.
-    void keep() { mended_ = false; }
+    void keep() { before_.reset(); }
 
 private:
-    std::string path_;
     std::string label_;
-    uint64_t size_ = 0;     // of the file before the mend
-    uint64_t dataEnd_ = 0;  // where the delimiter went
-    bool mended_ = false;
+    std::optional<host::FileEnd> before_;  // the end before the mend, while it may be taken back
 };
 
 }  // namespace mergedb::cli

@@ -15,7 +15,6 @@ namespace {
 constexpr size_t READ_BLOCK = 1 << 20;
 // The first read after a jump: a scan of one record from there needs little.
 constexpr size_t FIRST_READ_AFTER_JUMP = 4096;
-constexpr unsigned char END_OF_DATA_MARK = 26;
 constexpr size_t HEADER_BYTES = 16;
 constexpr size_t DOC_OFFSET_AT = 4;
 

@@ -14,6 +14,9 @@
 
 namespace mergedb::host {
 
+// A final byte 26 marks the end of a file's data; it is no data itself.
+inline constexpr unsigned char END_OF_DATA_MARK = 26;
+
 // The largest table file that the driver opens.
 inline constexpr uint64_t LARGEST_TABLE = DB_LARGEST_TABLE_FILE;
 // The longest name, in bytes of code page 437, that the driver joins into a

@@ -1,7 +1,5 @@
 #include "commit.h"
 
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -10,6 +8,7 @@
 #include <set>
 
 #include "checked_walk.h"
+#include "file_end.h"
 #include "rebuild.h"
 #include "record_scan.h"
 #include "scans.h"
@@ -34,35 +33,6 @@ std::string storedBytes(const Source &source, uint16_t field, const std::string 
     if (!stored.problem.empty()) refuseValue(source, field, stored.problem);
     return std::move(stored.bytes);
 }
-
-// The bytes of the file behind its data (a final byte 26, which an insert
-// writes over), kept so that a failed insert can be taken back.
-class FileEnd {
-public:
-    FileEnd(const host::TableFile &file, uint64_t dataEnd) : file_(file), dataEnd_(dataEnd) {
-        tail_.resize(file.size - dataEnd);
-        int fd = ::open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
-        bool read = fd >= 0 && ::pread(fd, tail_.data(), tail_.size(), static_cast<off_t>(dataEnd)) ==
-                                   static_cast<ssize_t>(tail_.size());
-        if (fd >= 0) ::close(fd);
-        if (!read) throw Failure(file.label, "its end could not be read; nothing was changed");
-    }
-    // Cuts what the inserts appended and puts the old end back.
-    void restore() const {
-        int fd = ::open(file_.path.c_str(), O_WRONLY | O_CLOEXEC);
-        if (fd < 0) return;
-        bool done = ::ftruncate(fd, static_cast<off_t>(dataEnd_)) == 0 &&
-                    ::pwrite(fd, tail_.data(), tail_.size(), static_cast<off_t>(dataEnd_)) ==
-                        static_cast<ssize_t>(tail_.size());
-        ::close(fd);
-        if (!done) throw Failure(file_.label, "the records inserted before the failure could not be taken back");
-    }
-
-private:
-    const host::TableFile &file_;
-    uint64_t dataEnd_;
-    std::string tail_;
-};
 
 // Where each record kept by a rewrite lies in the new file.
 using Moves = std::map<uint64_t, uint64_t>;
@@ -216,12 +186,14 @@ void applyChanges(Source &source, host::Table &held, const Pending &pending, con
         commitByRewrite(source, held, pending, base);
         return;
     }
-    FileEnd end(source.file(), base.dataEnd);
+    host::FileEnd end(source.file(), base.dataEnd);
     editRecords(source, held, pending);
     try {
         insertRecords(source, held, pending);
     } catch (const Failure &) {
-        end.restore();
+        if (!end.restore()) {
+            throw Failure(source.label(), "the records inserted before the failure could not be taken back");
+        }
         throw;
     }
     host::InDirectory here = source.visit();
