@@ -69,12 +69,7 @@ void writeWalk(const Invocation &invocation, OpenTable &open, CheckedWalk &walk,
     requireWhole(invocation, open.file.label, walk.issues());
 }
 
-// The values of the driver's current record, as it gives them.
-std::vector<std::string> driverValues(host::Table &table, uint16_t count) {
-    std::vector<std::string> values;
-    for (uint16_t i = 0; i < count; ++i) values.push_back(table.value(i));
-    return values;
-}
+std::string recordAt(uint64_t offset) { return "the record at byte " + std::to_string(offset); }
 
 // The selected values of a record that begins at offset, as UTF-8; bytes
 // of a UTF-8 table that are no UTF-8 are told.
@@ -85,7 +80,7 @@ std::vector<std::string> textValues(const std::vector<std::string> &raw, const S
     for (uint16_t index : fields.indexes) {
         if (!told && format.encoding == host::Encoding::Utf8 && !host::isUtf8(raw[index])) {
             told = true;
-            sink({"the record at byte " + std::to_string(offset), std::string(host::NOT_UTF8)});
+            sink({recordAt(offset), std::string(host::NOT_UTF8)});
         }
         values.push_back(host::decodeValue(raw[index], format, offset == 0 && index == 0));
     }
@@ -121,16 +116,15 @@ void writeBackward(const Invocation &invocation, OpenTable &open) {
     Moved moved = open.table.last();
     for (size_t i = starts.size(); i-- > 0; moved = open.table.previous()) {
         std::vector<std::string> walked;
-        if (moved == Moved::Record) walked = driverValues(open.table, count);
-        std::string where = "the record at byte " + std::to_string(starts[i]);
+        if (moved == Moved::Record) walked = open.table.values(count);
         if (open.table.jump(static_cast<uint32_t>(starts[i])) != Moved::Record) {
-            sink({where, "the driver can't split it into the table's fields (" + open.table.moveError() +
+            sink({recordAt(starts[i]), "the driver can't split it into the table's fields (" + open.table.moveError() +
                              "); it is left out"});
             continue;
         }
-        std::vector<std::string> raw = driverValues(open.table, count);
+        std::vector<std::string> raw = open.table.values(count);
         if ((moved != Moved::Record || raw != walked) && !toldFrom(i)) {
-            sink({where, "the driver's walk back reads another record here than its walk forward"});
+            sink({recordAt(starts[i]), "the driver's walk back reads another record here than its walk forward"});
         }
         writer->record(textValues(raw, fields, open.format, starts[i], sink));
     }

@@ -166,19 +166,13 @@ std::string CheckedWalk::value(uint16_t index) {
     return decodeValue(std::move(raw), format_, firstOfFile);
 }
 
-std::vector<std::string> CheckedWalk::allBytes() {
-    std::vector<std::string> all;
-    for (uint16_t i = 0; i < fieldCount_; ++i) all.push_back(table_.value(i));
-    return all;
-}
-
 // The driver's walk and the scan agree; the driver's own last record, found
 // from the end of the file, must then be the record where the walk ended.
 void CheckedWalk::finish() {
     ended_ = true;
     if (issues_ != 0 || fileRecords_ == 0) return;
-    std::vector<std::string> walked = allBytes();
-    if (table_.last() == Moved::Record && allBytes() == walked) return;
+    std::vector<std::string> walked = table_.values(fieldCount_);
+    if (table_.last() == Moved::Record && table_.values(fieldCount_) == walked) return;
     report(current_, "the driver finds another last record when it reads from the end (the table's bytes read one "
                      "way forward and another backward), so a walk back does not show what this walk shows");
 }

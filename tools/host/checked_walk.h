@@ -71,7 +71,6 @@ private:
     // the record is no data to hand out.
     bool accepted(Moved moved);
     void finish();
-    std::vector<std::string> allBytes();
 
     Table &table_;
     const TableFormat &format_;

@@ -187,6 +187,12 @@ std::string Table::value(uint16_t index) {
     return std::string(buffer_.data(), std::min<size_t>(length, buffer_.size() - 1));
 }
 
+std::vector<std::string> Table::values(uint16_t count) {
+    std::vector<std::string> all;
+    for (uint16_t i = 0; i < count; ++i) all.push_back(value(i));
+    return all;
+}
+
 void Table::clear() { check(dbClearRecordMerge(handle_)); }
 
 void Table::put(uint16_t index, const std::string &bytes) {

@@ -130,6 +130,8 @@ public:
 
     // The bytes of a value as the driver gives them.
     std::string value(uint16_t index);
+    // The bytes of the first count values of the current record.
+    std::vector<std::string> values(uint16_t count);
 
     void clear();
     // Bytes are stored with a non-zero length, so empty bytes empty the field.

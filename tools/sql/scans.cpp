@@ -12,19 +12,12 @@ namespace {
 
 using host::Moved;
 
-// The values of the driver's current record, as it gives them.
-std::vector<std::string> rawValues(host::Table &table, uint16_t count) {
-    std::vector<std::string> values;
-    for (uint16_t i = 0; i < count; ++i) values.push_back(table.value(i));
-    return values;
-}
-
 // Whether the driver, sent to offset, reads a record there, and the one
 // whose values are wanted if given.
 bool readsAt(host::Table &table, uint64_t offset, const std::vector<std::string> *wanted = nullptr) {
     if (offset > std::numeric_limits<uint32_t>::max()) return false;
     if (table.jump(static_cast<uint32_t>(offset)) != Moved::Record) return false;
-    return wanted == nullptr || rawValues(table, static_cast<uint16_t>(wanted->size())) == *wanted;
+    return wanted == nullptr || table.values(static_cast<uint16_t>(wanted->size())) == *wanted;
 }
 
 // The start of the record that the driver stands on, which ends at end:
@@ -32,7 +25,7 @@ bool readsAt(host::Table &table, uint64_t offset, const std::vector<std::string>
 // same record. The driver stands on it again afterwards.
 std::optional<uint64_t> startOf(const Source &source, host::Table &table, host::RecordLocator &locator,
                                 uint64_t end) {
-    std::vector<std::string> walked = rawValues(table, source.fieldCount());
+    std::vector<std::string> walked = table.values(source.fieldCount());
     return locator.startBefore(end, [&](uint64_t start) { return readsAt(table, start, &walked); });
 }
 
@@ -76,7 +69,7 @@ private:
         if (rowid_ == first && source_.format().headerRecord()) return false;
         table_ = source_.open(host::Access::Read);
         if (!readsAt(*table_, rowid_)) return false;
-        values_ = rawValues(*table_, source_.fieldCount());
+        values_ = table_->values(source_.fieldCount());
         if (rowid_ == first) return true;
         return table_->previous() == Moved::Record && startOf(source_, *table_, locator, rowid_).has_value();
     }
@@ -158,7 +151,7 @@ public:
     // for rowids pays for the jumps.
     uint64_t rowid() override {
         if (rowid_) return *rowid_;
-        std::vector<std::string> found = rawValues(*table_, source_.fieldCount());
+        std::vector<std::string> found = table_->values(source_.fieldCount());
         while (next_ < offsets().size()) {
             uint64_t offset = offsets_[next_++];
             if (readsAt(*table_, offset, &found)) return *(rowid_ = offset);
