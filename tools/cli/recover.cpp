@@ -39,7 +39,9 @@ std::optional<std::string> endOf(const std::filesystem::path &path, uint64_t cou
     unsigned char last = 0;
     bool known = ::fstat(fd, &facts) == 0;
     auto size = static_cast<uint64_t>(facts.st_size);
-    if (known && size > 0 && ::pread(fd, &last, 1, static_cast<off_t>(size - 1)) == 1 && last == host::END_OF_DATA_MARK) --size;
+    bool marked = known && size > 0 && ::pread(fd, &last, 1, static_cast<off_t>(size - 1)) == 1 &&
+                  last == host::END_OF_DATA_MARK;
+    if (marked) --size;
     std::string bytes(static_cast<size_t>(std::min(count, size)), '\0');
     bool read = known && ::pread(fd, bytes.data(), bytes.size(), static_cast<off_t>(size - bytes.size())) ==
                              static_cast<ssize_t>(bytes.size());
