@@ -237,6 +237,9 @@ test_Tool() {
   got=$("$tool" sql 'SELECT count(*) FROM "people.csv"; SELECT 1 FROM "people.csv"' 2>&1 >/dev/null)
   [ "$got" = 'mergedb: people.csv: note: people.bk lies beside it, left by a commit of it (or of another people.* table) that did not finish; see mergedb recover people.csv' ] ||
     fail "sql beside a backup: $got"
+  got=$("$tool" sql --header "UPDATE \"people.csv\" SET name = 'b' WHERE id = '1'" 2>&1)
+  [ $? -eq 1 ] && [ "$(wc -l <<<"$got")" -eq 1 ] && grep -qF 'people.bk lies beside it' <<<"$got" ||
+    fail "an update beside a backup: $got"
   rm people.bk
   # Options are checked before any statement runs.
   cp people.csv before.csv

@@ -101,7 +101,7 @@ public:
                 besideBackup_.emplace(lowered(name), std::move(table));
             }
         }
-        sqlite3_set_authorizer(connection.get(), noteReads, this);
+        sqlite3_set_authorizer(connection.get(), gatherReads, this);
     }
     // An error of SQLite, with the reason why a table it did not find was
     // left out.
@@ -114,22 +114,31 @@ public:
         return found == refused_.end() ? error : error + " (" + found->second + ")";
     }
 
+    // Says on stderr, once for each table beside a backup that a prepared
+    // statement reads, that the backup lies there, as the tool's other
+    // reading commands do. A statement that changes a table is refused
+    // with its own message beside a backup.
+    void noteReads(sqlite3_stmt *statement) {
+        for (const std::string &name : read_) {
+            auto found = besideBackup_.find(name);
+            if (found == besideBackup_.end() || !sqlite3_stmt_readonly(statement)) continue;
+            host::guard([&found] { mindBackup(found->second, host::Access::Read); });
+            besideBackup_.erase(found);
+        }
+        read_.clear();
+    }
+
 private:
-    // Says on stderr, once for each table that a statement reads, that a
-    // backup lies beside it, as the tool's other commands do. SQLite asks
-    // while it prepares a statement.
-    static int noteReads(void *self, int action, const char *name, const char *, const char *, const char *) {
-        if (action != SQLITE_READ || name == nullptr) return SQLITE_OK;
-        auto &tables = *static_cast<Tables *>(self);
-        auto found = tables.besideBackup_.find(lowered(name));
-        if (found == tables.besideBackup_.end()) return SQLITE_OK;
-        host::guard([&found] { mindBackup(found->second, host::Access::Read); });
-        tables.besideBackup_.erase(found);
+    // Gathers the tables that a statement reads: SQLite asks while it
+    // prepares the statement.
+    static int gatherReads(void *self, int action, const char *name, const char *, const char *, const char *) {
+        if (action == SQLITE_READ && name != nullptr) static_cast<Tables *>(self)->read_.insert(lowered(name));
         return SQLITE_OK;
     }
 
     std::map<std::string, std::string> refused_;
     std::map<std::string, host::TableFile> besideBackup_;  // by lowered SQL name, until noted
+    std::set<std::string> read_;                           // by the statement being prepared
 };
 
 // The output format, and the options of the tables, checked before any
@@ -180,6 +189,7 @@ int runSql(const Invocation &invocation) {
         }
         if (statement == nullptr) continue;  // only a comment or blanks were left
         std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)> owned(statement, sqlite3_finalize);
+        tables.noteReads(statement);
         runStatement(invocation, format, connection, tables, statement);
     }
     return 0;
