@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "arguments.h"
 #include "display_width.h"
 #include "json_text.h"
 
@@ -126,11 +127,12 @@ std::string joined(const std::vector<std::string> &items) {
     return text;
 }
 
-std::unique_ptr<RecordWriter> makeWriter(std::string_view format, bool withHeader) {
+std::unique_ptr<RecordWriter> formatWriter(const Invocation &invocation, bool withHeader) {
+    std::string format = invocation.value("--format").value_or("csv");
     if (format == "csv") return std::make_unique<CsvWriter>(withHeader);
     if (format == "json") return std::make_unique<JsonWriter>();
     if (format == "table") return std::make_unique<TableWriter>(withHeader);
-    return nullptr;
+    invocation.fail("unknown format '" + format + "'; csv, json or table");
 }
 
 void note(const std::string &label, const std::string &text) {

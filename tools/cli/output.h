@@ -30,8 +30,11 @@ public:
     virtual void finish() {}
 };
 
-// "csv", "json" or "table"; nothing for any other name.
-std::unique_ptr<RecordWriter> makeWriter(std::string_view format, bool withHeader);
+class Invocation;
+
+// The writer that --format names, "csv" (the default), "json" or "table";
+// any other name is a usage error.
+std::unique_ptr<RecordWriter> formatWriter(const Invocation &invocation, bool withHeader);
 
 // "mergedb: LABEL: TEXT" on stderr, for what a person should know while the
 // command goes on.

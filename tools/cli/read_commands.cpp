@@ -40,10 +40,7 @@ Selection selection(const Invocation &invocation, const std::vector<std::string>
 // A table has names where a tagged document's head or a header record gives
 // them; delimited text without --header gets no invented line of names.
 std::unique_ptr<RecordWriter> recordWriter(const Invocation &invocation, const host::TableFormat &format) {
-    std::string name = invocation.value("--format").value_or("csv");
-    std::unique_ptr<RecordWriter> writer = makeWriter(name, format.header && !invocation.has("--no-header"));
-    if (!writer) invocation.fail("unknown format '" + name + "'; csv, json or table");
-    return writer;
+    return formatWriter(invocation, format.header && !invocation.has("--no-header"));
 }
 
 std::vector<std::string> selectedValues(CheckedWalk &walk, const Selection &fields) {

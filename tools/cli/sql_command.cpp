@@ -143,20 +143,18 @@ private:
 
 // The output format, and the options of the tables, checked before any
 // statement runs, so that a usage error changes nothing.
-std::string checkedFormat(const Invocation &invocation) {
+void checkOptions(const Invocation &invocation) {
     formatRequest(invocation);
-    std::string format = invocation.value("--format").value_or("csv");
-    if (!makeWriter(format, false)) invocation.fail("unknown format '" + format + "'; csv, json or table");
-    return format;
+    formatWriter(invocation, false);
 }
 
 // Runs one statement, writing the rows of a query.
-void runStatement(const Invocation &invocation, const std::string &format, Connection &connection, const Tables &tables,
+void runStatement(const Invocation &invocation, Connection &connection, const Tables &tables,
                   sqlite3_stmt *statement) {
     int columns = sqlite3_column_count(statement);
     std::unique_ptr<RecordWriter> writer;
     if (columns > 0) {
-        writer = makeWriter(format, !invocation.has("--no-header"));
+        writer = formatWriter(invocation, !invocation.has("--no-header"));
         std::vector<std::string> names;
         for (int i = 0; i < columns; ++i) names.emplace_back(sqlite3_column_name(statement, i));
         writer->header(names);
@@ -177,7 +175,7 @@ void runStatement(const Invocation &invocation, const std::string &format, Conne
 }  // namespace
 
 int runSql(const Invocation &invocation) {
-    std::string format = checkedFormat(invocation);
+    checkOptions(invocation);
     Connection connection;
     Tables tables(invocation, connection);
     const std::string &text = invocation.operands()[0];
@@ -190,7 +188,7 @@ int runSql(const Invocation &invocation) {
         if (statement == nullptr) continue;  // only a comment or blanks were left
         std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)> owned(statement, sqlite3_finalize);
         tables.noteReads(statement);
-        runStatement(invocation, format, connection, tables, statement);
+        runStatement(invocation, connection, tables, statement);
     }
     return 0;
 }
