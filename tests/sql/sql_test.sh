@@ -163,6 +163,11 @@ COMMIT;"
   same contacts.doc before.doc
   same people.csv before.csv
   rm contacts.bk
+  # One transaction changes a file through one table only.
+  cp people.csv before.csv
+  sql_error 'people.csv: is the same file as people.csv' "CREATE VIRTUAL TABLE temp.q USING mergedb('people.csv', header=yes);
+BEGIN; UPDATE p SET city = 'A' WHERE id = '1'; UPDATE q SET city = 'B' WHERE id = '3'; COMMIT;"
+  same people.csv before.csv
   # A table in a directory whose path holds a '.' is committed from inside
   # it, so that its backup is v1.0/people.bk, not v1.bk at the path's '.'.
   mkdir v1.0 && cp people.csv v1.0/ && touch v1.bk

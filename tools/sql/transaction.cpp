@@ -31,7 +31,7 @@ void Transaction::holdAll() {
     for (TableChanges *table : tables_) {
         if (!hasChanges(*table) || table->held || table->committed) continue;
         for (const TableChanges *other : holding) {
-            if (!sameFile(table->source->stamp(), other->source->stamp())) continue;
+            if (!sameFile(table->base->stamp, other->base->stamp)) continue;
             throw host::Failure(table->source->label(), "is the same file as " + other->source->label() +
                                                             ", and one transaction can change a file through one "
                                                             "table only; nothing was changed");
