@@ -180,9 +180,10 @@ bool beginsTagged(const std::filesystem::path &path) {
     Descriptor opened(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));  // a FIFO must not hold it up
     if (opened.get() < 0) return false;
     struct stat facts{};
-    if (::fstat(opened.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
-        throw Failure(path.filename().string(), notATable(facts.st_mode));
+    if (::fstat(opened.get(), &facts) != 0) {
+        throw Failure(path.filename().string(), "can't be examined: " + std::string(std::strerror(errno)));
     }
+    if (const char *reason = notATable(facts.st_mode)) throw Failure(path.filename().string(), reason);
     std::array<char, TAGGED_MAGIC.size()> head{};
     return ::pread(opened.get(), head.data(), head.size(), 0) == static_cast<ssize_t>(head.size()) &&
            head == TAGGED_MAGIC;
