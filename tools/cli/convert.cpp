@@ -154,7 +154,7 @@ int runConvert(const Invocation &invocation) {
     std::vector<std::string> names = target.format.tagged
                                          ? taggedNames(walk.names(), target.kind, lossy, source.file.label)
                                          : std::vector<std::string>{};
-    enterDirectory(target.file);
+    host::InDirectory here(target.file.directory(), target.file.label, true);
     uint16_t subtype = target.format.subtype();
     host::Database database(source.session, subtype, "");
     PendingTable pending(database, target.file);

@@ -205,7 +205,7 @@ int runCreate(const Invocation &invocation) {
     if (file.size != 0 || std::filesystem::exists(file.path)) {
         if (!invocation.has("--force")) throw Failure(file.label, "is there already; --force replaces it");
     }
-    enterDirectory(file);
+    host::InDirectory here(file.directory(), file.label, true);
     host::Session session;
     uint16_t subtype = kind == DB_KIND_DELIMITED ? DB_SUBTYPE_DELIMITED : DB_SUBTYPE_TAGGED;
     host::Database database(session, subtype, "");

@@ -98,12 +98,6 @@ TableFile namedTable(const Invocation &invocation, const std::string &argument, 
     return standardInput();
 }
 
-void enterDirectory(const TableFile &file) {
-    std::error_code error;
-    std::filesystem::current_path(file.directory(), error);
-    if (error) throw Failure(file.label, "its directory can't be entered: " + error.message());
-}
-
 void mindBackup(const TableFile &file, Access access) {
     if (file.backupPresent && access == Access::Read) note(file.label, "note: " + host::backupMeaning(file));
 }

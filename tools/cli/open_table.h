@@ -29,13 +29,6 @@ uint16_t requiredKind(const Invocation &invocation);
 // its own for the commands that only read. Refuses what no command can use.
 host::TableFile namedTable(const Invocation &invocation, const std::string &argument, host::Access access);
 
-// Makes the table's directory the current one. Tables are opened from there
-// by their bare file name, so that the backup that the driver makes at
-// commit, named from the first "." of the path, lies beside the table
-// whatever the directory's path holds, and so that no path but the name
-// passes the driver's code page.
-void enterDirectory(const host::TableFile &file);
-
 // Says on stderr that a backup lies beside the table, for a command that
 // reads (an edit has refused it before).
 void mindBackup(const host::TableFile &file, host::Access access);

@@ -169,7 +169,7 @@ int restore(const Invocation &invocation, const TableFile &table) {
 
 int runRecover(const Invocation &invocation) {
     TableFile table = host::plannedTable(invocation.operands()[0]);
-    enterDirectory(table);
+    host::InDirectory here(table.directory(), table.label, true);
     std::filesystem::path backup = table.backupPath();
     std::error_code error;
     if (table.backupName == table.name || !std::filesystem::exists(backup, error)) {
