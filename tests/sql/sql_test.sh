@@ -138,7 +138,9 @@ test_Edits() {
   [[ "$(sed -n 2p "$work/inserted")" == "tried "[1-9]* ]] || fail "the inserter tried nothing: $(cat "$work/inserted")"
   inserted=$(tail -n +3 "$work/inserted")
   "$tool" dump race.csv --field 1 | sort >"$work/after"
-  [ "$(grep -c '7$' "$work/after")" -eq 0 ] || fail "the deletes beside an inserter"
+  # Only the table's own rows are judged here: an insert named new7 may land
+  # after the delete and stays.
+  [ "$(grep -c '^[0-9]*7$' "$work/after")" -eq 0 ] || fail "the deletes beside an inserter: $(grep '7$' "$work/after" | head)"
   lost=$(tr ' ' '\n' <<<"$inserted" | sort | comm -23 - "$work/after" | wc -w)
   [ "$lost" -eq 0 ] || fail "$lost inserts that another program made meanwhile are lost"
   # What the table can't store is refused before anything is applied.
