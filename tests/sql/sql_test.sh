@@ -197,17 +197,28 @@ BEGIN; UPDATE p SET city = 'A' WHERE id = '1'; UPDATE q SET city = 'B' WHERE id 
   sql '' "UPDATE c SET Phone = '555-7777' WHERE Name LIKE 'zo%';"
   "$tool" dump contacts.doc | grep -qx 'Zoë Müller,Köln,555-7777' || fail "update beside 'ë': $("$tool" dump contacts.doc)"
   # A table that does not read whole is an error for a walk, a find (also
-  # after a find that a LIMIT ended early) and an edit.
+  # after a find that a LIMIT ended early), a walk back, a jump to a rowid
+  # and an edit, and nothing is changed.
   printf 'a,b,c\r\n1,2\r\n4,5,6\r\n' >short.csv
-  cp short.csv before.csv
-  for statement in "SELECT * FROM s;" "DELETE FROM s WHERE \"1\" = '4';" \
-    "SELECT * FROM s WHERE \"1\" LIKE 'a%' LIMIT 1; SELECT * FROM s WHERE \"1\" LIKE '4%';"; do
-    got=$(printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE s USING mergedb('short.csv');" "$statement" |
-      shell -bail :memory: 2>&1)
-    grep -qF 'short.csv: record 2 at byte 7: has 2 fields, the table 3; it is left out' <<<"$got" ||
-      fail "$statement: $got"
-  done
+  printf 'a,b\r\n1,2\r\n3,4,5,6\r\n' >wide.csv
+  cp short.csv before.csv && cp wide.csv before-wide.csv
+  refused() {
+    local file=$1 message=$2 statement got
+    shift 2
+    for statement in "$@"; do
+      got=$(printf '%s\n' ".load $extension" "CREATE VIRTUAL TABLE s USING mergedb('$file');" "$statement" |
+        shell -bail :memory: 2>&1)
+      grep -qF "$file: $message" <<<"$got" || fail "$file: $statement: $got"
+    done
+  }
+  refused short.csv 'record 2 at byte 7: has 2 fields, the table 3; it is left out' "SELECT * FROM s;" \
+    "DELETE FROM s WHERE \"1\" = '4';" "SELECT * FROM s WHERE rowid = 7;" "UPDATE s SET \"1\" = 'x' WHERE rowid = 7;" \
+    "SELECT * FROM s WHERE \"1\" LIKE 'a%' LIMIT 1; SELECT * FROM s WHERE \"1\" LIKE '4%';"
+  refused wide.csv 'record 3 at byte 10: has 4 fields, the table 2; the driver reads only the first 2' \
+    "SELECT rowid, * FROM s ORDER BY rowid DESC;" "SELECT * FROM s WHERE rowid = 10;" \
+    "UPDATE s SET \"1\" = 'x' WHERE rowid = 10;"
   same short.csv before.csv
+  same wide.csv before-wide.csv
 }
 
 test_Arguments() {

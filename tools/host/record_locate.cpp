@@ -83,4 +83,9 @@ std::optional<uint64_t> RecordLocator::startBefore(uint64_t end, const std::func
     return std::nullopt;
 }
 
+std::optional<ScannedRecord> RecordLocator::recordAt(uint64_t start) {
+    scanner_.restartAt(start);
+    return scanner_.next();
+}
+
 }  // namespace mergedb::host

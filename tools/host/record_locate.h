@@ -36,6 +36,9 @@ public:
     // of the file; nothing when no place was confirmed.
     std::optional<uint64_t> startBefore(uint64_t end, const std::function<bool(uint64_t start)> &confirm);
 
+    // The host's scan of the record that begins at start.
+    std::optional<ScannedRecord> recordAt(uint64_t start);
+
     // Where the first record of the file begins, and where the data ends.
     uint64_t firstRecordOffset() const { return scanner_.firstRecordOffset(); }
     uint64_t dataEnd() const { return scanner_.dataEnd(); }

@@ -29,6 +29,18 @@ std::optional<uint64_t> startOf(const Source &source, host::Table &table, host::
     return locator.startBefore(end, [&](uint64_t start) { return readsAt(table, start, &walked); });
 }
 
+// Fails the query when the record that begins at start is one that the
+// driver reads only in part (extra fields, bytes behind its last field) or
+// not at all, as the forward walk does; reading is what the driver says
+// about the record when the host's scan finds nothing against it.
+void checkWhole(Source &source, host::RecordLocator &locator, uint64_t start, const std::string &reading = "") {
+    std::optional<host::ScannedRecord> record = locator.recordAt(start);
+    std::string problem =
+        record ? host::recordProblem(*record, source.format(), source.fieldCount(), locator.dataEnd()) : "";
+    if (problem.empty()) problem = reading;
+    if (!problem.empty()) explainNotWhole(source, "the record at byte " + std::to_string(start), problem);
+}
+
 class ForwardScan : public FileScan {
 public:
     explicit ForwardScan(Source &source)
@@ -68,10 +80,21 @@ private:
         if (rowid_ < first || rowid_ >= locator.dataEnd()) return false;
         if (rowid_ == first && source_.format().headerRecord()) return false;
         table_ = source_.open(host::Access::Read);
-        if (!readsAt(*table_, rowid_)) return false;
+        if (!readsAt(*table_, rowid_)) {
+            // A record of the file that begins there and that the driver
+            // can't read fails the query rather than give no row.
+            if (rowid_ == first || locator.startBefore(rowid_, [this](uint64_t start) {
+                    return readsAt(*table_, start);
+                })) {
+                checkWhole(source_, locator, rowid_, "the driver reads no record there");
+            }
+            return false;
+        }
         values_ = table_->values(source_.fieldCount());
-        if (rowid_ == first) return true;
-        return table_->previous() == Moved::Record && startOf(source_, *table_, locator, rowid_).has_value();
+        bool begins = rowid_ == first ||
+                      (table_->previous() == Moved::Record && startOf(source_, *table_, locator, rowid_).has_value());
+        if (begins) checkWhole(source_, locator, rowid_);
+        return begins;
     }
 
     Source &source_;
@@ -101,7 +124,9 @@ public:
                             "the driver's walk back reads a record there whose start the host's scan does not find");
         }
         start_ = *start;
-        return !(start_ == source_.firstRecordOffset() && source_.format().headerRecord());
+        if (start_ == source_.firstRecordOffset() && source_.format().headerRecord()) return false;
+        checkWhole(source_, locator_, start_);
+        return true;
     }
     uint64_t rowid() override { return start_; }
     std::string value(uint16_t field) override {
