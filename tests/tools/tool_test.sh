@@ -121,6 +121,12 @@ test_Sniff() {
   { seq 4000 | sed 's/$/,café au lait/'; printf 'x,\xe9\n'; } >late.csv
   run info late.csv
   grep -qx 'reads whole: no, 1 problem (on stderr)' "$out" || fail "info late.csv: $(cat "$out")"
+  # Windows-1252's quotation marks, apostrophe, dash and euro sign, which
+  # code page 437 would read as letters; and code page 437's own letters.
+  printf 'Note\r\nDon\x92t\r\nHe said \x93yes\x94\r\n\x80 5 and 1990 \x96 2000\r\n' >smart.csv
+  expect 0 'Note\nDon’t\nHe said “yes”\n€ 5 and 1990 – 2000\n' dump --header smart.csv
+  printf 'Stadt\r\nK\x94ln\r\nsch\x94n.\r\n' >dos.csv
+  expect 0 'Stadt\nKöln\nschön.\n' dump --header dos.csv
   printf '\xff\xfeA\0' >utf16.csv
   expect_error 1 'begins with a UTF-16 byte-order mark' dump utf16.csv
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <map>
 #include <vector>
 
@@ -84,23 +85,97 @@ bool letterLike(std::string_view text, size_t at) {
     return byte >= 0x80 || isLetter(byte);
 }
 
-// Which single-byte page reads the high bytes as letters inside words.
+bool isAsciiLetter(std::string_view text, size_t at) {
+    return at < text.size() && isLetter(static_cast<unsigned char>(text[at]));
+}
+
+bool isAsciiDigit(std::string_view text, size_t at) {
+    return at < text.size() && text[at] >= '0' && text[at] <= '9';
+}
+
+// The votes of one high byte for each page: a letter that stands in a word
+// counts for the page that reads a letter there. A capital of code page 437
+// behind a small ASCII letter is no letter a word has (DonÆt), and the
+// marks of Windows-1252 that its files are full of count where text puts
+// them: an apostrophe between letters, quotation marks opening before a
+// word and closing one that opened, a euro sign at a number, a dash
+// between words or numbers.
+struct PageVotes {
+    int cp437 = 0;
+    int cp1252 = 0;
+};
+
+class PageVoter {
+public:
+    explicit PageVoter(std::string_view text) : text_(text) {}
+
+    PageVotes at(size_t i) {
+        bool before = i > 0 && letterLike(text_, i - 1);
+        bool after = letterLike(text_, i + 1);
+        PageVotes votes{letterVote(i, Encoding::Cp437, before, after), letterVote(i, Encoding::Cp1252, before, after)};
+        if (i > 0 && text_[i - 1] >= 'a' && text_[i - 1] <= 'z' && isCapital437(text_[i])) {
+            votes.cp437 = 0;
+        }
+        if (markInPlace(i, before, after)) votes.cp1252 = 2;
+        return votes;
+    }
+
+private:
+    int letterVote(size_t i, Encoding page, bool before, bool after) const {
+        std::string character = toUtf8(text_.substr(i, 1), page);
+        size_t position = 0;
+        if (isLetter(nextUtf8(character, position).value_or(0))) return before || after ? 2 : 1;
+        return before && after ? -2 : 0;
+    }
+
+    static bool isCapital437(char byte) {
+        auto b = static_cast<unsigned char>(byte);
+        return b == 0x80 || b == 0x8E || b == 0x8F || b == 0x90 || b == 0x92 || b == 0x99 || b == 0x9A;
+    }
+
+    bool markInPlace(size_t i, bool before, bool after) {
+        bool letterBefore = i > 0 && isAsciiLetter(text_, i - 1);
+        bool letterAfter = isAsciiLetter(text_, i + 1);
+        bool wordAfter = letterAfter || isAsciiDigit(text_, i + 1);
+        bool spaced = (i == 0 || isSpace(i - 1)) && (i + 1 >= text_.size() || isSpace(i + 1));
+        switch (static_cast<unsigned char>(text_[i])) {
+        case 0x92: return letterBefore && letterAfter;  // Don’t
+        case 0x91:
+        case 0x93:
+            if (before || !wordAfter) return false;
+            opened_ = true;
+            return true;
+        case 0x94: {
+            bool closesWord = letterBefore || (i > 0 && std::ispunct(static_cast<unsigned char>(text_[i - 1])));
+            if (!opened_ || after || !closesWord) return false;
+            opened_ = false;
+            return true;
+        }
+        case 0x80:  // € 5, 5 €
+            return isAsciiDigit(text_, i + 1) || (isSpace(i + 1) && isAsciiDigit(text_, i + 2)) ||
+                   (isSpace(i - 1) && isAsciiDigit(text_, i - 2));
+        case 0x96:
+        case 0x97: return spaced || (isAsciiDigit(text_, i - 1) && isAsciiDigit(text_, i + 1));
+        default: return false;
+        }
+    }
+
+    bool isSpace(size_t at) const { return at < text_.size() && text_[at] == ' '; }
+
+    std::string_view text_;
+    bool opened_ = false;  // a quotation mark opened and not yet closed
+};
+
+// Which single-byte page reads the high bytes as the text people write.
 Encoding singleBytePage(std::string_view text) {
     int score437 = 0;
     int score1252 = 0;
+    PageVoter voter(text);
     for (size_t i = 0; i < text.size(); ++i) {
-        auto byte = static_cast<unsigned char>(text[i]);
-        if (byte < 0x80) continue;
-        bool before = i > 0 && letterLike(text, i - 1);
-        bool after = letterLike(text, i + 1);
-        auto vote = [&](Encoding page) {
-            std::string character = toUtf8(text.substr(i, 1), page);
-            size_t position = 0;
-            if (isLetter(nextUtf8(character, position).value_or(0))) return before || after ? 2 : 1;
-            return before && after ? -2 : 0;
-        };
-        score437 += vote(Encoding::Cp437);
-        score1252 += vote(Encoding::Cp1252);
+        if (static_cast<unsigned char>(text[i]) < 0x80) continue;
+        PageVotes votes = voter.at(i);
+        score437 += votes.cp437;
+        score1252 += votes.cp1252;
     }
     return score437 > score1252 ? Encoding::Cp437 : Encoding::Cp1252;
 }
