@@ -125,6 +125,11 @@ test_Sniff() {
   # code page 437 would read as letters; and code page 437's own letters.
   printf 'Note\r\nDon\x92t\r\nHe said \x93yes\x94\r\n\x80 5 and 1990 \x96 2000\r\n' >smart.csv
   expect 0 'Note\nDon’t\nHe said “yes”\n€ 5 and 1990 – 2000\n' dump --header smart.csv
+  # A quote inside a value, as the driver writes and reads it, is no quote
+  # that closes before the field delimiter.
+  printf 'item;size;note\r\n"cake";"8";"c,d"\r\n"pie";"9";"e,f"\r\n' >inch.csv
+  expect 0 'updated 1 record\n' update --header inch.csv --where item=cake --set 'size=8" round'
+  expect 0 'item,size,note\ncake,"8"" round","c,d"\npie,9,"e,f"\n' dump --header inch.csv
   printf 'Stadt\r\nK\x94ln\r\nsch\x94n.\r\n' >dos.csv
   expect 0 'Stadt\nKöln\nschön.\n' dump --header dos.csv
   printf '\xff\xfeA\0' >utf16.csv

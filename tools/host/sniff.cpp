@@ -16,16 +16,36 @@ constexpr size_t LINES_LOOKED_AT = 100;
 // A line of the sample: its bytes without the line end.
 using Lines = std::vector<std::string_view>;
 
+// The driver's rule for quotes, before the delimiters are known: a quote
+// opens a stretch wherever it stands, and only a quote that a delimiter
+// follows closes it (any of the candidates or a line end here, or the end
+// of the line or sample). So "8" round" stays one stretch, as the driver
+// reads it.
+class Quoting {
+public:
+    // Takes the byte at i of text; whether it is inside a stretch after it.
+    bool inside(std::string_view text, size_t i) {
+        if (text[i] != '"') return quoted_;
+        if (!quoted_) return quoted_ = true;
+        if (i + 1 == text.size() || std::string_view(",\t;|\r\n").find(text[i + 1]) != std::string_view::npos) {
+            quoted_ = false;
+        }
+        return quoted_;
+    }
+
+private:
+    bool quoted_ = false;
+};
+
 // Splits the sample at line ends outside double quotes and counts them. A
 // last line that may be cut off is left out.
 Lines splitLines(std::string_view text, bool whole, LineEnds &ends) {
     Lines lines;
-    bool quoted = false;
+    Quoting quoting;
     size_t start = 0;
     for (size_t i = 0; i < text.size(); ++i) {
         char c = text[i];
-        if (c == '"') quoted = !quoted;
-        if (quoted || (c != '\r' && c != '\n')) continue;
+        if (quoting.inside(text, i) || (c != '\r' && c != '\n')) continue;
         bool crlf = c == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
         if (c == '\r' && i + 1 == text.size() && !whole) break;  // its LF may come behind the sample
         lines.push_back(text.substr(start, i - start));
@@ -43,11 +63,8 @@ Lines splitLines(std::string_view text, bool whole, LineEnds &ends) {
 
 size_t countOutsideQuotes(std::string_view line, char wanted) {
     size_t count = 0;
-    bool quoted = false;
-    for (char c : line) {
-        if (c == '"') quoted = !quoted;
-        count += !quoted && c == wanted;
-    }
+    Quoting quoting;
+    for (size_t i = 0; i < line.size(); ++i) count += !quoting.inside(line, i) && line[i] == wanted;
     return count;
 }
 
