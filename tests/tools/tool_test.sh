@@ -199,6 +199,9 @@ test_Whole() {
   told "ragged.csv: record 2 at byte 4: has 3 fields, the table 2; the driver reads only the first 2" \
     "ragged.csv: record 3 at byte 10: has 1 field, the table 2; it is left out" \
     "ragged.csv: was not read whole (2 problems, told above); --partial accepts what was read"
+  printf 'id,name\n1,ab\0cd\n2,x\n' >nul.csv
+  expect 1 'id,name\n1,ab\n2,x\n' dump --header nul.csv
+  told "nul.csv: record 1 at byte 8: holds a NUL byte at byte 12, where the driver ends the value; the rest of that value is not read"
   expect 1 'g,h\nc,d\na,b\n' dump --reverse ragged.csv
   told "ragged.csv: was not read whole (2 problems, told above); --partial accepts what was read"
   run convert ragged.csv no.doc --kind tagged0

@@ -60,6 +60,10 @@ std::string recordProblem(const ScannedRecord &record, const TableFormat &format
         return "has " + more + ", the table " + std::to_string(fieldCount) + "; the driver reads only the first " +
                std::to_string(fieldCount);
     }
+    if (record.nulOffset) {
+        return "holds a NUL byte at byte " + std::to_string(*record.nulOffset) +
+               ", where the driver ends the value; the rest of that value is not read";
+    }
     if (record.otherLineEnd) {
         return "its line ends are not the table's (" + delimiterText(format.delimiters.record) +
                "): the line ends are mixed; name the record delimiter with --record-delimiter";
@@ -112,7 +116,9 @@ bool CheckedWalk::step() {
     if (!expected) {
         if (moved != Moved::End) {
             ++fileRecords_;
-            report({scanner_.dataEnd()}, "the driver reads a record behind the end of the data that the host found");
+            ScannedRecord behind;
+            behind.offset = scanner_.dataEnd();
+            report(behind, "the driver reads a record behind the end of the data that the host found");
         }
         finish();
         return false;

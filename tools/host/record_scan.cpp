@@ -306,6 +306,7 @@ void RecordScanner::countFields(ScannedRecord &record) const {
     std::optional<std::string_view> kept = source_->sinceMark();
     if (!kept) return;
     std::string_view bytes = *kept;
+    if (size_t nul = bytes.find('\0'); nul != std::string_view::npos) record.nulOffset = record.offset + nul;
     size_t at = 0;
     auto standsAt = [&bytes](const std::string &text, size_t position) {
         return !text.empty() && position < bytes.size() && bytes[position] == text.front() &&

@@ -50,6 +50,9 @@ struct ScannedRecord {
     // them (a quote that closes only past the record's end).
     size_t fields = 0;
     bool bytesBehindFields = false;
+    // Delimited text: the first NUL byte of the record, where the driver
+    // ends the value that holds it.
+    std::optional<uint64_t> nulOffset;
     // The record ends with CR LF in a table whose line ends were found to be
     // LF, or holds a lone LF outside quotes in one of CR LF.
     bool otherLineEnd = false;
