@@ -41,7 +41,8 @@ std::string recordProblem(const ScannedRecord &record, const TableFormat &format
     case RecordFault::Unterminated:
         if (format.tagged) return "the file ends inside this record, so the driver does not read it";
         return "the last " + bytesText(record.length) + " have no record delimiter (" +
-               delimiterText(format.delimiters.record) + ") behind them, so the driver reads no record there";
+               delimiterText(format.delimiters.record) +
+               ") behind them, so the driver reads no record there (insert --fix-end adds one)";
     case RecordFault::UnclosedQuote:
         return "the quote at byte " + std::to_string(record.faultOffset) +
                " does not close, so the driver reads no record from here to the end of the file (" +
@@ -52,6 +53,10 @@ std::string recordProblem(const ScannedRecord &record, const TableFormat &format
     case RecordFault::None: break;
     }
     if (format.tagged) return "";
+    if (record.fields < fieldCount && record.length == format.delimiters.record.size()) {
+        return "is an empty line, a record of 1 field to the driver, the table " + std::to_string(fieldCount) +
+               "; it is left out";
+    }
     if (record.fields < fieldCount) {
         return "has " + fieldsText(record.fields) + ", the table " + std::to_string(fieldCount) + "; it is left out";
     }
