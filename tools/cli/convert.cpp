@@ -85,7 +85,7 @@ std::vector<std::string> taggedNames(const std::vector<std::string> &names, uint
     for (const std::string &name : names) {
         Stored field = storedName(kind, name, lossy);
         if (!field.problem.empty()) {
-            throw Failure(label, "the field name '" + name + "' " + refusalText(field) + (lossy ? "" : " (see --lossy)"));
+            throw Failure(label, "the field name '" + name + "' " + refusalText(field));
         }
         stored.push_back(field.bytes);
     }

@@ -67,12 +67,12 @@ Stored storedName(uint16_t kind, const std::string &utf8, bool lossy) {
     Encoded encoded = fromUtf8(utf8.empty() && lossy ? "?" : utf8, {Encoding::Cp437, true}, lossy);
     std::string &name = encoded.bytes;
     if (!encoded.problem.empty()) return {"", encoded.problem, encoded.lossyHelps};
-    if (name.empty()) return {"", "is empty"};
+    if (name.empty()) return {"", "is empty", true};
     if (name.size() > LONGEST_FIELD_NAME) {
         return {"", "is longer than " + std::to_string(LONGEST_FIELD_NAME) + " bytes"};
     }
     if (kind == DB_KIND_TAGGED_1 && name.find('~') != std::string::npos) {
-        if (!lossy) return {"", "holds a '~', which ends a name in a dialect 1 head"};
+        if (!lossy) return {"", "holds a '~', which ends a name in a dialect 1 head", true};
         std::replace(name.begin(), name.end(), '~', '?');
     }
     return {name, ""};
