@@ -143,6 +143,10 @@ enum DbDatabaseItem {
 #define DB_LONGEST_PUT 31999u
 #define DB_LONGEST_RECORD 28672u
 
+/* The most fields a table has; a first record with more does not open
+ * (ERR_TOO_MANY_FIELDS). */
+#define DB_MOST_FIELDS 1000u
+
 /* The largest table file, in bytes, that dbOpenTableMerge opens: offsets
  * are 32 bits wide, and a position of all ones stands for a failure. */
 #define DB_LARGEST_TABLE_FILE 0xFFFFFFFEu

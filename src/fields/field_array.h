@@ -14,6 +14,7 @@ namespace mergedb {
 
 inline constexpr uint16_t FIELD_NAME_SIZE = 40;
 inline constexpr int16_t FIELD_LIMIT = 1000;
+static_assert(FIELD_LIMIT == DB_MOST_FIELDS, "the public header tells the host this limit");
 inline constexpr uint16_t FIELD_VALUE_BLOCK = 4096;
 // The most bytes of text a value holds, and that a host reads or puts at
 // once, a put's NUL included: the driver's largest transfer.

@@ -200,6 +200,9 @@ test_Whole() {
     "ragged.csv: record 3 at byte 10: has 1 field, the table 2; it is left out" \
     "ragged.csv: record 4 at byte 12: is an empty line, a record of 1 field to the driver, the table 2; it is left out" \
     "ragged.csv: was not read whole (3 problems, told above); --partial accepts what was read"
+  seq -s, 1001 >wide.csv
+  expect_error 1 'Its first record, which names or counts the fields, has more than the 1000 that the driver takes.' \
+    dump wide.csv
   printf 'id,name\n1,ab\0cd\n2,x\n' >nul.csv
   expect 1 'id,name\n1,ab\n2,x\n' dump --header nul.csv
   told "nul.csv: record 1 at byte 8: holds a NUL byte at byte 12, where the driver ends the value; the rest of that value is not read"

@@ -56,6 +56,9 @@ std::string openFailure(const host::DriverError &error, const TableFile &file, A
     case ERR_RECORD_TOO_LONG:
         return error.reason() + " The first record, which names or counts the fields, is longer than the " +
                std::to_string(host::LONGEST_RECORD) + " bytes that the driver reads.";
+    case ERR_TOO_MANY_FIELDS:
+        return error.reason() + " Its first record, which names or counts the fields, has more than the " +
+               std::to_string(DB_MOST_FIELDS) + " that the driver takes.";
     default: return error.reason();
     }
 }
