@@ -1,6 +1,7 @@
 #include "line_end.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <cstring>
 
 #include "descriptor.h"
+#include "directory_lock.h"
 #include "output.h"
 
 namespace mergedb::cli {
@@ -24,8 +26,16 @@ bool writeAll(int fd, std::string_view bytes, uint64_t at) {
 void LineEnd::mind(host::TableFile &file, const host::TableFormat &format, bool fix) {
     const std::string &delimiter = format.delimiters.record;
     if (format.tagged || file.size == 0) return;
+    // No open or commit of another program comes between the look at the
+    // end and the mend, and the file is the one whose size was taken.
+    host::DirectoryLock lock(file.directory());
     host::Descriptor fd(::open(file.path.c_str(), O_RDWR | O_CLOEXEC));
-    if (fd.get() < 0) throw Failure(file.label, std::strerror(errno));
+    struct stat facts{};
+    if (fd.get() < 0 || ::fstat(fd.get(), &facts) != 0) throw Failure(file.label, std::strerror(errno));
+    if (static_cast<uint64_t>(facts.st_size) != file.size) {
+        throw Failure(file.label, "was changed by another program while this looked at it; nothing was changed, "
+                                  "try again");
+    }
     std::string tail(std::min<uint64_t>(file.size, delimiter.size() + 1), '\0');
     if (::pread(fd.get(), tail.data(), tail.size(), static_cast<off_t>(file.size - tail.size())) !=
         static_cast<ssize_t>(tail.size())) {
@@ -50,12 +60,14 @@ void LineEnd::mind(host::TableFile &file, const host::TableFormat &format, bool 
         throw Failure(file.label, "its end could not be mended: " + std::string(std::strerror(errno)));
     }
     file.size = mendedSize;
+    mendedSize_ = mendedSize;
 }
 
 LineEnd::~LineEnd() {
-    if (!before_ || before_->restore()) return;
-    note(label_, "the record delimiter that --fix-end added behind the last record could not be taken back (" +
-                     std::string(std::strerror(errno)) + "); it stays, and nothing else was changed");
+    if (!before_ || before_->restore(mendedSize_)) return;
+    std::string why = errno == ESTALE ? "another program has changed the table since" : std::strerror(errno);
+    note(label_, "the record delimiter that --fix-end added behind the last record could not be taken back (" + why +
+                     "); it stays, and nothing else was changed");
 }
 
 }  // namespace mergedb::cli

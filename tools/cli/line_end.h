@@ -6,6 +6,7 @@
 // is taken back when the insert does not happen.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -35,6 +36,7 @@ public:
 private:
     std::string label_;
     std::optional<host::FileEnd> before_;  // the end before the mend, while it may be taken back
+    uint64_t mendedSize_ = 0;              // the file's size after the mend
 };
 
 }  // namespace mergedb::cli

@@ -3,8 +3,11 @@
 // there), so that the old end can be put back.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "table_file.h"
@@ -18,13 +21,19 @@ public:
     FileEnd(const TableFile &file, uint64_t dataEnd);
 
     // Cuts the file at dataEnd and writes the kept bytes behind it, to the
-    // disk. False when that fails, errno telling why.
-    bool restore() const;
+    // disk. Only while the table's name still leads to the file that was
+    // read and, when size is given, the file has that size: otherwise
+    // another program has put a new table in its place or written to it
+    // since, and the file is left alone (errno ESTALE). False when the end
+    // is not put back, errno telling why.
+    bool restore(std::optional<uint64_t> size = std::nullopt) const;
 
 private:
     std::filesystem::path path_;
     uint64_t dataEnd_;
     std::string tail_;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
 };
 
 }  // namespace mergedb::host

@@ -1,7 +1,6 @@
 #include "rebuild.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <string>
 
 #include "descriptor.h"
+#include "directory_lock.h"
 #include "failure.h"
 #include "temporary_name.h"
 
@@ -97,27 +97,6 @@ void takeOwnership(const TableFile &file, const std::filesystem::path &path) {
     if (::fsync(fd) != 0) failed(file.label, "the new table could not be synced");
 }
 
-// The driver opens a table of a directory under a flock on the directory,
-// from the lookup of its name to the share check on the file it found. A
-// rename under the same lock can't fall between the two: an open that found
-// the old file meets the held table's share mode and fails, and every later
-// open finds the new file. Without the lock, an open could find the old
-// file, pass its share check once held is closed, and insert into a file
-// that no name leads to any more. A file system without flock goes on
-// unlocked, as the driver does.
-class DirectoryLock {
-public:
-    explicit DirectoryLock(const std::filesystem::path &directory)
-        : fd_(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        if (fd_.get() < 0) return;
-        while (::flock(fd_.get(), LOCK_EX) != 0 && errno == EINTR) {
-        }
-    }
-
-private:
-    Descriptor fd_;  // closing it lets go of the lock
-};
-
 void syncDirectory(const std::filesystem::path &directory, const std::string &label) {
     Descriptor fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd.get() < 0 || ::fsync(fd.get()) != 0) failed(label, "its directory could not be synced");
@@ -138,6 +117,10 @@ void rebuildHeld(Table &held, const TableFile &file, uint64_t dataEnd, const std
     check(locateTable(rebuilt.path().string()));
     takeOwnership(file, rebuilt.path());
     {
+        // An open that found the old file meets the held table's share
+        // mode and fails; every later open finds the new file. Without the
+        // lock, an open could find the old file, pass its share check once
+        // held is closed, and insert into a file that no name leads to.
         DirectoryLock lock(file.directory());
         if (::rename(rebuilt.path().c_str(), file.path.c_str()) != 0) {
             failed(file.label, "the new table could not take its place");
