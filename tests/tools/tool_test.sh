@@ -404,6 +404,7 @@ test_Recover() {
   for table in contacts.doc contacts1.doc contacts.txt; do
     backup=${table%%.*}.bk
     cp $table sub.d/$backup
+    expect_error 1 "there is no such file, but $backup lies beside it" dump sub.d/$table
     expect 0 "restored sub.d/$table from $backup (4 records)\n" recover sub.d/$table
     same $table sub.d/$table
     for cut in 0 20 130 $(($(wc -c <$table) - 3)); do

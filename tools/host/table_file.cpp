@@ -85,8 +85,14 @@ std::filesystem::path resolved(const std::string &argument) {
 
 TableFile locateTable(const std::string &argument) {
     TableFile file = described(argument, resolved(argument));
-    if (!examine(file)) throw Failure(argument, "there is no such file");
-    return file;
+    if (examine(file)) return file;
+    std::error_code error;
+    if (file.backupName != file.name && std::filesystem::exists(file.backupPath(), error)) {
+        throw Failure(argument, "there is no such file, but " + file.backupName +
+                                    " lies beside it: a commit of it (or of another table of its stem) did not "
+                                    "finish. mergedb recover " + argument + " puts the backup back");
+    }
+    throw Failure(argument, "there is no such file");
 }
 
 TableFile plannedTable(const std::string &argument) {
