@@ -252,12 +252,17 @@ test_Tool() {
   [ $? -eq 1 ] && [ "$got" = 'mergedb: no such table: contacts' ] || fail "sql with a shared stem: $got"
   # A read of a table beside a backup says so, as the tool's other commands do.
   touch people.bk
-  got=$("$tool" sql 'SELECT count(*) FROM "people.csv"; SELECT 1 FROM "people.csv"' 2>&1 >/dev/null)
+  # The stem goes on naming the table, and never its backup alone.
+  got=$("$tool" sql 'SELECT count(*) FROM people; SELECT 1 FROM "people.csv"' 2>&1 >/dev/null)
   [ "$got" = 'mergedb: people.csv: note: people.bk lies beside it, left by a commit of it (or of another people.* table) that did not finish; see mergedb recover people.csv' ] ||
     fail "sql beside a backup: $got"
   got=$("$tool" sql --header "UPDATE \"people.csv\" SET name = 'b' WHERE id = '1'" 2>&1)
   [ $? -eq 1 ] && [ "$(wc -l <<<"$got")" -eq 1 ] && grep -qF 'people.bk lies beside it' <<<"$got" ||
     fail "an update beside a backup: $got"
+  mv people.csv people.txt.away
+  got=$("$tool" sql 'SELECT * FROM people' 2>&1)
+  [ $? -eq 1 ] && [ "$got" = 'mergedb: no such table: people' ] || fail "a backup read for its table: $got"
+  mv people.txt.away people.csv
   rm people.bk
   # Options are checked before any statement runs.
   cp people.csv before.csv

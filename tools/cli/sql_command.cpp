@@ -64,19 +64,25 @@ std::string moduleOptions(const Invocation &invocation) {
 }
 
 // The names that SQL gives each table: its file name, and its stem where
-// that is no other table's name or stem (SQL names ignore case).
+// that is no other table's name or stem (SQL names ignore case). A backup
+// that a commit left (stem.bk) is no table's stem: the table keeps its stem
+// beside it, and the backup goes only by its file name, so that a query of
+// a table whose file is gone does not read its backup instead.
 std::map<std::string, std::string> sqlNames(const std::vector<std::string> &files) {
+    auto isBackup = [](const std::string &file) { return host::backupNameOf(file) == file; };
     std::map<std::string, size_t> stems;
     std::set<std::string> names;
     for (const std::string &file : files) {
         names.insert(lowered(file));
-        ++stems[lowered(std::filesystem::path(file).stem().string())];
+        if (!isBackup(file)) ++stems[lowered(std::filesystem::path(file).stem().string())];
     }
     std::map<std::string, std::string> tables;
     for (const std::string &file : files) {
         tables[file] = file;
         std::string stem = std::filesystem::path(file).stem().string();
-        if (stem != file && stems[lowered(stem)] == 1 && !names.contains(lowered(stem))) tables[stem] = file;
+        if (stem != file && !isBackup(file) && stems[lowered(stem)] == 1 && !names.contains(lowered(stem))) {
+            tables[stem] = file;
+        }
     }
     return tables;
 }
@@ -123,7 +129,9 @@ public:
             auto found = besideBackup_.find(name);
             if (found == besideBackup_.end() || !sqlite3_stmt_readonly(statement)) continue;
             host::guard([&found] { mindBackup(found->second, host::Access::Read); });
-            besideBackup_.erase(found);
+            // Once for the file, whichever of its names the query used.
+            std::filesystem::path noted = found->second.path;
+            std::erase_if(besideBackup_, [&noted](const auto &entry) { return entry.second.path == noted; });
         }
         read_.clear();
     }
