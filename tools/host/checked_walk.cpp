@@ -94,7 +94,12 @@ std::vector<std::string> fieldNames(Table &table, const TableFormat &format, boo
 }
 
 CheckedWalk::CheckedWalk(Table &table, const TableFile &file, const TableFormat &format, IssueSink sink)
-    : table_(table), format_(format), scanner_(file, format), sink_(std::move(sink)) {
+    : table_(table),
+      format_(format),
+      scanner_(file, format),
+      sink_(std::move(sink)),
+      path_(file.path),
+      fileSize_(file.size) {
     fieldCount_ = table.fieldCount();
     names_ = fieldNames(table, format, format.headerRecord() && step());
 }
@@ -123,7 +128,12 @@ bool CheckedWalk::step() {
             ++fileRecords_;
             ScannedRecord behind;
             behind.offset = scanner_.dataEnd();
-            report(behind, "the driver reads a record behind the end of the data that the host found");
+            std::error_code error;
+            uint64_t size = std::filesystem::file_size(path_, error);
+            report(behind, !error && size > fileSize_
+                               ? "the table grew while it was read: another program is adding records to it; "
+                                 "try again when it is done"
+                               : "the driver reads a record behind the end of the data that the host found");
         }
         finish();
         return false;

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <stop_token>
 #include <optional>
@@ -76,6 +77,8 @@ private:
     const TableFormat &format_;
     RecordScanner scanner_;
     IssueSink sink_;
+    std::filesystem::path path_;
+    uint64_t fileSize_;  // when the table was found, to tell a file that grew since
     uint16_t fieldCount_ = 0;
     std::vector<std::string> names_;
     ScannedRecord current_;
