@@ -180,6 +180,11 @@ test_Whole() {
   expect_error 1 'its last record has no record delimiter (CR LF) behind it' insert open.csv 1=Cy 2=Pisa
   expect_error 1 'the new record would be longer than the 28672 bytes' insert --fix-end open.csv 1="$half" 2="$half"
   same before.csv open.csv
+  # A mend that the file size limit cuts short is taken back.
+  { printf 'a,b\r\n'; head -c 2040 /dev/zero | tr '\0' x; printf ',y'; } >limit.csv
+  cp limit.csv before-limit.csv
+  (trap '' XFSZ; ulimit -f 2; "$tool" insert --fix-end limit.csv 1=a 2=b 2>/dev/null) && fail "a mend past the size limit"
+  same before-limit.csv limit.csv
   expect 0 'inserted 1 record\n' insert --fix-end open.csv 1=Cy 2=Pisa
   printf 'Ann,Oslo\r\nBob,Rome\r\n"Cy","Pisa"\r\n' | cmp -s - open.csv || fail "open.csv: $(od -c open.csv)"
   # A record over the driver's limit is passed over, and the walk goes on.

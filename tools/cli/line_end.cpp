@@ -18,7 +18,9 @@ namespace {
 using host::Failure;
 
 bool writeAll(int fd, std::string_view bytes, uint64_t at) {
-    return ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at)) == static_cast<ssize_t>(bytes.size());
+    ssize_t written = ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at));
+    if (written >= 0 && written != static_cast<ssize_t>(bytes.size())) errno = EIO;  // a short write sets none
+    return written == static_cast<ssize_t>(bytes.size());
 }
 
 }  // namespace
@@ -26,8 +28,9 @@ bool writeAll(int fd, std::string_view bytes, uint64_t at) {
 void LineEnd::mind(host::TableFile &file, const host::TableFormat &format, bool fix) {
     const std::string &delimiter = format.delimiters.record;
     if (format.tagged || file.size == 0) return;
-    // No open or commit of another program comes between the look at the
-    // end and the mend, and the file is the one whose size was taken.
+    // No other program opens or commits the table between the look at the
+    // end and the mend, and the file is the one whose size was taken. One
+    // that has the table open already could still append meanwhile.
     host::DirectoryLock lock(file.directory());
     host::Descriptor fd(::open(file.path.c_str(), O_RDWR | O_CLOEXEC));
     struct stat facts{};
@@ -63,6 +66,8 @@ void LineEnd::mind(host::TableFile &file, const host::TableFormat &format, bool 
     mendedSize_ = mendedSize;
 }
 
+// A mend that failed part way is taken back whatever the file's size; a
+// whole one only while the file has the size it gave.
 LineEnd::~LineEnd() {
     if (!before_ || before_->restore(mendedSize_)) return;
     std::string why = errno == ESTALE ? "another program has changed the table since" : std::strerror(errno);

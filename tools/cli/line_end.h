@@ -36,7 +36,7 @@ public:
 private:
     std::string label_;
     std::optional<host::FileEnd> before_;  // the end before the mend, while it may be taken back
-    uint64_t mendedSize_ = 0;              // the file's size after the mend
+    std::optional<uint64_t> mendedSize_;   // the file's size once the mend is whole
 };
 
 }  // namespace mergedb::cli
