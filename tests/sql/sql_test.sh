@@ -199,7 +199,7 @@ BEGIN; UPDATE p SET city = 'A' WHERE id = '1'; UPDATE q SET city = 'B' WHERE id 
   # A table that does not read whole is an error for a walk, a find (also
   # after a find that a LIMIT ended early), a walk back, a jump to a rowid
   # and an edit, and nothing is changed.
-  printf 'a,b,c\r\n1,2\r\n4,5,6\r\n' >short.csv
+  printf 'a,b,c\r\n1,2\r\n3,4\r\n5,6,7\r\n' >short.csv
   printf 'a,b\r\n1,2\r\n3,4,5,6\r\n' >wide.csv
   cp short.csv before.csv && cp wide.csv before-wide.csv
   refused() {
@@ -212,7 +212,7 @@ BEGIN; UPDATE p SET city = 'A' WHERE id = '1'; UPDATE q SET city = 'B' WHERE id 
     done
   }
   refused short.csv 'record 2 at byte 7: has 2 fields, the table 3; it is left out' "SELECT * FROM s;" \
-    "DELETE FROM s WHERE \"1\" = '4';" "SELECT * FROM s WHERE rowid = 7;" "UPDATE s SET \"1\" = 'x' WHERE rowid = 7;" \
+    "DELETE FROM s WHERE \"1\" = '4';" "SELECT * FROM s WHERE rowid = 12;" "UPDATE s SET \"1\" = 'x' WHERE rowid = 12;" \
     "SELECT * FROM s WHERE \"1\" LIKE 'a%' LIMIT 1; SELECT * FROM s WHERE \"1\" LIKE '4%';"
   refused wide.csv 'record 3 at byte 10: has 4 fields, the table 2; the driver reads only the first 2' \
     "SELECT rowid, * FROM s ORDER BY rowid DESC;" "SELECT * FROM s WHERE rowid = 10;" \

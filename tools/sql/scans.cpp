@@ -81,11 +81,10 @@ private:
         if (rowid_ == first && source_.format().headerRecord()) return false;
         table_ = source_.open(host::Access::Read);
         if (!readsAt(*table_, rowid_)) {
-            // A record of the file that begins there and that the driver
-            // can't read fails the query rather than give no row.
-            if (rowid_ == first || locator.startBefore(rowid_, [this](uint64_t start) {
-                    return readsAt(*table_, start);
-                })) {
+            // A record of the file that begins there, by the host's scan,
+            // and that the driver can't read fails the query rather than
+            // give no row.
+            if (rowid_ == first || locator.startBefore(rowid_, [](uint64_t) { return true; })) {
                 checkWhole(source_, locator, rowid_, "the driver reads no record there");
             }
             return false;
