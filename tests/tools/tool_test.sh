@@ -130,8 +130,8 @@ test_Sniff() {
   printf 'item;size;note\r\n"cake";"8";"c,d"\r\n"pie";"9";"e,f"\r\n' >inch.csv
   expect 0 'updated 1 record\n' update --header inch.csv --where item=cake --set 'size=8" round'
   expect 0 'item,size,note\ncake,"8"" round","c,d"\npie,9,"e,f"\n' dump --header inch.csv
-  printf 'Stadt\r\nK\x94ln\r\nsch\x94n.\r\n' >dos.csv
-  expect 0 'Stadt\nKöln\nschön.\n' dump --header dos.csv
+  printf 'Stadt\r\nK\x94ln\r\nsch\x94n.\r\n\x93ter\r\n' >dos.csv
+  expect 0 'Stadt\nKöln\nschön.\nôter\n' dump --header dos.csv
   printf '\xff\xfeA\0' >utf16.csv
   expect_error 1 'begins with a UTF-16 byte-order mark' dump utf16.csv
 }

@@ -133,7 +133,7 @@ public:
         if (i > 0 && text_[i - 1] >= 'a' && text_[i - 1] <= 'z' && isCapital437(text_[i])) {
             votes.cp437 = 0;
         }
-        if (markInPlace(i, before, after)) votes.cp1252 = 2;
+        if (int marks = markVotes(i, before, after)) votes.cp1252 = marks;
         return votes;
     }
 
@@ -150,32 +150,37 @@ private:
         return b == 0x80 || b == 0x8E || b == 0x8F || b == 0x90 || b == 0x92 || b == 0x99 || b == 0x9A;
     }
 
-    bool markInPlace(size_t i, bool before, bool after) {
+    // The votes for Windows-1252 of a mark where text puts it; an opening
+    // quotation mark counts only once a closing one follows it, with the
+    // votes of both.
+    int markVotes(size_t i, bool before, bool after) {
         bool letterBefore = i > 0 && isAsciiLetter(text_, i - 1);
         bool letterAfter = isAsciiLetter(text_, i + 1);
         bool wordAfter = letterAfter || isAsciiDigit(text_, i + 1);
         bool spaced = (i == 0 || isSpace(i - 1)) && (i + 1 >= text_.size() || isSpace(i + 1));
         switch (static_cast<unsigned char>(text_[i])) {
-        case 0x92: return letterBefore && letterAfter;  // Don’t
-        case 0x91:
+        case 0x92: return letterBefore && letterAfter ? MARK : 0;  // Don’t
         case 0x93:
-            if (before || !wordAfter) return false;
-            opened_ = true;
-            return true;
+            opened_ = !before && wordAfter;
+            return 0;
         case 0x94: {
             bool closesWord = letterBefore || (i > 0 && std::ispunct(static_cast<unsigned char>(text_[i - 1])));
-            if (!opened_ || after || !closesWord) return false;
+            bool closes = opened_ && !after && closesWord;
             opened_ = false;
-            return true;
+            return closes ? 2 * MARK : 0;
         }
         case 0x80:  // € 5, 5 €
             return isAsciiDigit(text_, i + 1) || (isSpace(i + 1) && isAsciiDigit(text_, i + 2)) ||
-                   (isSpace(i - 1) && isAsciiDigit(text_, i - 2));
+                           (isSpace(i - 1) && isAsciiDigit(text_, i - 2))
+                       ? MARK
+                       : 0;
         case 0x96:
-        case 0x97: return spaced || (isAsciiDigit(text_, i - 1) && isAsciiDigit(text_, i + 1));
-        default: return false;
+        case 0x97: return spaced || (isAsciiDigit(text_, i - 1) && isAsciiDigit(text_, i + 1)) ? MARK : 0;
+        default: return 0;
         }
     }
+
+    static constexpr int MARK = 2;  // as much as a letter in a word
 
     bool isSpace(size_t at) const { return at < text_.size() && text_[at] == ' '; }
 
