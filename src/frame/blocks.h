@@ -125,7 +125,7 @@ inline BlockRef blockRef(BlockHandle handle) { return {handle, blockregistry::sl
 // growth adds are zeroed here. A block that stays within its allocation, as
 // the value and record blocks do on most records, is resized inline.
 template <typename T>
-T *blockResizeLock(BlockRef block, uint16_t newSize, uint16_t written) {
+[[gnu::always_inline]] inline T *blockResizeLock(BlockRef block, uint16_t newSize, uint16_t written) {
     blockregistry::BlockSlot *slot = block.slot;
     if (slot == nullptr) return nullptr;
 #ifndef MERGEDB_ASAN

@@ -340,12 +340,14 @@ uint16_t extractDelimitedField(ParseCursor &record, uint8_t *building, Delimited
 // Field i of the map: the value the steps would take whole, opened and
 // closed as they do. No value of a record reaches the limit, so the growth
 // for its NUL can't fail.
-uint16_t takeMappedField(const uint8_t *record, const FieldMap &map, int16_t i, FieldEntry &entry, ValueFit fit) {
+// A value with bytes needs no capacity worked out: its block fits it.
+inline uint16_t takeMappedField(const uint8_t *record, const FieldMap &map, int16_t i, FieldEntry &entry,
+                                ValueFit fit) {
     if (uint16_t code = openEntry(entry)) return code;
     BlockRef block = blockRef(entry.value);
     if (block.slot == nullptr) return ERR_MEMORY;
     uint32_t length = map.to[i] - map.from[i];
-    uint32_t capacity = reservedCapacity(entry.capacity, length + 1);
+    uint32_t capacity = length == 0 ? reservedCapacity(entry.capacity, 1) : length + 1;
     return storeValue(entry, block, record + map.from[i], length, capacity, fit);
 }
 
@@ -356,10 +358,14 @@ int16_t takeMappedFields(MergeTable &table, ParseCursor &record, FieldEntry *ent
                          uint16_t &code) {
     const FieldMap *map = record.offset() == 0 ? fieldMapTake(table, record.owner) : nullptr;
     if (map == nullptr) return 0;
+    // Held in locals, which the stores into the entries can't be taken to
+    // change, so that they are not read again for every field.
+    const uint8_t *base = record.base;
+    const auto mapped = std::min<int16_t>(count, static_cast<int16_t>(map->count));
+    uint16_t failed = 0;
     int16_t i = 0;
-    for (int16_t mapped = std::min<int16_t>(count, static_cast<int16_t>(map->count)); code == 0 && i < mapped; ++i) {
-        code = takeMappedField(record.base, *map, i, entries[i], fit);
-    }
+    for (; failed == 0 && i < mapped; ++i) failed = takeMappedField(base, *map, i, entries[i], fit);
+    code = failed;
     if (code == 0) record.cursor = record.base + map->begin[i];
     return i;
 }
