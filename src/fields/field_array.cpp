@@ -116,7 +116,7 @@ int fieldFindByNameInIndex(MergeTable &table, const FieldEntry *array, const cha
         if (entry == 0) return -1;
         if (!sameName(array[entry - 1].name, name)) continue;
         int16_t found = static_cast<int16_t>(entry - 1);
-        table.nameGuess = index->unique ? NameGuess{table.fields, table.fieldCount, found} : NameGuess{};
+        table.nameGuess = index->unique ? NameGuess{table.fields, table.fieldCount, found, array} : NameGuess{};
         return found;
     }
 }

@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
+#include "formats/byte_runs.h"
 #include "frame/blocks.h"
 #include "mergedb/mergedb.h"
 #include "platform/windows_api.h"
@@ -59,12 +61,40 @@ inline FieldNameIndex *fieldIndexOf(const MergeTable &table) {
     return index != nullptr && index->fields == table.fields && index->count == table.fieldCount ? index : nullptr;
 }
 
+// Eight bytes of the host's name may be read at once where they lie in one
+// page, so that the read can't fault whatever follows the name's NUL; 4096
+// divides every page size of our platforms.
+inline bool wordFitsPage(const char *p) {
+    constexpr uintptr_t PAGE = 4096;
+    return (reinterpret_cast<uintptr_t>(p) & (PAGE - 1)) <= PAGE - sizeof(uint64_t);
+}
+
 // _stricmp, which names that are equal byte for byte need not call, nor
 // names that first differ in two ASCII bytes that are no letters of one
-// case pair.
+// case pair. Equal names are passed over eight bytes at a time; a field's
+// name ends within its 40 bytes, so its words stay inside its entry. Under
+// AddressSanitizer, which would take the bytes behind a name's NUL for an
+// overflow, byte by byte only.
 inline bool sameName(const char *fieldName, const char *name) {
     const char *a = fieldName;
     const char *b = name;
+#ifndef MERGEDB_ASAN
+    while (wordFitsPage(b)) {
+        uint64_t x = 0;
+        uint64_t y = 0;
+        std::memcpy(&x, a, sizeof x);
+        std::memcpy(&y, b, sizeof y);
+        uint64_t difference = x ^ y;
+        if (uint64_t end = byteruns::zeroBytes(x)) {
+            // Equal up to the field name's NUL: the host's name ends there too.
+            if ((difference & (end ^ (end - 1))) == 0) return true;
+            break;
+        }
+        if (difference != 0) break;
+        a += sizeof x;
+        b += sizeof y;
+    }
+#endif
     while (*a == *b && *a != '\0') ++a, ++b;
     if (*a == *b) return true;
     auto x = static_cast<unsigned char>(*a | 0x20);
@@ -86,15 +116,26 @@ int fieldFindByNameInIndex(MergeTable &table, const FieldEntry *array, const cha
 // a table whose fields all have names of their own (nameGuess is kept only
 // for those): whichever has the name is the field. Both are read from the
 // table itself, so that the common lookup waits for no other block.
+inline bool guessHolds(const MergeTable &table) {
+    const NameGuess &guess = table.nameGuess;
+    return guess.fields == table.fields && guess.count == table.fieldCount && guess.fields != 0;
+}
+
 inline int fieldFindByName(MergeTable &table, const FieldEntry *array, const char *name) {
     NameGuess &guess = table.nameGuess;
-    if (guess.fields == table.fields && guess.count == table.fieldCount && guess.fields != 0 && array != nullptr) {
+    if (guessHolds(table) && array != nullptr) {
         int last = guess.last;
         int next = last + 1 < guess.count ? last + 1 : 0;
         if (sameName(array[next].name, name)) return guess.last = static_cast<int16_t>(next);
         if (sameName(array[last].name, name)) return last;
     }
     return fieldFindByNameInIndex(table, array, name);
+}
+
+// The table's field array, from the guess while it holds, which spares a
+// lookup on every read by name; null when there is none.
+inline const FieldEntry *fieldArrayOf(const MergeTable &table) {
+    return guessHolds(table) ? table.nameGuess.array : blockLockAs<const FieldEntry>(table.fields);
 }
 
 inline int fieldFindByName(MergeTable &table, const char *name) {

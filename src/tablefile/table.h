@@ -23,12 +23,17 @@ inline constexpr uint16_t QUOTE_SIZE = 5;
 // gathered, a value being built. It is held as long as the table.
 inline constexpr uint16_t TABLE_SCRATCH_SIZE = 32768;
 
+struct FieldEntry;
+
 // The field found last by name, for the array and count it was found in;
-// fields 0 when there is none.
+// fields 0 when there is none. It keeps the array's address too: the field
+// array is only ever grown, and only with its count, and freed only with
+// the table, so the address holds while the handle and count are the same.
 struct NameGuess {
     BlockHandle fields;
     int16_t count;
     int16_t last;
+    const FieldEntry *array;
 };
 
 // The read window: a block through which every byte of the table is read,

@@ -165,7 +165,7 @@ bool isShortText(uint16_t type) {
 // An empty value gives the length 0 and leaves the buffer untouched.
 uint16_t fetchFieldValue(MergeTable &table, const char *name, uint16_t number, void *buffer, uint16_t *length,
                          uint16_t type) {
-    const auto *array = blockLockAs<FieldEntry>(table.fields);
+    const FieldEntry *array = fieldArrayOf(table);
     if (array == nullptr) return ERR_MEMORY;
     int index = number;
     if (number == BY_NAME) index = name != nullptr ? fieldFindByName(table, array, name) : -1;
