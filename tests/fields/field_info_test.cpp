@@ -3,7 +3,13 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
+
+#ifndef _WIN32
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
 
 #include "fields/field_array.h"
 #include "support/table_test.h"
@@ -109,6 +115,32 @@ TEST_F(FieldTable, LookupsInOrderAndAgainFindTheFirstOfEqualNames) {
     EXPECT_EQ(find("B"), 5);
     EXPECT_EQ(find("a"), 0);
     EXPECT_EQ(find("c"), -1);
+}
+
+TEST_F(FieldTable, LongNamesMatchWholeWordsAndTheHostsNameMayEndAtAPageEnd) {
+    for (const char *name : {"customer", "customer_name", "Customer_Number", "postal_code_of_the_addressee"}) add(name);
+    EXPECT_EQ(find("customer_nam"), -1);
+    EXPECT_EQ(find("customer_names"), -1);
+    EXPECT_EQ(find("customer_NAME"), 1);
+    EXPECT_EQ(find("customer_number"), 2);
+    EXPECT_EQ(find("CUSTOMER"), 0);
+    EXPECT_EQ(find("customer"), 0);
+    EXPECT_EQ(find("postal_code_of_the_addressee"), 3);
+    EXPECT_EQ(find("postal_code_of_the_addresse"), -1);
+#ifndef _WIN32
+    // The name's NUL as the last byte before a page that can't be read.
+    long page = sysconf(_SC_PAGESIZE);
+    void *pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    ASSERT_EQ(mprotect(static_cast<char *>(pages) + page, page, PROT_NONE), 0);
+    const std::pair<const char *, int> cases[] = {{"customer_name", 1}, {"customer", 0}, {"customer_x", -1}, {"c", -1}};
+    for (auto [name, field] : cases) {
+        char *end = static_cast<char *>(pages) + page - std::strlen(name) - 1;
+        std::strcpy(end, name);
+        EXPECT_EQ(find(end), field) << name;
+    }
+    munmap(pages, 2 * page);
+#endif
 }
 
 }  // namespace
