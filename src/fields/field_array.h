@@ -3,6 +3,7 @@
 // record may give. Search criteria use a second array of the same entries.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -79,20 +80,27 @@ inline bool sameName(const char *fieldName, const char *name) {
     const char *a = fieldName;
     const char *b = name;
 #ifndef MERGEDB_ASAN
-    while (wordFitsPage(b)) {
+    // Names that differ at once, as the guess that misses mostly does, are
+    // told by their first bytes.
+    while (*a == *b && wordFitsPage(b)) {
         uint64_t x = 0;
         uint64_t y = 0;
         std::memcpy(&x, a, sizeof x);
         std::memcpy(&y, b, sizeof y);
         uint64_t difference = x ^ y;
-        if (uint64_t end = byteruns::zeroBytes(x)) {
-            // Equal up to the field name's NUL: the host's name ends there too.
-            if ((difference & (end ^ (end - 1))) == 0) return true;
-            break;
+        uint64_t end = byteruns::zeroBytes(x);
+        if (end == 0 && difference == 0) {
+            a += sizeof x;
+            b += sizeof y;
+            continue;
         }
-        if (difference != 0) break;
-        a += sizeof x;
-        b += sizeof y;
+        // Equal up to the field name's NUL: the host's name ends there too.
+        if (end != 0 && (difference & (end ^ (end - 1))) == 0) return true;
+        // On to the first byte that differs, for the checks below.
+        auto first = static_cast<size_t>(std::countr_zero(difference | end)) >> 3;
+        a += first;
+        b += first;
+        break;
     }
 #endif
     while (*a == *b && *a != '\0') ++a, ++b;
