@@ -119,6 +119,20 @@ struct BlockRef {
 
 inline BlockRef blockRef(BlockHandle handle) { return {handle, blockregistry::slotOf(handle)}; }
 
+// Zeroes count bytes, 1 to 8, as behind most values, with a few stores that
+// may overlap and no call: the compiler makes a call to memset of a loop.
+inline void zeroFew(uint8_t *p, uint32_t count) {
+    if (count >= 4) {
+        constexpr uint32_t ZERO = 0;
+        std::memcpy(p, &ZERO, sizeof ZERO);
+        std::memcpy(p + count - sizeof ZERO, &ZERO, sizeof ZERO);
+    } else {
+        p[0] = 0;
+        p[count / 2] = 0;
+        p[count - 1] = 0;
+    }
+}
+
 // blockResize of a live block, giving its address instead of its handle,
 // which stays the same; null where blockResize gives 0. The caller writes
 // the first written bytes at once, so only bytes behind them that the
@@ -132,9 +146,8 @@ template <typename T>
     if (blockregistry::keepsRoom(slot->room, newSize)) {
         auto *address = static_cast<uint8_t *>(slot->address);
         uint16_t zeroFrom = slot->size > written ? slot->size : written;
-        // A few bytes, as behind most values, without a call.
         if (newSize > zeroFrom && newSize - zeroFrom <= 8) {
-            for (uint16_t i = zeroFrom; i < newSize; ++i) address[i] = 0;
+            zeroFew(address + zeroFrom, newSize - zeroFrom);
         } else if (newSize > zeroFrom) {
             std::memset(address + zeroFrom, 0, newSize - zeroFrom);
         }
