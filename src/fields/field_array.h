@@ -62,27 +62,27 @@ inline FieldNameIndex *fieldIndexOf(const MergeTable &table) {
     return index != nullptr && index->fields == table.fields && index->count == table.fieldCount ? index : nullptr;
 }
 
-// Eight bytes of the host's name may be read at once where they lie in one
-// page, so that the read can't fault whatever follows the name's NUL; 4096
-// divides every page size of our platforms.
-inline bool wordFitsPage(const char *p) {
-    constexpr uintptr_t PAGE = 4096;
-    return (reinterpret_cast<uintptr_t>(p) & (PAGE - 1)) <= PAGE - sizeof(uint64_t);
-}
+// Eight bytes of the host's name are read at once only from an address
+// that is a multiple of eight: such a read lies in one page, so it can't
+// fault whatever follows the name's NUL, and in one word of the name's
+// allocation, which checkers of memory such as Valgrind's accept.
+inline bool wordAligned(const char *p) { return (reinterpret_cast<uintptr_t>(p) & (sizeof(uint64_t) - 1)) == 0; }
 
 // _stricmp, which names that are equal byte for byte need not call, nor
 // names that first differ in two ASCII bytes that are no letters of one
-// case pair. Equal names are passed over eight bytes at a time; a field's
-// name ends within its 40 bytes, so its words stay inside its entry. Under
-// AddressSanitizer, which would take the bytes behind a name's NUL for an
-// overflow, byte by byte only.
+// case pair. Equal names are passed over eight bytes at a time from the
+// first aligned byte of the host's name on; a field's name ends within its
+// 40 bytes, so its words stay inside its entry. Under AddressSanitizer,
+// which would take the bytes behind a name's NUL for an overflow, byte by
+// byte only.
 inline bool sameName(const char *fieldName, const char *name) {
     const char *a = fieldName;
     const char *b = name;
 #ifndef MERGEDB_ASAN
+    while (!wordAligned(b) && *a == *b && *a != '\0') ++a, ++b;
     // Names that differ at once, as the guess that misses mostly does, are
     // told by their first bytes.
-    while (*a == *b && wordFitsPage(b)) {
+    while (*a == *b && wordAligned(b)) {
         uint64_t x = 0;
         uint64_t y = 0;
         std::memcpy(&x, a, sizeof x);
