@@ -116,6 +116,12 @@ inline bool sameName(const char *fieldName, const char *name) {
 // has changed since the last lookup.
 int fieldFindByNameInIndex(MergeTable &table, const FieldEntry *array, const char *name);
 
+// Whether the table's guess was made for its present field array.
+inline bool guessHolds(const MergeTable &table) {
+    const NameGuess &guess = table.nameGuess;
+    return guess.fields == table.fields && guess.count == table.fieldCount && guess.fields != 0;
+}
+
 // Index of the first field whose name equals name, ignoring case; -1 when
 // there is none. array is table.fields, locked by the caller.
 //
@@ -124,11 +130,6 @@ int fieldFindByNameInIndex(MergeTable &table, const FieldEntry *array, const cha
 // a table whose fields all have names of their own (nameGuess is kept only
 // for those): whichever has the name is the field. Both are read from the
 // table itself, so that the common lookup waits for no other block.
-inline bool guessHolds(const MergeTable &table) {
-    const NameGuess &guess = table.nameGuess;
-    return guess.fields == table.fields && guess.count == table.fieldCount && guess.fields != 0;
-}
-
 inline int fieldFindByName(MergeTable &table, const FieldEntry *array, const char *name) {
     NameGuess &guess = table.nameGuess;
     if (guessHolds(table) && array != nullptr) {

@@ -339,8 +339,8 @@ uint16_t extractDelimitedField(ParseCursor &record, uint8_t *building, Delimited
 
 // Field i of the map: the value the steps would take whole, opened and
 // closed as they do. No value of a record reaches the limit, so the growth
-// for its NUL can't fail.
-// A value with bytes needs no capacity worked out: its block fits it.
+// for its NUL can't fail; and a value with bytes needs no capacity worked
+// out, as its block is fitted to it.
 inline uint16_t takeMappedField(const uint8_t *record, const FieldMap &map, int16_t i, FieldEntry &entry,
                                 ValueFit fit) {
     if (uint16_t code = openEntry(entry)) return code;
