@@ -148,7 +148,7 @@ inline const FieldEntry *fieldArrayOf(const MergeTable &table) {
 }
 
 inline int fieldFindByName(MergeTable &table, const char *name) {
-    return fieldFindByName(table, blockLockAs<FieldEntry>(table.fields), name);
+    return fieldFindByName(table, fieldArrayOf(table), name);
 }
 
 // Frees the table's name index.

@@ -71,8 +71,7 @@ std::optional<uint64_t> RecordLocator::startBefore(uint64_t end, const std::func
             uint64_t low = end - std::min(reach, end - floor);
             read(low > lookBehind ? low - lookBehind : 0, end);
             for (uint64_t place : places(low, high, likely)) {
-                scanner_.restartAt(place);
-                std::optional<ScannedRecord> record = scanner_.next();
+                std::optional<ScannedRecord> record = recordAt(place);
                 bool whole = record && record->fault == RecordFault::None && record->offset + record->length == end;
                 if (whole && confirm(place)) return place;
             }
@@ -81,6 +80,10 @@ std::optional<uint64_t> RecordLocator::startBefore(uint64_t end, const std::func
         }
     }
     return std::nullopt;
+}
+
+bool RecordLocator::recordEndsAt(uint64_t end) {
+    return startBefore(end, [](uint64_t) { return true; }).has_value();
 }
 
 std::optional<ScannedRecord> RecordLocator::recordAt(uint64_t start) {

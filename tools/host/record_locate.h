@@ -36,6 +36,10 @@ public:
     // of the file; nothing when no place was confirmed.
     std::optional<uint64_t> startBefore(uint64_t end, const std::function<bool(uint64_t start)> &confirm);
 
+    // Whether the host's scan finds a whole record that ends at end, behind
+    // which the next one begins.
+    bool recordEndsAt(uint64_t end);
+
     // The host's scan of the record that begins at start.
     std::optional<ScannedRecord> recordAt(uint64_t start);
 

@@ -84,7 +84,7 @@ private:
             // A record of the file that begins there, by the host's scan,
             // and that the driver can't read fails the query rather than
             // give no row.
-            if (rowid_ == first || locator.startBefore(rowid_, [](uint64_t) { return true; })) {
+            if (rowid_ == first || locator.recordEndsAt(rowid_)) {
                 checkWhole(source_, locator, rowid_, "the driver reads no record there");
             }
             return false;
