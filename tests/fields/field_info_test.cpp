@@ -119,7 +119,10 @@ TEST_F(FieldTable, LookupsInOrderAndAgainFindTheFirstOfEqualNames) {
 }
 
 TEST_F(FieldTable, LongNamesMatchWholeWordsAndTheHostsNameMayEndAtAPageEnd) {
-    for (const char *name : {"customer", "customer_name", "Customer_Number", "postal_code_of_the_addressee"}) add(name);
+    for (const char *name : {"customer", "customer_name", "Customer_Number", "postal_code_of_the_addressee",
+                             "Stra\xDF" "e_und_Ort_\xC9"}) {
+        add(name);
+    }
     EXPECT_EQ(find("customer_nam"), -1);
     EXPECT_EQ(find("customer_names"), -1);
     EXPECT_EQ(find("customer_NAME"), 1);
@@ -128,6 +131,9 @@ TEST_F(FieldTable, LongNamesMatchWholeWordsAndTheHostsNameMayEndAtAPageEnd) {
     EXPECT_EQ(find("customer"), 0);
     EXPECT_EQ(find("postal_code_of_the_addressee"), 3);
     EXPECT_EQ(find("postal_code_of_the_addresse"), -1);
+    // Past the first word, bytes of 128 and above match only themselves.
+    EXPECT_EQ(find("STRA\xDF" "E_UND_ORT_\xC9"), 4);
+    EXPECT_EQ(find("Stra\xDF" "e_und_Ort_\xE9"), -1);
     // Each name from a block of its own size, at every place in a word: the
     // same test under Valgrind (tests/CMakeLists.txt) fails on a read past it.
     for (size_t offset = 0; offset < 8; ++offset) {

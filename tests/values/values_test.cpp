@@ -200,6 +200,22 @@ TEST_F(ValueWriteTest, BlankPutsClearingAndNumberedFields) {
     EXPECT_EQ(text(1), "caf\xE9");
 }
 
+TEST_F(ValueWriteTest, ReadsByNameFollowTheFieldArrayAsPutsAddFields) {
+    openWith("grow.txt", "a,b\n");
+    ASSERT_EQ(dbFirstMerge(table), 0u);
+    // Each put adds a field, and the array grows and may move, while the
+    // reads by name in field order keep a guess of where it was.
+    for (int added = 3; added <= 300; ++added) {
+        EXPECT_EQ(get(1, "1") + get(1, "2"), "1|" + ended("a") + "1|" + ended("b")) << added;
+        std::string name = std::to_string(added);
+        std::string value = "v" + name;
+        ASSERT_EQ(dbPutFieldValueMerge(table, name.c_str(), value.c_str(), DB_TYPE_TEXT, value.size()), 0u);
+        ASSERT_EQ(get(1, name.c_str()), std::to_string(value.size()) + "|" + ended(value));
+    }
+    EXPECT_EQ(get(1, "150") + get(1, nullptr, 299), "4|" + ended("v150") + "4|" + ended("v300"));
+    EXPECT_EQ(get(1, "301"), "error 15");
+}
+
 TEST_F(ValueWriteTest, TaggedTablesTakePlainTextAndKnownFieldsOnly) {
     openWith("t.doc", test::taggedDocument(0, test::taggedHead(0, {"A"})));
     ASSERT_EQ(dbPutFieldValueMerge(table, "a", "x\x01y\xC0\x41\x01\xC0z", DB_TYPE_TEXT, 9), 0u);
