@@ -170,7 +170,9 @@ int64_t readAt(EnvFile *file, uint64_t offset, void *buffer, uint32_t count) {
     return got;
 }
 
+// A write may need the room of a file deleted just before.
 int64_t writeAt(EnvFile *file, uint64_t offset, const void *buffer, uint32_t count) {
+    posix::waitForLateCloses();
     const auto *bytes = static_cast<const char *>(buffer);
     uint32_t written = 0;
     while (written < count) {
@@ -206,13 +208,17 @@ bool copyOwnership(EnvFile *from, EnvFile *to) {
     return fchmod(to->fd, info.st_mode & 07777) == 0;
 }
 
+bool sameFile(const struct stat &one, const struct stat &other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
 bool renameFile(const char *ansiFrom, const char *ansiTo) {
     std::string from = ansiToUtf8(ansiFrom);
     std::string to = ansiToUtf8(ansiTo);
     struct stat source;
     struct stat target;
     if (lstat(from.c_str(), &source) != 0 || isOpen(from)) return false;
-    if (lstat(to.c_str(), &target) == 0) return source.st_dev == target.st_dev && source.st_ino == target.st_ino;
+    if (lstat(to.c_str(), &target) == 0) return sameFile(source, target);
     return rename(from.c_str(), to.c_str()) == 0;
 }
 
@@ -222,6 +228,26 @@ bool removeFile(const char *ansiPath) {
     if (lstat(path.c_str(), &info) != 0) return false;
     if (S_ISDIR(info.st_mode) || isReadOnlyAttribute(info) || isOpen(path)) return false;
     return unlink(path.c_str()) == 0;
+}
+
+// The name goes while this open still holds the file, and the last close,
+// which gives the space back, is left to posix::closeLater. Where path no
+// longer names this file, or another open holds it, the two steps are done
+// as close and remove.
+bool closeAndRemoveFile(EnvFile *file, const char *ansiPath) {
+    std::string path = ansiToUtf8(ansiPath);
+    struct stat named;
+    struct stat held;
+    bool unlinkFirst = lstat(path.c_str(), &named) == 0 && fstat(file->fd, &held) == 0 && sameFile(named, held) &&
+                       !isReadOnlyAttribute(named) && !lockedElsewhere(file->fd, 0, SHARE_BYTES);
+    if (!unlinkFirst) {
+        closeFile(file);
+        return removeFile(ansiPath);
+    }
+    bool removed = unlink(path.c_str()) == 0;
+    posix::closeLater(file->fd);
+    delete file;
+    return removed;
 }
 
 // "/" alone is the root, which stands for a drive's root.
@@ -319,6 +345,7 @@ constexpr Env POSIX_ENV = {
     .copyOwnership = copyOwnership,
     .rename = renameFile,
     .remove = removeFile,
+    .closeAndRemove = closeAndRemoveFile,
     .exists = pathExists,
     .walkFirst = walkFirst,
     .walkNext = nextEntry,

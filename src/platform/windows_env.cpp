@@ -121,6 +121,11 @@ bool renameFile(const char *from, const char *to) { return MoveFileA(from, to) !
 
 bool removeFile(const char *path) { return DeleteFileA(path) != FALSE; }
 
+bool closeAndRemoveFile(EnvFile *file, const char *path) {
+    closeFile(file);
+    return removeFile(path);
+}
+
 // A drive's root, C:\, is no entry that FindFirstFileA finds.
 bool isDriveRoot(const char *path) {
     auto first = static_cast<unsigned char>(path[0] | 0x20);
@@ -189,6 +194,7 @@ constexpr Env WINDOWS_ENV = {
     .copyOwnership = copyOwnership,
     .rename = renameFile,
     .remove = removeFile,
+    .closeAndRemove = closeAndRemoveFile,
     .exists = pathExists,
     .walkFirst = walkFirst,
     .walkNext = walkNext,

@@ -136,6 +136,19 @@ uint16_t fileDelete(const Env &env, const char *path) {
     return env.remove(ansi) ? 0 : ERR_DELETE;
 }
 
+uint16_t fileCloseAndDelete(FileObject *file, const char *path) {
+    const Env &env = *file->env;
+    EnvFile *handle = file->handle;
+    file->handle = nullptr;
+    char ansi[PATH_BUFFER_SIZE];
+    if (!toAnsiPath(path, ansi)) {
+        env.close(handle);
+        return ERR_DELETE;
+    }
+    DirectoryLock lock(env, path);
+    return env.closeAndRemove(handle, ansi) ? 0 : ERR_DELETE;
+}
+
 int fileExists(const Env &env, const char *path) {
     char ansi[PATH_BUFFER_SIZE];
     if (!toAnsiPath(path, ansi)) return -1;

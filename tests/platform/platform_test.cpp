@@ -1,14 +1,22 @@
 // The POSIX stand-ins for the text calls of Windows answer as Windows does.
 // The file contracts of the Env are held through the exports: share modes
 // by the share mode test, renames by the commits, existence by the
-// catalogue.
+// catalogue. The delete that hands its last close to a thread is held here
+// as well, for its room coming back is not seen through the exports.
 #include <gtest/gtest.h>
 
 #include <string>
+#if defined(__linux__)
+#include <sys/stat.h>
 
+#include <filesystem>
+#endif
+
+#include "platform/env.h"
 #include "platform/windows_api.h"
 #include "support/fault_env.h"
 #include "support/test_platform.h"
+#include "support/test_support.h"
 
 namespace mergedb {
 namespace {
@@ -38,6 +46,50 @@ TEST(PlatformText, BothWholeTablesAsOnWindows) {
     }
     EXPECT_EQ(digest, 0xEF631F94u);
 }
+
+#if defined(__linux__)
+// How many descriptors of this process hold a file whose name ends in name
+// and is gone.
+int heldAfterDelete(const std::string &name) {
+    int held = 0;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        std::string target = std::filesystem::read_symlink(entry.path(), error).string();
+        if (!error && target.ends_with(name + " (deleted)")) held++;
+    }
+    return held;
+}
+
+// A commit deletes its backup with closeAndRemove, which may leave the last
+// close to a thread. It refuses what a close and then a remove would, and
+// the room of what it deletes is back before the Env writes again.
+TEST(PlatformFiles, CloseAndRemoveRefusesWhatRemoveDoesAndGivesTheRoomBackBeforeTheNextWrite) {
+    const Env &env = platformEnv();
+    test::TempDir dir;
+    const std::string path = dir.file("t.bk");
+    const OpenRequest shared{true, ShareMode::ReadWrite, Disposition::OpenExisting};
+    dir.write("t.bk", "old records\n");
+
+    EnvFile *first = env.open(path.c_str(), shared);
+    EnvFile *second = env.open(path.c_str(), shared);
+    ASSERT_NE(second, nullptr);
+    EXPECT_FALSE(env.closeAndRemove(first, path.c_str()));
+    EXPECT_TRUE(dir.exists("t.bk"));
+
+    ASSERT_EQ(chmod(path.c_str(), 0444), 0);
+    EXPECT_FALSE(env.closeAndRemove(second, path.c_str()));
+    EXPECT_EQ(dir.read("t.bk"), test::bytesOf("old records\n"));
+    ASSERT_EQ(chmod(path.c_str(), 0644), 0);
+
+    EnvFile *backup = env.open(path.c_str(), shared);
+    ASSERT_TRUE(env.closeAndRemove(backup, path.c_str()));
+    EXPECT_FALSE(dir.exists("t.bk"));
+    EnvFile *other = env.open(dir.file("new.txt").c_str(), {true, ShareMode::None, Disposition::CreateAlways});
+    EXPECT_EQ(env.writeAt(other, 0, "x", 1), 1);
+    EXPECT_EQ(heldAfterDelete("/t.bk"), 0);
+    env.close(other);
+}
+#endif
 
 }  // namespace
 }  // namespace mergedb

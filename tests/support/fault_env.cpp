@@ -51,6 +51,18 @@ bool rename(const char *from, const char *to) { return !strikes(FaultKind::Renam
 
 bool remove(const char *path) { return !strikes(FaultKind::Delete) && real().remove(path); }
 
+// Counts a close and a delete, in that order. A close that fails has let
+// go of the file all the same, so only a failed delete changes what the
+// caller is told.
+bool closeAndRemove(EnvFile *file, const char *path) {
+    strikes(FaultKind::Close);
+    if (strikes(FaultKind::Delete)) {
+        real().close(file);
+        return false;
+    }
+    return real().closeAndRemove(file, path);
+}
+
 const Env FAULT_ENV = {
     .open = open,
     .close = close,
@@ -62,6 +74,7 @@ const Env FAULT_ENV = {
     .copyOwnership = [](EnvFile *from, EnvFile *to) { return real().copyOwnership(from, to); },
     .rename = rename,
     .remove = remove,
+    .closeAndRemove = closeAndRemove,
     .exists = [](const char *path) { return real().exists(path); },
     .walkFirst = [](const char *directory, DirEntry *entry) { return real().walkFirst(directory, entry); },
     .walkNext = [](EnvWalk *walk, DirEntry *entry) { return real().walkNext(walk, entry); },
