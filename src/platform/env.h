@@ -81,11 +81,11 @@ struct Env {
     bool (*rename)(const char *from, const char *to);
     // Refuses a directory, a read-only file and a file that an open holds.
     bool (*remove)(const char *path);
-    // Lets go of file and deletes it under path, the name it was opened by:
-    // close and then remove, with remove's refusals, where no other open
-    // may come between them. Whatever the outcome the file is let go of,
-    // and a deleted file's name is gone on return; its space may come back
-    // later. false when the file stays.
+    // Deletes path, which file holds, refusing what remove refuses, and lets
+    // go of file whatever the outcome; false when the file stays. The
+    // caller holds the directory's lock. The name is gone on return; the
+    // room the file took may come back later, but before this Env's next
+    // writeAt.
     bool (*closeAndRemove)(EnvFile *file, const char *path);
     // A file or a directory; a path that ends in a separator names nothing,
     // except a drive's root where paths have drives (the root directory on

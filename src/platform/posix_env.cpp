@@ -231,9 +231,10 @@ bool removeFile(const char *ansiPath) {
 }
 
 // The name goes while this open still holds the file, and the last close,
-// which gives the space back, is left to posix::closeLater. Where path no
-// longer names this file, or another open holds it, the two steps are done
-// as close and remove.
+// which gives the room back, is left to posix::closeLater. Where path no
+// longer names this file, the file has the read-only attribute or another
+// open holds it, the two steps are done as close and remove, which refuses
+// the last two.
 bool closeAndRemoveFile(EnvFile *file, const char *ansiPath) {
     std::string path = ansiToUtf8(ansiPath);
     struct stat named;
@@ -244,10 +245,13 @@ bool closeAndRemoveFile(EnvFile *file, const char *ansiPath) {
         closeFile(file);
         return removeFile(ansiPath);
     }
-    bool removed = unlink(path.c_str()) == 0;
+    if (unlink(path.c_str()) != 0) {
+        closeFile(file);
+        return false;
+    }
     posix::closeLater(file->fd);
     delete file;
-    return removed;
+    return true;
 }
 
 // "/" alone is the root, which stands for a drive's root.

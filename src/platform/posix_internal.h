@@ -20,8 +20,7 @@ void utf8ToAnsi(std::string_view utf8, char *out, size_t size);
 void closeLater(int fd);
 
 // Returns once the close that closeLater last left to a thread is done,
-// and the room of its file has come back, unless another caller is
-// waiting for it already.
+// and the room of its file has come back.
 void waitForLateCloses();
 
 }  // namespace mergedb::posix

@@ -6,17 +6,17 @@
 // twice what writing the table takes. A commit that deletes its backup
 // hands that close to a thread and returns.
 //
-// The room comes back before the library takes room again: a write first
-// waits for the thread, which has ended long since unless the write follows
-// the delete closely. So does the next late close, and the library's
-// unload or the process's exit, so that no thread runs the library's code
-// after it is gone. A child of fork() has none of its parent's threads: it
-// never waits for them.
+// The room comes back before this library writes again: a write first waits
+// for the thread, which has ended long since unless the write follows the
+// delete closely. So do the next late close, a fork() (so that no child
+// inherits the descriptor and keeps the blocks), and the library's unload
+// or the process's exit, so that no thread runs the library's code after it
+// is gone. Like the rest of the library this serves one caller at a time.
 #include <pthread.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <new>
 
 #include "platform/posix_internal.h"
@@ -24,48 +24,55 @@
 namespace mergedb::posix {
 namespace {
 
-struct Started {
-    pthread_t thread;
-    pid_t process;
-};
-
-std::atomic<Started *> lastStarted{nullptr};
+// The thread of the last late close, until someone waits for it.
+pthread_t *lastStarted = nullptr;
 
 void *closeDescriptor(void *fd) {
     close(static_cast<int>(reinterpret_cast<intptr_t>(fd)));
     return nullptr;
 }
 
-void waitFor(Started *started) {
+void waitForLast() {
+    pthread_t *started = lastStarted;
+    lastStarted = nullptr;
     if (started == nullptr) return;
-    if (started->process == getpid()) pthread_join(started->thread, nullptr);
+    pthread_join(*started, nullptr);
     delete started;
 }
 
 // The thread of a close, or null where none could start.
-Started *startClose(int fd) {
-    auto *started = new (std::nothrow) Started{{}, getpid()};
+pthread_t *startClose(int fd) {
+    auto *started = new (std::nothrow) pthread_t;
     if (started == nullptr) return nullptr;
     void *argument = reinterpret_cast<void *>(static_cast<intptr_t>(fd));
-    if (pthread_create(&started->thread, nullptr, closeDescriptor, argument) == 0) return started;
+    if (pthread_create(started, nullptr, closeDescriptor, argument) == 0) return started;
     delete started;
     return nullptr;
 }
 
+// A fork waits for the close before it copies the descriptors. Should a
+// close start between that wait and the copy, the child forgets its thread,
+// which it does not have.
+void registerForkHandlers() {
+    static std::once_flag registered;
+    std::call_once(registered, [] { pthread_atfork(waitForLast, nullptr, [] { lastStarted = nullptr; }); });
+}
+
 struct WaitAtUnload {
-    ~WaitAtUnload() { waitFor(lastStarted.exchange(nullptr)); }
+    ~WaitAtUnload() { waitForLast(); }
 } waitAtUnload;
 
 }  // namespace
 
 void closeLater(int fd) {
-    Started *started = startClose(fd);
-    if (started == nullptr) close(fd);
-    waitFor(lastStarted.exchange(started));
+    registerForkHandlers();
+    waitForLast();
+    lastStarted = startClose(fd);
+    if (lastStarted == nullptr) close(fd);
 }
 
 void waitForLateCloses() {
-    if (lastStarted.load(std::memory_order_relaxed) != nullptr) waitFor(lastStarted.exchange(nullptr));
+    if (lastStarted != nullptr) waitForLast();
 }
 
 }  // namespace mergedb::posix

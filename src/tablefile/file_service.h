@@ -100,9 +100,9 @@ uint16_t fileCopyOwnership(FileObject &from, FileObject &to);
 // directory. 0 or ERR_RENAME.
 uint16_t fileRename(const Env &env, const char *fromPath, const char *toPath);
 uint16_t fileDelete(const Env &env, const char *path);
-// fileClose and then fileDelete of the file's own path, with no open of
-// another process between them. The file is closed either way; 0 or
-// ERR_DELETE.
+// fileClose and then fileDelete of an open file's own path, under the
+// directory's lock, which keeps out the opens of other processes that go
+// through this library. The file is closed either way; 0 or ERR_DELETE.
 uint16_t fileCloseAndDelete(FileObject *file, const char *path);
 // 0 when a file or directory of that name exists, -1 when not.
 int fileExists(const Env &env, const char *path);

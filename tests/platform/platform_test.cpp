@@ -72,6 +72,7 @@ TEST(PlatformFiles, CloseAndRemoveRefusesWhatRemoveDoesAndGivesTheRoomBackBefore
 
     EnvFile *first = env.open(path.c_str(), shared);
     EnvFile *second = env.open(path.c_str(), shared);
+    ASSERT_NE(first, nullptr);
     ASSERT_NE(second, nullptr);
     EXPECT_FALSE(env.closeAndRemove(first, path.c_str()));
     EXPECT_TRUE(dir.exists("t.bk"));
@@ -82,9 +83,11 @@ TEST(PlatformFiles, CloseAndRemoveRefusesWhatRemoveDoesAndGivesTheRoomBackBefore
     ASSERT_EQ(chmod(path.c_str(), 0644), 0);
 
     EnvFile *backup = env.open(path.c_str(), shared);
+    ASSERT_NE(backup, nullptr);
     ASSERT_TRUE(env.closeAndRemove(backup, path.c_str()));
     EXPECT_FALSE(dir.exists("t.bk"));
     EnvFile *other = env.open(dir.file("new.txt").c_str(), {true, ShareMode::None, Disposition::CreateAlways});
+    ASSERT_NE(other, nullptr);
     EXPECT_EQ(env.writeAt(other, 0, "x", 1), 1);
     EXPECT_EQ(heldAfterDelete("/t.bk"), 0);
     env.close(other);
