@@ -182,6 +182,12 @@ int runRecover(const Invocation &invocation) {
                                        "); wait for it to end, and run recover again if the backup is still there. " +
                                        "Nothing was changed.");
     }
+    // A commit holds its backup until the backup's name is gone: one that
+    // was there a moment ago and is not now was a commit's that has ended.
+    if (!std::filesystem::exists(backup, error)) {
+        writeOut("nothing to recover: the commit that held " + table.backupName + " has just ended\n");
+        return 0;
+    }
     std::vector<TableFile> others = siblings(table, backupTagged);
     if (!std::filesystem::exists(table.path, error)) {
         if (!others.empty()) {
