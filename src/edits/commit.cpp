@@ -238,8 +238,8 @@ uint16_t commitTable(MergeTable &table) {
     // The rename and the new file's name reach the disk with the directory,
     // so that a power cut from here on leaves the new table whole. Where the
     // directory can't be made to keep them, the old table stays as the
-    // backup, as it does when it can't be deleted. The backup's name is gone
-    // when the commit returns; the room its blocks took may come back a
+    // backup, as it does when it can't be deleted. A deleted backup's name is
+    // gone when the commit returns; the room its blocks took may come back a
     // little later, for the Env may leave the last close to a thread.
     if (fileSyncDirectory(env, savedName) == 0) {
         fileCloseAndDelete(&table.file, table.fileName);
