@@ -68,5 +68,27 @@ TEST(TextToOem, KeepsPrintableAndExtendedCharactersOnly) {
     EXPECT_EQ(std::string(dst.data(), 4), "a\0b\0"sv);
 }
 
+// A value goes to the host as it is only where all of it is printable: a
+// byte that is not, at any place of a value of any length, sends it through
+// the conversion, which drops the tab.
+TEST(TextToOem, TheHostGetsAValueConvertedWhereverItsFirstUnprintableByteIs) {
+    const std::string letters = "abcdefghijklmnopqrst";
+    for (size_t length = 1; length <= letters.size(); ++length) {
+        for (size_t at = 0; at <= length; ++at) {
+            std::string value = letters.substr(0, length);
+            if (at < length) value[at] = '\t';
+            // The NUL, and the room a tagged value's block keeps behind it.
+            std::vector<char> block(value.begin(), value.end());
+            block.insert(block.end(), 4, '\0');
+            std::vector<char> host(300, 'Z');
+            uint16_t count = taggedTextToHost(block, host.data(), 254, false);
+            std::string expected = letters.substr(0, length);
+            if (at < length) expected.erase(at, 1);
+            EXPECT_EQ(std::string(host.data(), count), expected) << "length " << length << ", tab at " << at;
+            EXPECT_EQ(host[count], '\0');
+        }
+    }
+}
+
 }  // namespace
 }  // namespace mergedb
