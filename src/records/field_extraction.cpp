@@ -383,24 +383,26 @@ uint16_t growFieldValue(FieldEntry &entry, uint32_t steps) {
     return 0;
 }
 
+// Both take what the scan mapped first; the split of the rest, and what it
+// needs, is set up only where fields are left, which most records have not.
 uint16_t extractDelimitedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count) {
+    uint16_t code = 0;
+    int16_t i = takeMappedFields(table, record, entries, count, DELIMITED_FIT, code);
+    if (code != 0 || i == count) return code;
     auto *building = blockLockAs<uint8_t>(table.scratch);
     if (building == nullptr) return ERR_MEMORY;
     DelimitedSyntax syntax = delimitedSyntax(table);
     DelimitedSplit split{syntax.strings, syntax.bytes, stopScanStart(syntax.bytes.stops, record.cursor, record.limit)};
-    uint16_t code = 0;
-    for (int16_t i = takeMappedFields(table, record, entries, count, DELIMITED_FIT, code); code == 0 && i < count;
-         ++i) {
-        code = extractDelimitedField(record, building, split, entries[i]);
-    }
+    for (; code == 0 && i < count; ++i) code = extractDelimitedField(record, building, split, entries[i]);
     return code;
 }
 
 uint16_t extractTaggedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count) {
-    auto *building = blockLockAs<uint8_t>(table.scratch);
-    if (building == nullptr) return ERR_MEMORY;
     uint16_t code = 0;
     int16_t i = takeMappedFields(table, record, entries, count, TAGGED_FIT, code);
+    if (code != 0 || i == count) return code;
+    auto *building = blockLockAs<uint8_t>(table.scratch);
+    if (building == nullptr) return ERR_MEMORY;
     StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, record.cursor, record.limit);
     for (; code == 0 && i < count; ++i) code = extractTaggedField(record, building, stops, entries[i]);
     return code;
