@@ -346,6 +346,12 @@ test_Edits() {
   chmod 640 many.csv
   expect 0 'deleted 750 records, in one rewrite of the table\n' delete many.csv --where '2=drop*'
   same want.csv many.csv
+  # A table of several of the pieces (1 MiB) that a rewrite reads and writes
+  # at once, with records of every length dropped across their edges.
+  awk 'BEGIN { for (i = 1; i <= 60000; i++) printf "%d;%s;%s\n", i, (i % 3 ? "drop" : "keep"), substr(sprintf("%60s", ""), 1, i % 61) }' >big.csv
+  grep -v ';drop;' big.csv >want.csv
+  expect 0 'deleted 40000 records, in one rewrite of the table\n' delete big.csv --where 2=drop
+  same want.csv big.csv
   # The temporary file of a rewrite whose process is gone is no table, and
   # is told.
   true &

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -49,36 +50,70 @@ private:
     bool placed_ = false;
 };
 
-void copyRange(int from, int to, uint64_t offset, uint64_t count, std::vector<char> &buffer, const std::string &label) {
-    while (count > 0) {
-        size_t wanted = static_cast<size_t>(std::min<uint64_t>(count, buffer.size()));
-        ssize_t got = ::pread(from, buffer.data(), wanted, static_cast<off_t>(offset));
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) {
-            if (got == 0) errno = EIO;
+// count bytes at offset, all of them: a file that ends sooner was cut
+// short under the rewrite.
+void readExactly(int from, char *buffer, size_t count, uint64_t offset, const std::string &label) {
+    for (size_t got = 0; got < count;) {
+        ssize_t n = ::pread(from, buffer + got, count - got, static_cast<off_t>(offset + got));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            if (n == 0) errno = EIO;
             failed(label, "the table could not be read");
         }
-        for (ssize_t written = 0; written < got;) {
-            ssize_t put = ::write(to, buffer.data() + written, static_cast<size_t>(got - written));
-            if (put < 0 && errno == EINTR) continue;
-            if (put < 0) failed(label, "the new table could not be written");
-            written += put;
-        }
-        offset += static_cast<uint64_t>(got);
-        count -= static_cast<uint64_t>(got);
+        got += static_cast<size_t>(n);
     }
 }
 
+void writeAll(int to, const char *bytes, size_t count, const std::string &label) {
+    for (size_t written = 0; written < count;) {
+        ssize_t put = ::write(to, bytes + written, count - written);
+        if (put < 0 && errno == EINTR) continue;
+        if (put < 0) failed(label, "the new table could not be written");
+        written += static_cast<size_t>(put);
+    }
+}
+
+// The table is read from its start in pieces of COPY_BLOCK, and what is
+// kept of each gathers in a second buffer that is written when full: a
+// rewrite that drops many short records makes a few calls per MiB, not a
+// read and a write per kept stretch.
 void copyKept(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped, int to) {
     Descriptor from(::open(file.path.c_str(), O_RDONLY | O_CLOEXEC));
     if (from.get() < 0) failed(file.label, "could not be read");
-    std::vector<char> buffer(COPY_BLOCK);
-    uint64_t position = 0;
-    for (const Extent &extent : dropped) {
-        copyRange(from.get(), to, position, extent.offset - position, buffer, file.label);
-        position = extent.offset + extent.length;
+    std::vector<char> piece(COPY_BLOCK);
+    std::vector<char> kept(COPY_BLOCK);
+    size_t filled = 0;
+    auto keep = [&](const char *bytes, size_t count) {
+        while (count > 0) {
+            size_t part = std::min(count, kept.size() - filled);
+            std::memcpy(kept.data() + filled, bytes, part);
+            filled += part;
+            bytes += part;
+            count -= part;
+            if (filled == kept.size()) {
+                writeAll(to, kept.data(), filled, file.label);
+                filled = 0;
+            }
+        }
+    };
+    auto next = dropped.begin();
+    for (uint64_t start = 0; start < dataEnd;) {
+        auto size = static_cast<size_t>(std::min<uint64_t>(COPY_BLOCK, dataEnd - start));
+        readExactly(from.get(), piece.data(), size, start, file.label);
+        uint64_t end = start + size;
+        for (uint64_t at = start; at < end;) {
+            while (next != dropped.end() && next->offset + next->length <= at) ++next;
+            if (next != dropped.end() && next->offset <= at) {
+                at = std::min(end, next->offset + next->length);
+                continue;
+            }
+            uint64_t keptEnd = next == dropped.end() ? end : std::min(end, next->offset);
+            keep(piece.data() + (at - start), static_cast<size_t>(keptEnd - at));
+            at = keptEnd;
+        }
+        start = end;
     }
-    copyRange(from.get(), to, position, dataEnd - position, buffer, file.label);
+    writeAll(to, kept.data(), filled, file.label);
 }
 
 // The table's permission bits, and its owner and group where the process
