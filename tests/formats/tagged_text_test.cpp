@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "formats/byte_runs.h"
 #include "formats/tagged_text.h"
 
 namespace mergedb {
@@ -68,24 +69,23 @@ TEST(TextToOem, KeepsPrintableAndExtendedCharactersOnly) {
     EXPECT_EQ(std::string(dst.data(), 4), "a\0b\0"sv);
 }
 
-// A value goes to the host as it is only where all of it is printable: a
-// byte that is not, at any place of a value of any length, sends it through
-// the conversion, which drops the tab.
-TEST(TextToOem, TheHostGetsAValueConvertedWhereverItsFirstUnprintableByteIs) {
-    const std::string letters = "abcdefghijklmnopqrst";
-    for (size_t length = 1; length <= letters.size(); ++length) {
+// The count of printable bytes in front of the first that is not, for every
+// length up to 24 and every place of that byte, whatever stands behind it:
+// the word checks mark some printable bytes above an unprintable one, and
+// only the lowest mark may count. The bytes lie in a buffer of their exact
+// length, so that a read past them is caught under the address sanitizer.
+TEST(PrintableBytes, CountUpToTheFirstUnprintableByteOfAnyLength) {
+    for (size_t length = 0; length <= 24; ++length) {
         for (size_t at = 0; at <= length; ++at) {
-            std::string value = letters.substr(0, length);
-            if (at < length) value[at] = '\t';
-            // The NUL, and the room a tagged value's block keeps behind it.
-            std::vector<char> block(value.begin(), value.end());
-            block.insert(block.end(), 4, '\0');
-            std::vector<char> host(300, 'Z');
-            uint16_t count = taggedTextToHost(block, host.data(), 254, false);
-            std::string expected = letters.substr(0, length);
-            if (at < length) expected.erase(at, 1);
-            EXPECT_EQ(std::string(host.data(), count), expected) << "length " << length << ", tab at " << at;
-            EXPECT_EQ(host[count], '\0');
+            for (char bad : {'\0', '\t', '\x1F', '\x7F', '\x80', '\xFF'}) {
+                for (char behind : {' ', '~'}) {
+                    std::vector<char> bytes(length, 'a');
+                    if (at < length) bytes[at] = bad;
+                    for (size_t i = at + 1; i < length; ++i) bytes[i] = behind;
+                    EXPECT_EQ(printableBytes(bytes.data(), length), at)
+                        << "length " << length << ", byte " << int(static_cast<uint8_t>(bad)) << " at " << at;
+                }
+            }
         }
     }
 }

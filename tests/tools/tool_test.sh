@@ -346,11 +346,23 @@ test_Edits() {
   chmod 640 many.csv
   expect 0 'deleted 750 records, in one rewrite of the table\n' delete many.csv --where '2=drop*'
   same want.csv many.csv
-  # A table of several of the pieces (1 MiB) that a rewrite reads and writes
-  # at once, with records of every length dropped across their edges.
-  awk 'BEGIN { for (i = 1; i <= 60000; i++) printf "%d;%s;%s\n", i, (i % 3 ? "drop" : "keep"), substr(sprintf("%60s", ""), 1, i % 61) }' >big.csv
+  # A table of four of the pieces (1 MiB) that a rewrite reads at once, in
+  # records of 100 bytes: the records across the first two edges go, the
+  # one across the third stays, and more than two pieces' worth is kept, so
+  # that the buffer of kept bytes fills and is written twice, in the middle
+  # of a kept stretch.
+  awk 'BEGIN {
+    pad = sprintf("%87s", "")
+    for (i = 1; i <= 40000; i++) {
+      start = (i - 1) * 100
+      across = 0
+      for (edge = 1; edge <= 3; edge++) if (start < edge * 1048576 && edge * 1048576 < start + 100) across = edge
+      drop = across == 1 || across == 2 || (across == 0 && i % 3 == 1)
+      printf "%06d;%s;%s\n", i, drop ? "drop" : "keep", pad
+    }
+  }' >big.csv
   grep -v ';drop;' big.csv >want.csv
-  expect 0 'deleted 40000 records, in one rewrite of the table\n' delete big.csv --where 2=drop
+  expect 0 'deleted 13335 records, in one rewrite of the table\n' delete big.csv --where 2=drop
   same want.csv big.csv
   # The temporary file of a rewrite whose process is gone is no table, and
   # is told.

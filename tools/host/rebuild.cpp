@@ -78,6 +78,14 @@ void writeAll(int to, const char *bytes, size_t count, const std::string &label)
 // rewrite that drops many short records makes a few calls per MiB, not a
 // read and a write per kept stretch.
 void copyKept(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped, int to) {
+    uint64_t previousEnd = 0;
+    for (const Extent &extent : dropped) {
+        if (extent.offset < previousEnd || extent.offset > dataEnd || extent.length > dataEnd - extent.offset) {
+            throw Failure(file.label, "the records to drop do not lie apart, in file order, within the table; "
+                                      "nothing was changed");
+        }
+        previousEnd = extent.offset + extent.length;
+    }
     Descriptor from(::open(file.path.c_str(), O_RDONLY | O_CLOEXEC));
     if (from.get() < 0) failed(file.label, "could not be read");
     std::vector<char> piece(COPY_BLOCK);
