@@ -73,11 +73,8 @@ void writeAll(int to, const char *bytes, size_t count, const std::string &label)
     }
 }
 
-// The table is read from its start in pieces of COPY_BLOCK, and what is
-// kept of each gathers in a second buffer that is written when full: a
-// rewrite that drops many short records makes a few calls per MiB, not a
-// read and a write per kept stretch.
-void copyKept(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped, int to) {
+// The records to drop lie apart, in file order, within the data.
+void checkDropped(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped) {
     uint64_t previousEnd = 0;
     for (const Extent &extent : dropped) {
         if (extent.offset < previousEnd || extent.offset > dataEnd || extent.length > dataEnd - extent.offset) {
@@ -86,24 +83,46 @@ void copyKept(const TableFile &file, uint64_t dataEnd, const std::vector<Extent>
         }
         previousEnd = extent.offset + extent.length;
     }
+}
+
+// The kept bytes on their way to the new file, written a full buffer at a
+// time.
+class KeptBytes {
+public:
+    KeptBytes(int to, const std::string &label) : to_(to), label_(label), buffer_(COPY_BLOCK) {}
+
+    void add(const char *bytes, size_t count) {
+        while (count > 0) {
+            size_t part = std::min(count, buffer_.size() - filled_);
+            std::memcpy(buffer_.data() + filled_, bytes, part);
+            filled_ += part;
+            bytes += part;
+            count -= part;
+            if (filled_ == buffer_.size()) flush();
+        }
+    }
+
+    void flush() {
+        writeAll(to_, buffer_.data(), filled_, label_);
+        filled_ = 0;
+    }
+
+private:
+    int to_;
+    const std::string &label_;
+    std::vector<char> buffer_;
+    size_t filled_ = 0;
+};
+
+// The table is read from its start in pieces of COPY_BLOCK, and what is
+// kept of each goes to KeptBytes: a rewrite that drops many short records
+// makes a few calls per MiB, not a read and a write per kept stretch.
+void copyKept(const TableFile &file, uint64_t dataEnd, const std::vector<Extent> &dropped, int to) {
+    checkDropped(file, dataEnd, dropped);
     Descriptor from(::open(file.path.c_str(), O_RDONLY | O_CLOEXEC));
     if (from.get() < 0) failed(file.label, "could not be read");
     std::vector<char> piece(COPY_BLOCK);
-    std::vector<char> kept(COPY_BLOCK);
-    size_t filled = 0;
-    auto keep = [&](const char *bytes, size_t count) {
-        while (count > 0) {
-            size_t part = std::min(count, kept.size() - filled);
-            std::memcpy(kept.data() + filled, bytes, part);
-            filled += part;
-            bytes += part;
-            count -= part;
-            if (filled == kept.size()) {
-                writeAll(to, kept.data(), filled, file.label);
-                filled = 0;
-            }
-        }
-    };
+    KeptBytes kept(to, file.label);
     auto next = dropped.begin();
     for (uint64_t start = 0; start < dataEnd;) {
         auto size = static_cast<size_t>(std::min<uint64_t>(COPY_BLOCK, dataEnd - start));
@@ -116,12 +135,12 @@ void copyKept(const TableFile &file, uint64_t dataEnd, const std::vector<Extent>
                 continue;
             }
             uint64_t keptEnd = next == dropped.end() ? end : std::min(end, next->offset);
-            keep(piece.data() + (at - start), static_cast<size_t>(keptEnd - at));
+            kept.add(piece.data() + (at - start), static_cast<size_t>(keptEnd - at));
             at = keptEnd;
         }
         start = end;
     }
-    writeAll(to, kept.data(), filled, file.label);
+    kept.flush();
 }
 
 // The table's permission bits, and its owner and group where the process
