@@ -50,20 +50,6 @@ private:
     bool placed_ = false;
 };
 
-// count bytes at offset, all of them: a file that ends sooner was cut
-// short under the rewrite.
-void readExactly(int from, char *buffer, size_t count, uint64_t offset, const std::string &label) {
-    for (size_t got = 0; got < count;) {
-        ssize_t n = ::pread(from, buffer + got, count - got, static_cast<off_t>(offset + got));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            if (n == 0) errno = EIO;
-            failed(label, "the table could not be read");
-        }
-        got += static_cast<size_t>(n);
-    }
-}
-
 void writeAll(int to, const char *bytes, size_t count, const std::string &label) {
     for (size_t written = 0; written < count;) {
         ssize_t put = ::write(to, bytes + written, count - written);
@@ -126,7 +112,11 @@ void copyKept(const TableFile &file, uint64_t dataEnd, const std::vector<Extent>
     auto next = dropped.begin();
     for (uint64_t start = 0; start < dataEnd;) {
         auto size = static_cast<size_t>(std::min<uint64_t>(COPY_BLOCK, dataEnd - start));
-        readExactly(from.get(), piece.data(), size, start, file.label);
+        if (!readExactly(from.get(), piece.data(), size, start)) {
+            // A table that ends sooner was cut short under the rewrite.
+            if (errno == 0) errno = EIO;
+            failed(file.label, "the table could not be read");
+        }
         uint64_t end = start + size;
         for (uint64_t at = start; at < end;) {
             while (next != dropped.end() && next->offset + next->length <= at) ++next;

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "descriptor.h"
 #include "failure.h"
 
 namespace mergedb::host {
@@ -28,11 +29,8 @@ RecordLocator::~RecordLocator() { ::close(fd_); }
 void RecordLocator::read(uint64_t offset, uint64_t end) {
     window_.assign(end - offset, '\0');
     windowStart_ = offset;
-    for (size_t done = 0; done < window_.size();) {
-        ssize_t got = ::pread(fd_, window_.data() + done, window_.size() - done, static_cast<off_t>(offset + done));
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) throw Failure(file_.label, got < 0 ? std::strerror(errno) : "the file became shorter while read");
-        done += static_cast<size_t>(got);
+    if (!readExactly(fd_, window_.data(), window_.size(), offset)) {
+        throw Failure(file_.label, errno != 0 ? std::strerror(errno) : "the file became shorter while read");
     }
 }
 
