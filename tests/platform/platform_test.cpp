@@ -8,8 +8,6 @@
 #include <string>
 #if defined(__linux__)
 #include <sys/stat.h>
-
-#include <filesystem>
 #endif
 
 #include "platform/env.h"
@@ -48,18 +46,6 @@ TEST(PlatformText, BothWholeTablesAsOnWindows) {
 }
 
 #if defined(__linux__)
-// How many descriptors of this process hold a file whose name ends in name
-// and is gone.
-int heldAfterDelete(const std::string &name) {
-    int held = 0;
-    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code error;
-        std::string target = std::filesystem::read_symlink(entry.path(), error).string();
-        if (!error && target.ends_with(name + " (deleted)")) held++;
-    }
-    return held;
-}
-
 // A commit deletes its backup with closeAndRemove, which may leave the last
 // close to a thread. It refuses what a close and then a remove would, and
 // the room of what it deletes is back before the Env writes again.
@@ -89,7 +75,7 @@ TEST(PlatformFiles, CloseAndRemoveRefusesWhatRemoveDoesAndGivesTheRoomBackBefore
     EnvFile *other = env.open(dir.file("new.txt").c_str(), {true, ShareMode::None, Disposition::CreateAlways});
     ASSERT_NE(other, nullptr);
     EXPECT_EQ(env.writeAt(other, 0, "x", 1), 1);
-    EXPECT_EQ(heldAfterDelete("/t.bk"), 0);
+    EXPECT_EQ(test::heldAfterDelete("/t.bk"), 0);
     env.close(other);
 }
 #endif

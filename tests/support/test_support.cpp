@@ -78,6 +78,18 @@ std::string TempDir::file(const std::string &name) const { return path_ + native
 
 bool TempDir::exists(const std::string &name) const { return std::filesystem::exists(file(name)); }
 
+#if defined(__linux__)
+int heldAfterDelete(const std::string &name) {
+    int held = 0;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        std::string target = std::filesystem::read_symlink(entry.path(), error).string();
+        if (!error && target.ends_with(name + " (deleted)")) held++;
+    }
+    return held;
+}
+#endif
+
 uint32_t liveBlocks() {
     uint32_t live = 0;
     for (uint32_t i = 0; i < blockregistry::slotCount; ++i) live += blockregistry::slots[i].address != nullptr;

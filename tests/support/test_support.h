@@ -47,6 +47,12 @@ private:
 // How many blocks the registry holds, for the tests that look for leaks.
 uint32_t liveBlocks();
 
+#if defined(__linux__)
+// How many descriptors of this process hold a file whose path ends in name
+// and whose name is gone.
+int heldAfterDelete(const std::string &name);
+#endif
+
 // The English resource module, loaded once and handed to dbInitMerge.
 void *messagesModule();
 
