@@ -111,6 +111,21 @@ struct ValueFit {
 
 constexpr ValueFit DELIMITED_FIT{1, 0};
 constexpr ValueFit TAGGED_FIT{TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE};
+static_assert(DELIMITED_FIT.blockExtra == 1 && TAGGED_FIT.blockExtra == 4, "a value's end is a NUL, or four bytes");
+
+// Ends the text of a tagged value that has bytes with its NUL, and fills
+// the three bytes of its block behind it: those that the block held before,
+// oldSize bytes, keep their values, and those it grows by are zero. The four
+// are written as one masked word, because whether a value reaches past the
+// last one's block changes from record to record, which no branch predicts.
+inline void endTaggedText(uint8_t *text, uint32_t length, uint32_t oldSize) {
+    uint32_t kept = oldSize > length ? std::min(oldSize - length, 4u) : 0;
+    uint32_t word = 0;
+    std::memcpy(&word, text + length, sizeof word);
+    // The low bytes of a word are the first in memory; the lowest is the NUL.
+    word &= static_cast<uint32_t>((uint64_t{1} << (8 * kept)) - 1) & ~uint32_t{0xFF};
+    std::memcpy(text + length, &word, sizeof word);
+}
 
 // Ends the text of length bytes with a NUL and stores it and its length in
 // the entry of the live block, capacity being what the growth rule reached
@@ -118,24 +133,31 @@ constexpr ValueFit TAGGED_FIT{TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE
 // blockExtra with a capacity of length + capacityExtra; an empty value
 // keeps its block, grown if the capacity had to be. A failed fit still
 // stores the length.
+template <ValueFit fit>
 inline uint16_t storeValue(FieldEntry &entry, BlockRef block, const uint8_t *bytes, uint32_t length,
-                           uint32_t capacity, ValueFit fit) {
+                           uint32_t capacity) {
     entry.length = static_cast<uint16_t>(length);
     bool empty = length == 0;
-    uint32_t size = empty ? (capacity == entry.capacity ? block.slot->size : capacity) : length + fit.blockExtra;
-    uint8_t *text = blockResizeLock<uint8_t>(block, static_cast<uint16_t>(size), static_cast<uint16_t>(length + 1));
+    uint16_t oldSize = block.slot->size;
+    uint32_t size = empty ? (capacity == entry.capacity ? oldSize : capacity) : length + fit.blockExtra;
+    // Behind a tagged value with bytes, endTaggedText writes the whole block.
+    bool nulOnly = fit.blockExtra == 1 || empty;
+    uint32_t written = nulOnly ? length + 1 : size;
+    uint8_t *text = blockResizeLock<uint8_t>(block, static_cast<uint16_t>(size), static_cast<uint16_t>(written));
     if (text == nullptr) return ERR_MEMORY;
     entry.capacity = static_cast<uint16_t>(empty ? capacity : length + fit.capacityExtra);
     copyBytes(text, bytes, length);
-    text[length] = 0;
+    if (nulOnly) text[length] = 0;
+    else endTaggedText(text, length, oldSize);
     return 0;
 }
 
-inline uint16_t closeValue(ValueBuilder &value, ValueFit fit) {
+template <ValueFit fit>
+inline uint16_t closeValue(ValueBuilder &value) {
     BlockRef block = blockRef(value.entry.value);
     if (block.slot == nullptr) return ERR_MEMORY;
     if (uint16_t code = reserve(value, value.length + 1)) return keepPartialValue(value, code);
-    return storeValue(value.entry, block, value.bytes, value.length, value.capacity, fit);
+    return storeValue<fit>(value.entry, block, value.bytes, value.length, value.capacity);
 }
 
 // Where the value being built would reach its limit, or the record's end.
@@ -201,15 +223,14 @@ uint16_t quotedStretch(ValueBuilder &value, DelimitedSplit &split) {
 // the common shapes that need no building, else by build, which reads from
 // the parse cursor step by step. A failure of build leaves the entry as the
 // steps had left it.
-template <typename TakeWhole, typename Build>
-uint16_t extractValue(ParseCursor &record, uint8_t *building, FieldEntry &entry, ValueFit fit, TakeWhole takeWhole,
-                      Build build) {
+template <ValueFit fit, typename TakeWhole, typename Build>
+uint16_t extractValue(ParseCursor &record, uint8_t *building, FieldEntry &entry, TakeWhole takeWhole, Build build) {
     ValueBuilder value{record, building, entry};
     if (uint16_t code = openValue(value)) return code;
     if (!takeWhole(value)) {
         if (uint16_t code = build(value)) return keepPartialValue(value, code);
     }
-    return closeValue(value, fit);
+    return closeValue<fit>(value);
 }
 
 // A value that is the stretch of the record from start to end, whose bytes
@@ -294,7 +315,7 @@ uint16_t extractTaggedField(ParseCursor &record, uint8_t *building, StopScan &st
         return 0;
     };
     auto takeWhole = [&stops](ValueBuilder &value) { return takeWholeTagged(value, stops); };
-    if (uint16_t code = extractValue(record, building, entry, TAGGED_FIT, takeWhole, build)) {
+    if (uint16_t code = extractValue<TAGGED_FIT>(record, building, entry, takeWhole, build)) {
         return code;
     }
     return record.skipLine();
@@ -334,28 +355,28 @@ uint16_t extractDelimitedField(ParseCursor &record, uint8_t *building, Delimited
         return 0;
     };
     auto takeWhole = [&split](ValueBuilder &value) { return takeWholeDelimited(value, split); };
-    return extractValue(record, building, entry, DELIMITED_FIT, takeWhole, build);
+    return extractValue<DELIMITED_FIT>(record, building, entry, takeWhole, build);
 }
 
 // Field i of the map: the value the steps would take whole, opened and
 // closed as they do. No value of a record reaches the limit, so the growth
 // for its NUL can't fail; and a value with bytes needs no capacity worked
 // out, as its block is fitted to it.
-inline uint16_t takeMappedField(const uint8_t *record, const FieldMap &map, int16_t i, FieldEntry &entry,
-                                ValueFit fit) {
+template <ValueFit fit>
+inline uint16_t takeMappedField(const uint8_t *record, const FieldMap &map, int16_t i, FieldEntry &entry) {
     if (uint16_t code = openEntry(entry)) return code;
     BlockRef block = blockRef(entry.value);
     if (block.slot == nullptr) return ERR_MEMORY;
     uint32_t length = map.to[i] - map.from[i];
     uint32_t capacity = length == 0 ? reservedCapacity(entry.capacity, 1) : length + 1;
-    return storeValue(entry, block, record + map.from[i], length, capacity, fit);
+    return storeValue<fit>(entry, block, record + map.from[i], length, capacity);
 }
 
 // The fields that the scan noted for the record under the cursor, taken
 // from its map, with the cursor left on the first field it did not note;
 // the index of that field. 0 when the table's map is not this record's.
-int16_t takeMappedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count, ValueFit fit,
-                         uint16_t &code) {
+template <ValueFit fit>
+int16_t takeMappedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count, uint16_t &code) {
     const FieldMap *map = record.offset() == 0 ? fieldMapTake(table, record.owner) : nullptr;
     if (map == nullptr) return 0;
     // Held in locals, which the stores into the entries can't be taken to
@@ -364,7 +385,7 @@ int16_t takeMappedFields(MergeTable &table, ParseCursor &record, FieldEntry *ent
     const auto mapped = std::min<int16_t>(count, static_cast<int16_t>(map->count));
     uint16_t failed = 0;
     int16_t i = 0;
-    for (; failed == 0 && i < mapped; ++i) failed = takeMappedField(base, *map, i, entries[i], fit);
+    for (; failed == 0 && i < mapped; ++i) failed = takeMappedField<fit>(base, *map, i, entries[i]);
     code = failed;
     if (code == 0) record.cursor = record.base + map->begin[i];
     return i;
@@ -387,7 +408,7 @@ uint16_t growFieldValue(FieldEntry &entry, uint32_t steps) {
 // needs, is set up only where fields are left, which most records have not.
 uint16_t extractDelimitedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count) {
     uint16_t code = 0;
-    int16_t i = takeMappedFields(table, record, entries, count, DELIMITED_FIT, code);
+    int16_t i = takeMappedFields<DELIMITED_FIT>(table, record, entries, count, code);
     if (code != 0 || i == count) return code;
     auto *building = blockLockAs<uint8_t>(table.scratch);
     if (building == nullptr) return ERR_MEMORY;
@@ -399,7 +420,7 @@ uint16_t extractDelimitedFields(MergeTable &table, ParseCursor &record, FieldEnt
 
 uint16_t extractTaggedFields(MergeTable &table, ParseCursor &record, FieldEntry *entries, int16_t count) {
     uint16_t code = 0;
-    int16_t i = takeMappedFields(table, record, entries, count, TAGGED_FIT, code);
+    int16_t i = takeMappedFields<TAGGED_FIT>(table, record, entries, count, code);
     if (code != 0 || i == count) return code;
     auto *building = blockLockAs<uint8_t>(table.scratch);
     if (building == nullptr) return ERR_MEMORY;
