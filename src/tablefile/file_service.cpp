@@ -1,5 +1,7 @@
 #include "tablefile/file_service.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "mergedb/mergedb.h"
@@ -19,6 +21,40 @@ bool toAnsiPath(const char *oemPath, char (&ansi)[PATH_BUFFER_SIZE]) {
     return true;
 }
 
+void freeReadAhead(FileObject *file) {
+    std::free(file->ahead.bytes);
+    file->ahead = ReadAhead{};
+}
+
+// After a write or a cut the held bytes may no longer be the file's.
+void dropReadAhead(FileObject *file) { file->ahead = ReadAhead{file->ahead.bytes, 0, 0, 0}; }
+
+bool aheadHolds(const ReadAhead &ahead, uint64_t position, uint32_t count) {
+    return position >= ahead.start && position - ahead.start + count <= ahead.length;
+}
+
+// The bytes that the read of count bytes at position fills the read-ahead
+// with, those bytes among them: twice as many as the last fill, where the
+// read goes on from the held bytes forward or reaches them from in front;
+// only its own bytes elsewhere, so that a read here and there costs what
+// it did without the read-ahead.
+struct Fill {
+    uint64_t start;
+    uint32_t count;
+};
+
+Fill nextFill(const ReadAhead &ahead, uint64_t position, uint32_t count) {
+    uint32_t grown = std::clamp<uint32_t>(ahead.fill * 2, count, READ_AHEAD_LIMIT);
+    bool held = ahead.length != 0;
+    if (held && position >= ahead.start && position <= ahead.start + ahead.length) return {position, grown};
+    if (held && position < ahead.start && position + count >= ahead.start) {
+        uint64_t end = position + count;
+        uint64_t start = end > grown ? end - grown : 0;
+        return {start, static_cast<uint32_t>(end - start)};
+    }
+    return {position, count};
+}
+
 // A read-only open always shares for reading and writing, whatever bits
 // the caller gave; no bit at all shares the same. Of several bits the
 // widest wins.
@@ -32,7 +68,9 @@ ShareMode shareOf(uint32_t mode, bool asExisting) {
 // The open of both fileOpen and fileCreate: the mode's create bit decides.
 // A file is made only for reading and writing.
 bool openByMode(const Env &env, const char *path, uint32_t mode, FileObject *file, LockHeld held) {
-    *file = FileObject{&env, nullptr, 0};
+    freeReadAhead(file);
+    *file = FileObject{};
+    file->env = &env;
     char ansi[PATH_BUFFER_SIZE];
     if (!toAnsiPath(path, ansi)) return false;
     bool asExisting = (mode & MODE_CREATE) == 0;
@@ -68,6 +106,7 @@ uint16_t fileCreate(const Env &env, const char *path, uint32_t mode, FileObject 
 }
 
 uint16_t fileClose(FileObject *file) {
+    freeReadAhead(file);
     if (file->handle == nullptr) return 0;
     bool closed = file->env->close(file->handle);
     file->handle = nullptr;
@@ -82,6 +121,7 @@ int64_t fileReadLarge(FileObject *file, void *buffer, uint32_t count) {
 }
 
 int64_t fileWriteLarge(FileObject *file, const void *buffer, uint32_t count) {
+    dropReadAhead(file);
     int64_t written = file->env->writeAt(file->handle, file->position, buffer, count);
     if (written < 0) return -1;
     file->position += static_cast<uint64_t>(written);
@@ -89,7 +129,24 @@ int64_t fileWriteLarge(FileObject *file, const void *buffer, uint32_t count) {
 }
 
 int16_t fileRead(FileObject *file, void *buffer, uint16_t count) {
-    return static_cast<int16_t>(fileReadLarge(file, buffer, count));
+    ReadAhead &ahead = file->ahead;
+    if (ahead.bytes == nullptr) ahead.bytes = static_cast<uint8_t *>(std::malloc(READ_AHEAD_LIMIT));
+    if (ahead.bytes == nullptr) return static_cast<int16_t>(fileReadLarge(file, buffer, count));
+    if (!aheadHolds(ahead, file->position, count)) {
+        Fill fill = nextFill(ahead, file->position, count);
+        int64_t got = file->env->readAt(file->handle, fill.start, ahead.bytes, fill.count);
+        if (got < 0) {
+            dropReadAhead(file);
+            return -1;
+        }
+        ahead = ReadAhead{ahead.bytes, fill.start, static_cast<uint32_t>(got), fill.count};
+    }
+    // Every fill begins at or in front of the position.
+    uint64_t offset = file->position - ahead.start;
+    auto got = static_cast<uint16_t>(offset < ahead.length ? std::min<uint64_t>(count, ahead.length - offset) : 0);
+    std::memcpy(buffer, ahead.bytes + offset, got);
+    file->position += got;
+    return static_cast<int16_t>(got);
 }
 
 int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count) {
@@ -113,6 +170,7 @@ uint32_t fileSize(FileObject *file) {
 }
 
 uint16_t fileTruncate(FileObject *file, uint32_t size) {
+    dropReadAhead(file);
     return file->env->truncate(file->handle, size) ? 0 : ERR_WRITE;
 }
 
@@ -137,6 +195,7 @@ uint16_t fileDelete(const Env &env, const char *path) {
 }
 
 uint16_t fileCloseAndDelete(FileObject *file, const char *path) {
+    freeReadAhead(file);
     const Env &env = *file->env;
     EnvFile *handle = file->handle;
     file->handle = nullptr;

@@ -39,12 +39,29 @@ inline constexpr uint32_t FILE_FAILURE = 0xFFFFFFFFu;
 inline constexpr uint32_t LARGEST_FILE = FILE_FAILURE - 1;
 static_assert(LARGEST_FILE == DB_LARGEST_TABLE_FILE, "the public header tells the host this limit");
 
-// One open file: the Env it goes through and the position where the next
-// read or write goes, which only the calls here move.
+// Bytes of an open file that a read fetched beyond what it was asked for,
+// so that the reads that follow it, forward or backward, take them without
+// a call to the file. A read in the same direction as the last doubles the
+// fill, up to READ_AHEAD_LIMIT; any other read fills only what it asks.
+// Every write and cut of the file through its object drops them.
+inline constexpr uint32_t READ_AHEAD_LIMIT = 256 * 1024;
+
+struct ReadAhead {
+    uint8_t *bytes = nullptr;  // READ_AHEAD_LIMIT bytes, from the first read on
+    uint64_t start = 0;        // the file offset of bytes[0]
+    uint32_t length = 0;       // how many bytes from start hold the file's
+    uint32_t fill = 0;         // how many bytes the last fill asked for
+};
+
+// One open file: the Env it goes through, the position where the next
+// read or write goes, which only the calls here move, and its read-ahead.
+// A FileObject of zero bytes holds no file; one that holds a file is
+// closed by fileClose or fileCloseAndDelete, which also free its read-ahead.
 struct FileObject {
     const Env *env = nullptr;
     EnvFile *handle = nullptr;  // null when no file is open
     uint64_t position = 0;
+    ReadAhead ahead;
 };
 
 // The lock of the directory that holds a path (the host's), for the time of
@@ -76,11 +93,12 @@ uint16_t fileCreate(const Env &env, const char *path, uint32_t mode, FileObject 
 // 0 or ERR_CLOSE; the object holds no file afterwards either way.
 uint16_t fileClose(FileObject *file);
 // Bytes read at the position, fewer only at the end of the file; -1 on a
-// failure. Counts stay below 32768.
+// failure. Counts stay below 32768. Served by the read-ahead.
 int16_t fileRead(FileObject *file, void *buffer, uint16_t count);
 // Bytes written at the position, or -1 when the write failed or fell short.
 int16_t fileWrite(FileObject *file, const void *buffer, uint16_t count);
-// The two for the large pieces of a copy, whose counts need 32 bits.
+// The two for the large pieces of a copy, whose counts need 32 bits; the
+// read goes to the file itself.
 int64_t fileReadLarge(FileObject *file, void *buffer, uint32_t count);
 int64_t fileWriteLarge(FileObject *file, const void *buffer, uint32_t count);
 // Moves the position to offset from the file's start. The new position,
