@@ -1,6 +1,7 @@
 #include "records/field_extraction.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <string_view>
 
@@ -123,6 +124,7 @@ inline void endTaggedText(uint8_t *text, uint32_t length, uint32_t oldSize) {
     uint32_t word = 0;
     std::memcpy(&word, text + length, sizeof word);
     // The low bytes of a word are the first in memory; the lowest is the NUL.
+    static_assert(std::endian::native == std::endian::little);
     word &= static_cast<uint32_t>((uint64_t{1} << (8 * kept)) - 1) & ~uint32_t{0xFF};
     std::memcpy(text + length, &word, sizeof word);
 }

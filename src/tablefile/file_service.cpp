@@ -33,11 +33,11 @@ bool aheadHolds(const ReadAhead &ahead, uint64_t position, uint32_t count) {
     return position >= ahead.start && position - ahead.start + count <= ahead.length;
 }
 
-// The bytes that the read of count bytes at position fills the read-ahead
-// with, those bytes among them: twice as many as the last fill, where the
-// read goes on from the held bytes forward or reaches them from in front;
-// only its own bytes elsewhere, so that a read here and there costs what
-// it did without the read-ahead.
+// The stretch of the file that a read of count bytes at position fills the
+// read-ahead with, the read's own bytes among them. A read that goes on
+// forward from the held bytes, or reaches them from in front, takes twice
+// as many as the last fill; a read elsewhere takes only its own bytes, so
+// that reads here and there cost what they did without a read-ahead.
 struct Fill {
     uint64_t start;
     uint32_t count;
@@ -130,6 +130,7 @@ int64_t fileWriteLarge(FileObject *file, const void *buffer, uint32_t count) {
 
 int16_t fileRead(FileObject *file, void *buffer, uint16_t count) {
     ReadAhead &ahead = file->ahead;
+    if (file->handle == nullptr) return -1;
     if (ahead.bytes == nullptr) ahead.bytes = static_cast<uint8_t *>(std::malloc(READ_AHEAD_LIMIT));
     if (ahead.bytes == nullptr) return static_cast<int16_t>(fileReadLarge(file, buffer, count));
     if (!aheadHolds(ahead, file->position, count)) {
