@@ -27,7 +27,7 @@ void freeReadAhead(FileObject *file) {
 }
 
 // After a write or a cut the held bytes may no longer be the file's.
-void dropReadAhead(FileObject *file) { file->ahead = ReadAhead{file->ahead.bytes, 0, 0, 0}; }
+void dropReadAhead(FileObject *file) { file->ahead = ReadAhead{file->ahead.bytes, 0, 0, 0, false}; }
 
 bool aheadHolds(const ReadAhead &ahead, uint64_t position, uint32_t count) {
     return position >= ahead.start && position - ahead.start + count <= ahead.length;
@@ -35,24 +35,29 @@ bool aheadHolds(const ReadAhead &ahead, uint64_t position, uint32_t count) {
 
 // The stretch of the file that a read of count bytes at position fills the
 // read-ahead with, the read's own bytes among them. A read that goes on
-// forward from the held bytes, or reaches them from in front, takes twice
-// as many as the last fill; a read elsewhere takes only its own bytes, so
-// that reads here and there cost what they did without a read-ahead.
+// from the held bytes the way the last fill went, forward from them or
+// into them from in front, takes twice as many as that fill; a read that
+// turns, or lies elsewhere, takes only its own bytes, so that reads here
+// and there, or to and fro, cost what they did without a read-ahead.
 struct Fill {
     uint64_t start;
     uint32_t count;
+    bool backward;
 };
 
 Fill nextFill(const ReadAhead &ahead, uint64_t position, uint32_t count) {
     uint32_t grown = std::clamp<uint32_t>(ahead.fill * 2, count, READ_AHEAD_LIMIT);
     bool held = ahead.length != 0;
-    if (held && position >= ahead.start && position <= ahead.start + ahead.length) return {position, grown};
+    if (held && position >= ahead.start && position <= ahead.start + ahead.length) {
+        return {position, ahead.backward ? count : grown, false};
+    }
     if (held && position < ahead.start && position + count >= ahead.start) {
         uint64_t end = position + count;
-        uint64_t start = end > grown ? end - grown : 0;
-        return {start, static_cast<uint32_t>(end - start)};
+        uint32_t size = ahead.backward ? grown : count;
+        uint64_t start = end > size ? end - size : 0;
+        return {start, static_cast<uint32_t>(end - start), true};
     }
-    return {position, count};
+    return {position, count, false};
 }
 
 // A read-only open always shares for reading and writing, whatever bits
@@ -140,7 +145,7 @@ int16_t fileRead(FileObject *file, void *buffer, uint16_t count) {
             dropReadAhead(file);
             return -1;
         }
-        ahead = ReadAhead{ahead.bytes, fill.start, static_cast<uint32_t>(got), fill.count};
+        ahead = ReadAhead{ahead.bytes, fill.start, static_cast<uint32_t>(got), fill.count, fill.backward};
     }
     // Every fill begins at or in front of the position.
     uint64_t offset = file->position - ahead.start;

@@ -41,9 +41,9 @@ static_assert(LARGEST_FILE == DB_LARGEST_TABLE_FILE, "the public header tells th
 
 // Bytes of an open file that a read fetched beyond what it was asked for,
 // so that the reads that follow it, forward or backward, take them without
-// a call to the file. A read in the same direction as the last doubles the
-// fill, up to READ_AHEAD_LIMIT; any other read fills only what it asks.
-// Every write and cut of the file through its object drops them.
+// a call to the file. A read that goes on the same way as the last fill
+// doubles it, up to READ_AHEAD_LIMIT; any other read fills only what it
+// asks. Every write and cut of the file through its object drops them.
 inline constexpr uint32_t READ_AHEAD_LIMIT = 256 * 1024;
 
 struct ReadAhead {
@@ -51,6 +51,7 @@ struct ReadAhead {
     uint64_t start = 0;        // the file offset of bytes[0]
     uint32_t length = 0;       // how many bytes from start hold the file's
     uint32_t fill = 0;         // how many bytes the last fill asked for
+    bool backward = false;     // the last fill reached the bytes held before it from in front
 };
 
 // One open file: the Env it goes through, the position where the next
