@@ -60,6 +60,20 @@ Fill nextFill(const ReadAhead &ahead, uint64_t position, uint32_t count) {
     return {position, count, false};
 }
 
+// Fills the read-ahead for a read of count bytes at the position; false,
+// with nothing held, when the file's read fails.
+bool fillReadAhead(FileObject *file, uint16_t count) {
+    ReadAhead &ahead = file->ahead;
+    Fill fill = nextFill(ahead, file->position, count);
+    int64_t got = file->env->readAt(file->handle, fill.start, ahead.bytes, fill.count);
+    if (got < 0) {
+        dropReadAhead(file);
+        return false;
+    }
+    ahead = ReadAhead{ahead.bytes, fill.start, static_cast<uint32_t>(got), fill.count, fill.backward};
+    return true;
+}
+
 // A read-only open always shares for reading and writing, whatever bits
 // the caller gave; no bit at all shares the same. Of several bits the
 // widest wins.
@@ -134,19 +148,12 @@ int64_t fileWriteLarge(FileObject *file, const void *buffer, uint32_t count) {
 }
 
 int16_t fileRead(FileObject *file, void *buffer, uint16_t count) {
-    ReadAhead &ahead = file->ahead;
     if (file->handle == nullptr) return -1;
+    ReadAhead &ahead = file->ahead;
     if (ahead.bytes == nullptr) ahead.bytes = static_cast<uint8_t *>(std::malloc(READ_AHEAD_LIMIT));
+    // Without the memory for a read-ahead, the file gives the bytes itself.
     if (ahead.bytes == nullptr) return static_cast<int16_t>(fileReadLarge(file, buffer, count));
-    if (!aheadHolds(ahead, file->position, count)) {
-        Fill fill = nextFill(ahead, file->position, count);
-        int64_t got = file->env->readAt(file->handle, fill.start, ahead.bytes, fill.count);
-        if (got < 0) {
-            dropReadAhead(file);
-            return -1;
-        }
-        ahead = ReadAhead{ahead.bytes, fill.start, static_cast<uint32_t>(got), fill.count, fill.backward};
-    }
+    if (!aheadHolds(ahead, file->position, count) && !fillReadAhead(file, count)) return -1;
     // Every fill begins at or in front of the position.
     uint64_t offset = file->position - ahead.start;
     auto got = static_cast<uint16_t>(offset < ahead.length ? std::min<uint64_t>(count, ahead.length - offset) : 0);
