@@ -1,6 +1,7 @@
 // Moving through tables as the host does: forward and backward walks give
-// the same records, the change list is merged in, and the end of the data
-// leaves the current record where it was.
+// the same records, also where they turn in a large table; the change list
+// is merged in, and the end of the data leaves the current record where it
+// was.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -61,6 +62,30 @@ TEST_F(NavigationTest, TaggedWalksMeetInReverseWhereverTheFillsFall) {
     // A document with only its head has no records either way.
     openWith("d.doc", test::taggedDocument(1, test::taggedHead(1, {"A"})));
     expectWalks({});
+}
+
+// The file is read in pieces that grow while the reads keep one way and
+// start small again where they turn: walks forward, backward and to and
+// fro over a table many times the largest piece meet every record.
+TEST_F(NavigationTest, WalksThatTurnOverALargeTableMeetEveryRecordWhereItIs) {
+    std::mt19937 random(5);
+    Records records;
+    for (int i = 0; i < 1000; ++i) {
+        records.push_back(bytesOf(std::to_string(i) + "," + std::string(random() % 1500, 'v') + "\r\n"));
+    }
+    openText(test::join(records));
+    expectWalks(records);
+    ASSERT_EQ(dbFirstMerge(table), 0u);
+    int at = 0;
+    for (int target : {400, 250, 600, 0, 999}) {
+        while (at != target) {
+            uint32_t mark = 0;
+            bool forward = at < target;
+            ASSERT_EQ(forward ? dbNextMerge(table, 1, &mark) : dbPrevMerge(table, 1, &mark), 0u) << at;
+            at += forward ? 1 : -1;
+            ASSERT_EQ(current(), records[at]) << at;
+        }
+    }
 }
 
 TEST_F(NavigationTest, TheEndOfTheDataKeepsTheCurrentRecord) {
