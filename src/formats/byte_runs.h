@@ -21,12 +21,14 @@
 
 namespace mergedb {
 
-// The bytes that end a run: up to four single bytes, and every byte from
-// highFrom on. A byte given twice costs nothing more.
+// The bytes that end a run: up to four single bytes, every byte below
+// lowBelow and every byte from highFrom on. A byte given twice costs
+// nothing more.
 struct StopBytes {
     std::array<bool, 256> isStop{};
     std::array<uint8_t, 4> bytes{};
     int count = 0;
+    uint16_t lowBelow = 0;
     uint16_t highFrom = 256;
 };
 
@@ -40,6 +42,11 @@ inline void stopBytesAdd(StopBytes &stops, uint8_t byte) {
 inline void stopBytesAddFrom(StopBytes &stops, uint8_t first) {
     stops.highFrom = first;
     for (int byte = first; byte < 256; ++byte) stops.isStop[byte] = true;
+}
+
+inline void stopBytesAddBelow(StopBytes &stops, uint8_t bound) {
+    stops.lowBelow = bound;
+    for (int byte = 0; byte < bound; ++byte) stops.isStop[byte] = true;
 }
 
 inline constexpr size_t STOP_PIECE = 64;
@@ -59,9 +66,12 @@ inline uint64_t stopMaskWhole(const uint8_t *p, const StopBytes &stops) {
     const __m128i b1 = _mm_set1_epi8(static_cast<char>(stops.bytes[1]));
     const __m128i b2 = _mm_set1_epi8(static_cast<char>(stops.bytes[2]));
     const __m128i b3 = _mm_set1_epi8(static_cast<char>(stops.bytes[3]));
-    // v >= highFrom, as max(v, highFrom) == v, where there is a bound.
-    const bool high = stops.highFrom < 256;
-    const __m128i bound = _mm_set1_epi8(static_cast<char>(high ? stops.highFrom : 0));
+    // v outside [lowBelow, highFrom), where there are bounds: the distance
+    // d = v - lowBelow, taken modulo 256, is at least the range's width,
+    // as max(d, width) == d. Below lowBelow, d wraps to the top.
+    const bool outside = stops.lowBelow != 0 || stops.highFrom < 256;
+    const __m128i low = _mm_set1_epi8(static_cast<char>(stops.lowBelow));
+    const __m128i width = _mm_set1_epi8(static_cast<char>(stops.highFrom - stops.lowBelow));
     uint64_t mask = 0;
     for (size_t i = 0; i < STOP_PIECE; i += 16) {
         __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i));
@@ -70,7 +80,10 @@ inline uint64_t stopMaskWhole(const uint8_t *p, const StopBytes &stops) {
             hits = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, b0), _mm_cmpeq_epi8(v, b1)),
                                 _mm_or_si128(_mm_cmpeq_epi8(v, b2), _mm_cmpeq_epi8(v, b3)));
         }
-        if (high) hits = _mm_or_si128(hits, _mm_cmpeq_epi8(_mm_max_epu8(v, bound), v));
+        if (outside) {
+            __m128i d = _mm_sub_epi8(v, low);
+            hits = _mm_or_si128(hits, _mm_cmpeq_epi8(_mm_max_epu8(d, width), d));
+        }
         mask |= uint64_t{static_cast<uint16_t>(_mm_movemask_epi8(hits))} << i;
     }
     return mask;

@@ -1,6 +1,9 @@
 // Tagged text: measuring, copying and converting it by whole tokens.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -86,6 +89,44 @@ TEST(PrintableBytes, CountUpToTheFirstUnprintableByteOfAnyLength) {
                         << "length " << length << ", byte " << int(static_cast<uint8_t>(bad)) << " at " << at;
                 }
             }
+        }
+    }
+}
+
+// A stop scan, forward and backward over random bytes, finds exactly the
+// bytes that its set's table names: single bytes, bytes from a bound on,
+// below a bound, and both, which the whole pieces of 64 bytes test by
+// their own arithmetic.
+TEST(StopScan, FindsTheBytesItsSetNames) {
+    StopBytes single;
+    for (uint8_t byte : {',', '\n', '"'}) stopBytesAdd(single, byte);
+    StopBytes high = single;
+    stopBytesAddFrom(high, 200);
+    StopBytes outside;
+    stopBytesAddBelow(outside, 32);
+    stopBytesAddFrom(outside, 127);
+    StopBytes below;
+    stopBytesAddBelow(below, 48);
+    std::mt19937 random(7);
+    for (const StopBytes *stops : {&single, &high, &outside, &below}) {
+        std::vector<uint8_t> bytes(300);
+        for (uint8_t &b : bytes) b = static_cast<uint8_t>(random() % 4 == 0 ? random() : ' ' + random() % 95);
+        const uint8_t *begin = bytes.data();
+        const uint8_t *end = begin + bytes.size();
+        auto isStop = [stops](uint8_t b) { return stops->isStop[b]; };
+        StopScan forward = stopScanStart(*stops, begin, end);
+        for (const uint8_t *p = begin; p < end;) {
+            const uint8_t *found = nextStop(forward, p);
+            ASSERT_EQ(found, std::find_if(p, end, isStop)) << "from " << p - begin;
+            p = found == end ? end : found + 1;
+        }
+        StopScan backward = stopScanStart(*stops, begin, end);
+        for (auto at = static_cast<ptrdiff_t>(bytes.size()) - 1; at >= 0; --at) {
+            const uint8_t *found = prevStop(backward, begin + at);
+            ptrdiff_t expected = at;
+            while (expected >= 0 && !isStop(bytes[expected])) --expected;
+            ASSERT_EQ(found, expected < 0 ? nullptr : begin + expected) << "from " << at;
+            at = expected;
         }
     }
 }
