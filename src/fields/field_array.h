@@ -30,9 +30,15 @@ struct FieldEntry {
     uint16_t capacity;
     uint16_t info[4];
     uint32_t blankCriterion;
+    // Whenever this is set, the value is length printable characters
+    // (32-126) and its NUL, which a read gives the host as they stand. Set
+    // only by the extraction of a tagged value that saw it so; cleared
+    // before anything else writes the value or its length, unless it
+    // writes an empty value.
+    bool printable;
 };
 
-static_assert(sizeof(FieldEntry) == 60, "1000 entries must fit one block");
+static_assert(sizeof(FieldEntry) * FIELD_LIMIT <= UINT16_MAX, "1000 entries must fit one block");
 
 // Frees the array and every value block, and leaves an empty array.
 void fieldsFree(BlockHandle *arraySlot, int16_t *countSlot);

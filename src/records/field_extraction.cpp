@@ -94,6 +94,7 @@ uint16_t append(ValueBuilder &value, const uint8_t *bytes, uint32_t count) {
 uint16_t keepPartialValue(ValueBuilder &value, uint16_t code) {
     BlockRef block = blockRef(value.entry.value);
     if (block.slot == nullptr) return ERR_MEMORY;
+    value.entry.printable = false;
     auto *text = static_cast<uint8_t *>(block.slot->address);
     if (value.capacity != value.entry.capacity) {
         text = blockResizeLock<uint8_t>(block, static_cast<uint16_t>(value.capacity), 0);
@@ -108,10 +109,11 @@ uint16_t keepPartialValue(ValueBuilder &value, uint16_t code) {
 struct ValueFit {
     uint16_t blockExtra;
     uint16_t capacityExtra;
+    bool tellsPrintable;
 };
 
-constexpr ValueFit DELIMITED_FIT{1, 0};
-constexpr ValueFit TAGGED_FIT{TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE};
+constexpr ValueFit DELIMITED_FIT{1, 0, false};
+constexpr ValueFit TAGGED_FIT{TOKEN_EXTENDED_CHAR_SIZE, TOKEN_EXTENDED_CHAR_SIZE, true};
 static_assert(DELIMITED_FIT.blockExtra == 1 && TAGGED_FIT.blockExtra == 4, "a value's end is a NUL, or four bytes");
 
 // Ends the text of a tagged value that has bytes with its NUL, and fills
@@ -132,13 +134,14 @@ inline void endTaggedText(uint8_t *text, uint32_t length, uint32_t oldSize) {
 
 // Ends the text of length bytes with a NUL and stores it and its length in
 // the entry of the live block, capacity being what the growth rule reached
-// for the NUL. The block of a value that has bytes fits to length +
-// blockExtra with a capacity of length + capacityExtra; an empty value
-// keeps its block, grown if the capacity had to be. A failed fit still
-// stores the length.
+// for the NUL, and whether the text is all printable. The block of a value
+// that has bytes fits to length + blockExtra with a capacity of length +
+// capacityExtra; an empty value keeps its block, grown if the capacity had
+// to be. A failed fit still stores the length.
 template <ValueFit fit>
 inline uint16_t storeValue(FieldEntry &entry, BlockRef block, const uint8_t *bytes, uint32_t length,
-                           uint32_t capacity) {
+                           uint32_t capacity, bool printable) {
+    if constexpr (fit.tellsPrintable) entry.printable = false;
     entry.length = static_cast<uint16_t>(length);
     bool empty = length == 0;
     uint16_t oldSize = block.slot->size;
@@ -152,6 +155,7 @@ inline uint16_t storeValue(FieldEntry &entry, BlockRef block, const uint8_t *byt
     copyBytes(text, bytes, length);
     if (nulOnly) text[length] = 0;
     else endTaggedText(text, length, oldSize);
+    if constexpr (fit.tellsPrintable) entry.printable = printable;
     return 0;
 }
 
@@ -160,7 +164,7 @@ inline uint16_t closeValue(ValueBuilder &value) {
     BlockRef block = blockRef(value.entry.value);
     if (block.slot == nullptr) return ERR_MEMORY;
     if (uint16_t code = reserve(value, value.length + 1)) return keepPartialValue(value, code);
-    return storeValue<fit>(value.entry, block, value.bytes, value.length, value.capacity);
+    return storeValue<fit>(value.entry, block, value.bytes, value.length, value.capacity, false);
 }
 
 // Where the value being built would reach its limit, or the record's end.
@@ -372,7 +376,7 @@ inline uint16_t takeMappedField(const uint8_t *record, const FieldMap &map, int1
     if (block.slot == nullptr) return ERR_MEMORY;
     uint32_t length = map.to[i] - map.from[i];
     uint32_t capacity = length == 0 ? reservedCapacity(entry.capacity, 1) : length + 1;
-    return storeValue<fit>(entry, block, record + map.from[i], length, capacity);
+    return storeValue<fit>(entry, block, record + map.from[i], length, capacity, map.printable[i]);
 }
 
 // The fields that the scan noted for the record under the cursor, taken

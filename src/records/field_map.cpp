@@ -45,12 +45,13 @@ public:
 
     // The field from fieldBegin has the value from..to, and the next one
     // begins at next.
-    void note(const uint8_t *from, const uint8_t *to, const uint8_t *next) {
+    void note(const uint8_t *from, const uint8_t *to, const uint8_t *next, bool printable = false) {
         if (!on_) return;
         if (count_ == FIELD_LIMIT) return stop();
         map_.begin[count_] = offset(fieldBegin_);
         map_.from[count_] = offset(from);
         map_.to[count_] = offset(to);
+        map_.printable[count_] = printable;
         count_++;
         fieldBegin_ = next;
     }
@@ -185,6 +186,16 @@ bool endsLineBehind(uint8_t byte, bool endsRecord) {
     return byte == MARK_LINE_END || byte == MARK_RECORD_LINE_END || (!endsRecord && byte == MARK_SOFT_LINE_END);
 }
 
+// The scan stops at every byte that is no printable character, so that it
+// sees a value's control bytes that are text, and the stops of
+// TAGGED_TEXT_STOPS among the rest.
+const StopBytes UNPRINTABLE_STOPS = [] {
+    StopBytes stops;
+    stopBytesAddBelow(stops, 32);
+    stopBytesAddFrom(stops, 127);
+    return stops;
+}();
+
 }  // namespace
 
 // The scanner takes a record through its end mark, byte 5 or the function
@@ -195,17 +206,24 @@ bool endsLineBehind(uint8_t byte, bool endsRecord) {
 // stands right behind each end, both see the same fields, and the record
 // ends behind the line end of its end mark.
 const uint8_t *scanMappedTaggedRecord(const uint8_t *start, const uint8_t *end, FieldMap &map) {
-    StopScan stops = stopScanStart(TAGGED_TEXT_STOPS, start, end);
+    StopScan stops = stopScanStart(UNPRINTABLE_STOPS, start, end);
     Notes notes(map, start);
+    bool printable = true;
     for (const uint8_t *p = start;;) {
         const uint8_t *stop = nextStop(stops, p);
         if (stop >= end) return nullptr;
+        if (!TAGGED_TEXT_STOPS.isStop[*stop]) {
+            printable = false;
+            p = stop + 1;
+            continue;
+        }
         TaggedEnd ending = taggedEndAt(stop, end);
         if (ending.length == 0) return nullptr;
         const uint8_t *lineEnd = stop + ending.length;
         if (!endsLineBehind(*lineEnd, ending.endsRecord)) return nullptr;
         p = lineEnd + 1;
-        notes.note(notes.fieldBegin(), stop, p);
+        notes.note(notes.fieldBegin(), stop, p, printable);
+        printable = true;
         if (ending.endsRecord) return notes.finish(p);
     }
 }

@@ -6,7 +6,9 @@
 //   bytes, or a quote, text and the quote that closes it, each followed by
 //   a whole field or record delimiter;
 // - tagged documents: a run of text ended by a field or record end, byte or
-//   function token, with a line end right behind it.
+//   function token, with a line end right behind it. The scan notes too
+//   whether the run is nothing but printable characters, which a read then
+//   gives to the host as they stand.
 // Extraction then takes those values from the map instead of passing over
 // the record a second time. In delimited text the first field of another
 // shape ends the map, and extraction goes on from its first byte by its
@@ -38,6 +40,9 @@ struct FieldMap {
     // Field i's value: its first byte and the byte behind its last.
     uint16_t from[FIELD_LIMIT];
     uint16_t to[FIELD_LIMIT];
+    // Field i's value holds printable characters (32-126) only; always
+    // false in the map of a delimited record.
+    bool printable[FIELD_LIMIT];
 };
 
 static_assert(LONGEST_RECORD <= UINT16_MAX, "offsets in a record fit 16 bits");

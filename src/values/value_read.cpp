@@ -8,6 +8,7 @@
 #include <span>
 
 #include "fields/field_array.h"
+#include "formats/byte_runs.h"
 #include "frame/host_memory.h"
 #include "frame/result.h"
 #include "platform/windows_api.h"
@@ -110,10 +111,27 @@ std::array<uint32_t, 2> dateTimeWords(std::span<const char> value) {
     return {date, timeWord(&work[position])};
 }
 
+// The value of a field, as its entry holds it.
+struct FieldValue {
+    std::span<const char> text;  // the value's block
+    uint16_t length;
+    bool printable;
+};
+
 // OEM text of the value in buffer, at most limit bytes and a NUL. Gives the
-// bytes of text.
-uint16_t readText(const MergeTable &table, std::span<const char> value, char *buffer, size_t limit) {
-    return table.format->textToHost(value, buffer, limit, table.oemConversion != 0);
+// bytes of text. A value that extraction saw to be printable characters is
+// that text as it stands, which needs neither a scan nor a conversion. Asked
+// to be inline, as the read of short text, which most reads are, is the
+// rest of its caller.
+[[gnu::always_inline]] inline uint16_t readText(const MergeTable &table, const FieldValue &value, char *buffer,
+                                                size_t limit) {
+    if (value.printable && value.length < value.text.size()) {
+        size_t count = std::min<size_t>(value.length, limit);
+        copyBytes(buffer, value.text.data(), count);
+        buffer[count] = '\0';
+        return static_cast<uint16_t>(count);
+    }
+    return table.format->textToHost(value.text, buffer, limit, table.oemConversion != 0);
 }
 
 bool isShortText(uint16_t type) {
@@ -124,11 +142,12 @@ bool isShortText(uint16_t type) {
 // Types that are not known write nothing, not even the length. Kept out of
 // the read of short text, which most reads are, so that it costs that read
 // nothing.
-[[gnu::noinline]] void convertFieldText(const MergeTable &table, void *buffer, std::span<const char> value,
+[[gnu::noinline]] void convertFieldText(const MergeTable &table, void *buffer, const FieldValue &field,
                                         uint16_t *length, uint16_t type) {
+    std::span<const char> value = field.text;
     switch (type) {
     case DB_TYPE_LONG_TEXT:
-        *length = readText(table, value, static_cast<char *>(buffer), LONG_TEXT_LIMIT);
+        *length = readText(table, field, static_cast<char *>(buffer), LONG_TEXT_LIMIT);
         break;
     case DB_TYPE_INT16:
         putValue(buffer, length, static_cast<int16_t>(runtimeAtol(plainString(value))));
@@ -170,11 +189,12 @@ uint16_t fetchFieldValue(MergeTable &table, const char *name, uint16_t number, v
     int index = number;
     if (number == BY_NAME) index = name != nullptr ? fieldFindByName(table, array, name) : -1;
     if (index < 0 || index >= table.fieldCount) return ERR_NO_FIELD;
+    const FieldEntry &entry = array[index];
     uint16_t size = 0;
-    const auto *text = blockLockSized<const char>(array[index].value, size);
+    const auto *text = blockLockSized<const char>(entry.value, size);
     if (text == nullptr) return ERR_MEMORY;
-    std::span<const char> value{text, size};
-    if (value.empty() || value[0] == '\0') {
+    FieldValue value{{text, size}, entry.length, entry.printable};
+    if (size == 0 || text[0] == '\0') {
         *length = 0;
         return 0;
     }

@@ -82,6 +82,7 @@ uint16_t formatFieldValue(const MergeTable &table, char *block, uint16_t capacit
 
 uint16_t storeFieldValue(const MergeTable &table, FieldEntry &entry, const void *value, uint16_t length,
                          uint16_t type) {
+    entry.printable = false;
     if (length == 0) {
         entry.blankCriterion = 1;
         entry.length = 0;

@@ -223,6 +223,23 @@ TEST_F(ValueWriteTest, TaggedTablesTakePlainTextAndKnownFieldsOnly) {
     EXPECT_EQ(dbPutFieldValueMerge(table, "B", "x", DB_TYPE_TEXT, 1), DB_RESULT_ERROR(ERR_NO_FIELD));
     EXPECT_EQ(dbPutFieldValueHMerge(table, 1, "x", DB_TYPE_TEXT, 1), DB_RESULT_ERROR(ERR_NO_FIELD));
 
+    // A record's plain text is read as it stands. A put changes what is read,
+    // here to text with a byte that is no character; a blank put leaves the
+    // record's text there to be read.
+    test::Bytes stream = test::taggedHead(1, {"A"});
+    for (const char *value : {"Smith", "Jones"}) {
+        test::Bytes record = test::taggedRecord(1, {value});
+        stream.insert(stream.end(), record.begin(), record.end());
+    }
+    openWith("r.doc", test::taggedDocument(1, stream));
+    ASSERT_EQ(dbFirstMerge(table), 0u);
+    EXPECT_EQ(get(1, "A"), "5|" + ended("Smith"));
+    ASSERT_EQ(dbPutFieldValueMerge(table, "A", "caf\xC0\x7F\x01\xC0", DB_TYPE_TEXT, 7), 0u);
+    EXPECT_EQ(get(1, "A"), "3|" + ended("caf"));
+    ASSERT_EQ(dbNextMerge(table, 0, nullptr), 0u);
+    ASSERT_EQ(dbPutFieldValueMerge(table, "A", "x", DB_TYPE_TEXT, 0), 0u);
+    EXPECT_EQ(get(1, "A"), "5|" + ended("Jones"));
+
     openWith("none.doc", test::taggedDocument(0, {0x0A, 0x0E, 0x0A, 0x12, 0x0A, 0x05, 0x0A}));
     EXPECT_EQ(dbClearRecordMerge(table), DB_RESULT_ERROR(ERR_NOT_BOUND));
 }
