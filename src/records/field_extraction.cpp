@@ -105,7 +105,8 @@ uint16_t keepPartialValue(ValueBuilder &value, uint16_t code) {
     return code;
 }
 
-// What ends a value: where its blocks fit (below).
+// What ends a value: where its blocks fit (below), and whether the entry
+// tells that its text is all printable, which only a tagged value's does.
 struct ValueFit {
     uint16_t blockExtra;
     uint16_t capacityExtra;

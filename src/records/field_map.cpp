@@ -204,7 +204,8 @@ const StopBytes UNPRINTABLE_STOPS = [] {
 // first byte of TAGGED_TEXT_STOPS, when that is a field or record end, and
 // skipLine then passes over the end and its line end. Where the line end
 // stands right behind each end, both see the same fields, and the record
-// ends behind the line end of its end mark.
+// ends behind the line end of its end mark. A control byte that is text
+// leaves its value in the map, as one that is not all printable.
 const uint8_t *scanMappedTaggedRecord(const uint8_t *start, const uint8_t *end, FieldMap &map) {
     StopScan stops = stopScanStart(UNPRINTABLE_STOPS, start, end);
     Notes notes(map, start);

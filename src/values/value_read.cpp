@@ -111,27 +111,20 @@ std::array<uint32_t, 2> dateTimeWords(std::span<const char> value) {
     return {date, timeWord(&work[position])};
 }
 
-// The value of a field, as its entry holds it.
-struct FieldValue {
-    std::span<const char> text;  // the value's block
-    uint16_t length;
-    bool printable;
-};
-
-// OEM text of the value in buffer, at most limit bytes and a NUL. Gives the
-// bytes of text. A value that extraction saw to be printable characters is
-// that text as it stands, which needs neither a scan nor a conversion. Asked
-// to be inline, as the read of short text, which most reads are, is the
-// rest of its caller.
-[[gnu::always_inline]] inline uint16_t readText(const MergeTable &table, const FieldValue &value, char *buffer,
-                                                size_t limit) {
-    if (value.printable && value.length < value.text.size()) {
-        size_t count = std::min<size_t>(value.length, limit);
-        copyBytes(buffer, value.text.data(), count);
+// OEM text of the entry's value, the block's bytes, in buffer: at most
+// limit bytes and a NUL. Gives the bytes of text. A value that extraction
+// saw to be printable characters is that text as it stands, which needs
+// neither a scan nor a conversion. Asked to be inline, as the read of short
+// text, which most reads are, is the rest of its caller.
+[[gnu::always_inline]] inline uint16_t readText(const MergeTable &table, const FieldEntry &entry,
+                                                std::span<const char> value, char *buffer, size_t limit) {
+    if (entry.printable && entry.length < value.size()) {
+        size_t count = std::min<size_t>(entry.length, limit);
+        copyBytes(buffer, value.data(), count);
         buffer[count] = '\0';
         return static_cast<uint16_t>(count);
     }
-    return table.format->textToHost(value.text, buffer, limit, table.oemConversion != 0);
+    return table.format->textToHost(value, buffer, limit, table.oemConversion != 0);
 }
 
 bool isShortText(uint16_t type) {
@@ -142,12 +135,11 @@ bool isShortText(uint16_t type) {
 // Types that are not known write nothing, not even the length. Kept out of
 // the read of short text, which most reads are, so that it costs that read
 // nothing.
-[[gnu::noinline]] void convertFieldText(const MergeTable &table, void *buffer, const FieldValue &field,
-                                        uint16_t *length, uint16_t type) {
-    std::span<const char> value = field.text;
+[[gnu::noinline]] void convertFieldText(const MergeTable &table, void *buffer, const FieldEntry &entry,
+                                        std::span<const char> value, uint16_t *length, uint16_t type) {
     switch (type) {
     case DB_TYPE_LONG_TEXT:
-        *length = readText(table, field, static_cast<char *>(buffer), LONG_TEXT_LIMIT);
+        *length = readText(table, entry, value, static_cast<char *>(buffer), LONG_TEXT_LIMIT);
         break;
     case DB_TYPE_INT16:
         putValue(buffer, length, static_cast<int16_t>(runtimeAtol(plainString(value))));
@@ -193,15 +185,15 @@ uint16_t fetchFieldValue(MergeTable &table, const char *name, uint16_t number, v
     uint16_t size = 0;
     const auto *text = blockLockSized<const char>(entry.value, size);
     if (text == nullptr) return ERR_MEMORY;
-    FieldValue value{{text, size}, entry.length, entry.printable};
-    if (size == 0 || text[0] == '\0') {
+    std::span<const char> value{text, size};
+    if (value.empty() || value[0] == '\0') {
         *length = 0;
         return 0;
     }
     if (isShortText(type)) {
-        *length = readText(table, value, static_cast<char *>(buffer), SHORT_TEXT_LIMIT);
+        *length = readText(table, entry, value, static_cast<char *>(buffer), SHORT_TEXT_LIMIT);
     } else {
-        convertFieldText(table, buffer, value, length, type);
+        convertFieldText(table, buffer, entry, value, length, type);
     }
     return 0;
 }
