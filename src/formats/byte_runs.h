@@ -279,4 +279,12 @@ inline void copyBytes(void *dst, const void *src, size_t count) {
     }
 }
 
+// count bytes of text and a NUL behind them into the host's buffer, which
+// has room for them; gives count, the length the host is told.
+inline uint16_t copyTextOut(char *buffer, const char *text, size_t count) {
+    copyBytes(buffer, text, count);
+    buffer[count] = '\0';
+    return static_cast<uint16_t>(count);
+}
+
 }  // namespace mergedb

@@ -36,11 +36,9 @@ namespace {
 // plainTextToHost of a long value, or with the conversion.
 [[gnu::noinline]] uint16_t plainTextToHostAtLength(std::span<const char> value, char *buffer, size_t limit,
                                                    bool ansi) {
-    size_t count = plainLength(value.first(std::min(value.size(), limit)));
-    std::memcpy(buffer, value.data(), count);
-    buffer[count] = '\0';
+    uint16_t count = copyTextOut(buffer, value.data(), plainLength(value.first(std::min(value.size(), limit))));
     if (ansi) CharToOemA(buffer, buffer);
-    return static_cast<uint16_t>(count);
+    return count;
 }
 
 }  // namespace
@@ -52,10 +50,7 @@ namespace {
 uint16_t plainTextToHost(std::span<const char> value, char *buffer, size_t limit, bool ansi) {
     constexpr size_t SHORT = 16;
     if (ansi || value.size() > SHORT) return plainTextToHostAtLength(value, buffer, limit, ansi);
-    size_t count = plainLength(value.first(std::min(value.size(), limit)));
-    copyBytes(buffer, value.data(), count);
-    buffer[count] = '\0';
-    return static_cast<uint16_t>(count);
+    return copyTextOut(buffer, value.data(), plainLength(value.first(std::min(value.size(), limit))));
 }
 
 void plainTextFromHost(const char *text, std::span<char> block, bool ansi) {

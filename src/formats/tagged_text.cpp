@@ -178,11 +178,7 @@ uint16_t taggedTextToHost(std::span<const char> value, char *buffer, size_t limi
     // Text of nothing but printable characters up to its NUL or the limit
     // converts to itself.
     size_t count = printableBytes(value.data(), measured);
-    if (count == measured || value[count] == '\0') {
-        copyBytes(buffer, value.data(), count);
-        buffer[count] = '\0';
-        return static_cast<uint16_t>(count);
-    }
+    if (count == measured || value[count] == '\0') return copyTextOut(buffer, value.data(), count);
     textToOem(value, {buffer, limit + 1});
     return static_cast<uint16_t>(strnlen(buffer, limit));
 }

@@ -119,10 +119,7 @@ std::array<uint32_t, 2> dateTimeWords(std::span<const char> value) {
 [[gnu::always_inline]] inline uint16_t readText(const MergeTable &table, const FieldEntry &entry,
                                                 std::span<const char> value, char *buffer, size_t limit) {
     if (entry.printable && entry.length < value.size()) {
-        size_t count = std::min<size_t>(entry.length, limit);
-        copyBytes(buffer, value.data(), count);
-        buffer[count] = '\0';
-        return static_cast<uint16_t>(count);
+        return copyTextOut(buffer, value.data(), std::min<size_t>(entry.length, limit));
     }
     return table.format->textToHost(value, buffer, limit, table.oemConversion != 0);
 }
